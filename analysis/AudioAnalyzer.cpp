@@ -1,0 +1,215 @@
+// The analyzer object and its thread: arrays, start, the three timers and the four-way wait,
+// stop and join. The jobs are in AnalyzerTick.cpp and AnalyzerDisplay.cpp.
+#include "AudioAnalyzer.h"
+
+#include <cstring>
+#include <new>
+
+namespace {
+
+// The private arrays live in one 64-byte aligned block. Each array is followed by a gap of
+// half a page and a cache line, so that arrays used together (the transform's real and
+// imaginary parts above all) never sit a multiple of 4 KiB apart: stores to one and loads from
+// the other would otherwise look alike to the processor's memory disambiguation (4K aliasing)
+// and stall.
+constexpr size_t kAlignBytes = 64;
+constexpr size_t kGapFloats = (2048 + 64) / sizeof(float);
+
+constexpr size_t RoundUp(size_t floats) {
+    constexpr size_t unit = kAlignBytes / sizeof(float);
+    return (floats + unit - 1) / unit * unit;
+}
+
+class BlockLayout {
+public:
+    std::span<float> Take(size_t count) {
+        const size_t offset = m_next;
+        m_next = RoundUp(offset + count + kGapFloats);
+        if (m_base == nullptr) return {};  // sizing pass
+        return {m_base + offset, count};
+    }
+    size_t Floats() const { return m_next; }
+    void Place(float* base) {
+        m_base = base;
+        m_next = 0;
+    }
+
+private:
+    float* m_base = nullptr;
+    size_t m_next = 0;
+};
+
+// Auto-reset waitable timer set to fall due 100 ms from now and then every periodMs.
+bool SetTimer(HANDLE timer, LONG periodMs) {
+    if (timer == nullptr) return false;
+    LARGE_INTEGER due;
+    due.QuadPart = -1000000;  // 100 ms, relative, in 100-ns units
+    return SetWaitableTimer(timer, &due, periodMs, nullptr, nullptr, FALSE) != FALSE;
+}
+
+void CloseIfOpen(HANDLE handle) {
+    if (handle != nullptr) CloseHandle(handle);
+}
+
+}  // namespace
+
+CAudioAnalyzer::CAudioAnalyzer()
+    : m_hThread(nullptr),
+      m_hShutdownEvent(nullptr),
+      m_vecDataPeakIn(kPeakHistory),
+      m_nStatTicksIn(0),
+      m_vecDataPeakOut(kPeakHistory),
+      m_nStatTicksOut(0),
+      m_nHistoryNewestIn(0),
+      m_nHistoryNewestOut(0),
+      m_bTimersSet(false),
+      m_nTicksServed(0),
+      m_nDecaysServed(0),
+      m_nResetsServed(0),
+      m_pBlock(nullptr),
+      m_hThreadJoin(nullptr) {
+    // Two passes over the same layout: the first sizes the block, the second hands it out.
+    BlockLayout layout;
+    auto carve = [&layout, this]() {
+        m_vecSamplesIn = layout.Take(kSampleHistory);
+        m_vecWindowedIn = layout.Take(kSpectrumLength);
+        m_vecReIn = layout.Take(kSpectrumLength);
+        m_vecImIn = layout.Take(kSpectrumLength);
+        m_vecPowerIn = layout.Take(kSpectrumLength);
+        m_vecHistoryIn = layout.Take(static_cast<size_t>(kHistoryRows) * kSpectrumLength);
+        m_vecSamplesOut = layout.Take(kSampleHistory);
+        m_vecWindowedOut = layout.Take(kSpectrumLength);
+        m_vecReOut = layout.Take(kSpectrumLength);
+        m_vecImOut = layout.Take(kSpectrumLength);
+        m_vecPowerOut = layout.Take(kSpectrumLength);
+        m_vecHistoryOut = layout.Take(static_cast<size_t>(kHistoryRows) * kSpectrumLength);
+        m_vecWaveScratch = layout.Take(kBlockSamples);
+        m_vecStatMax = layout.Take(kSpectrumLength);
+        m_vecStatMin = layout.Take(kSpectrumLength);
+        m_vecShownIn = layout.Take(kSpectrumLength);
+        m_vecShownPeakIn = layout.Take(kSpectrumLength);
+        m_vecShownOut = layout.Take(kSpectrumLength);
+        m_vecShownPeakOut = layout.Take(kSpectrumLength);
+    };
+    carve();
+    const size_t floats = layout.Floats();
+    m_pBlock = static_cast<float*>(::operator new(floats * sizeof(float), std::align_val_t{kAlignBytes}));
+    std::memset(m_pBlock, 0, floats * sizeof(float));
+    layout.Place(m_pBlock);
+    carve();
+
+    // The shared arrays the same way (the hold view stores to one and loads from the next).
+    constexpr size_t kStride = RoundUp(kSpectrumLength + kGapFloats);
+    m_pSharedBlock = std::make_unique<std::atomic<float>[]>(4 * kStride);  // all 0.0
+    std::atomic<float>* shared = m_pSharedBlock.get();
+    m_vecSpectrumAmpIn = SharedArray(shared, kSpectrumLength);
+    m_vecSpectrumAmpPeakIn = SharedArray(shared + kStride, kSpectrumLength);
+    m_vecSpectrumAmpPeakOut = SharedArray(shared + 2 * kStride, kSpectrumLength);
+    m_vecSpectrumAmpOut = SharedArray(shared + 3 * kStride, kSpectrumLength);
+
+    m_hShutdownEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);  // null on failure, not reported
+}
+
+CAudioAnalyzer::~CAudioAnalyzer() {
+    if (m_hThreadJoin != nullptr) {
+        if (m_hShutdownEvent != nullptr) SetEvent(m_hShutdownEvent);
+        JoinThread();
+    }
+    CloseIfOpen(m_hShutdownEvent);
+    ::operator delete(m_pBlock, std::align_val_t{kAlignBytes});
+}
+
+bool CAudioAnalyzer::StartThread() {
+    if (m_hThread.load() != nullptr) return true;
+    if (m_hShutdownEvent == nullptr) {
+        // Nothing could ever stop such a thread, and Shutdown would wait for it forever.
+        OutputDebugStringW(L"Unable to create analizer thread: no shutdown event.");
+        return false;
+    }
+    // A thread that ended on its own (its timers could not be set) is gone or about to be.
+    JoinThread();
+    // Created suspended and resumed at once: m_hThread is stored before the thread can run and
+    // clear it as it ends.
+    HANDLE thread = CreateThread(nullptr, 0, AnalyzerThreadProc, this, CREATE_SUSPENDED, nullptr);
+    if (thread == nullptr) {
+        CStringW text;
+        text.Format(L"Unable to create analizer thread: %x.", GetLastError());
+        OutputDebugStringW(text.GetString());
+        return false;
+    }
+    HANDLE process = GetCurrentProcess();
+    if (!DuplicateHandle(process, thread, process, &m_hThreadJoin, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+        m_hThreadJoin = nullptr;
+        CStringW text;
+        text.Format(L"Unable to keep the analyzer thread's handle for joining: %x.", GetLastError());
+        OutputDebugStringW(text.GetString());
+    }
+    m_hThread.store(thread);
+    ResumeThread(thread);
+    return true;
+}
+
+void CAudioAnalyzer::JoinThread() {
+    if (m_hThreadJoin == nullptr) return;
+    WaitForSingleObject(m_hThreadJoin, INFINITE);
+    CloseHandle(m_hThreadJoin);
+    m_hThreadJoin = nullptr;
+}
+
+DWORD WINAPI CAudioAnalyzer::AnalyzerThreadProc(LPVOID pParam) {
+    if (pParam == nullptr) return 0;
+    static_cast<CAudioAnalyzer*>(pParam)->ThreadLoop();
+    return 0;
+}
+
+void CAudioAnalyzer::ThreadLoop() {
+    // Synchronisation timers: the wait that returns one clears it, and expiries that pile up
+    // while a job runs count once.
+    HANDLE tick = CreateWaitableTimerW(nullptr, FALSE, nullptr);
+    HANDLE decay = CreateWaitableTimerW(nullptr, FALSE, nullptr);
+    HANDLE reset = CreateWaitableTimerW(nullptr, FALSE, nullptr);
+    if (SetTimer(tick, 10) && SetTimer(decay, 5) && SetTimer(reset, 1000)) {
+        m_bTimersSet.store(true, std::memory_order_release);
+        // Lowest index first: shutdown before everything, the tick before the decay and the
+        // peak reset when they fall due together. One object served per wait.
+        const HANDLE objects[4] = {m_hShutdownEvent, tick, decay, reset};
+        for (bool running = true; running;) {
+            switch (WaitForMultipleObjects(4, objects, FALSE, INFINITE)) {
+                case WAIT_OBJECT_0:
+                    running = false;
+                    break;
+                case WAIT_OBJECT_0 + 1: {
+                    Concurrency::critical_section::scoped_lock lock(m_cs);
+                    AnalyzeInput();
+                    AnalyzeOutput();
+                    m_nTicksServed.fetch_add(1, std::memory_order_release);
+                    break;
+                }
+                case WAIT_OBJECT_0 + 2: {
+                    Concurrency::critical_section::scoped_lock lock(m_cs);
+                    DecaySpectrum();
+                    m_nDecaysServed.fetch_add(1, std::memory_order_release);
+                    break;
+                }
+                case WAIT_OBJECT_0 + 3: {
+                    Concurrency::critical_section::scoped_lock lock(m_cs);
+                    ResetSpectrumPeaks();
+                    m_nResetsServed.fetch_add(1, std::memory_order_release);
+                    break;
+                }
+                default:  // a failed wait: not reported, wait again
+                    break;
+            }
+        }
+        m_bTimersSet.store(false, std::memory_order_release);
+    }
+    CloseIfOpen(tick);
+    CloseIfOpen(decay);
+    CloseIfOpen(reset);
+    CloseIfOpen(m_hThread.exchange(nullptr));
+}
+
+std::span<const float> CAudioAnalyzer::HistoryRow(std::span<const float> history, int newest, int nRow) {
+    const int physical = (newest + nRow) % kHistoryRows;
+    return history.subspan(static_cast<size_t>(physical) * kSpectrumLength, kSpectrumLength);
+}

@@ -1,0 +1,116 @@
+// The capture thread: one packet per samples-ready event. It duplicates the first channel of
+// each frame, converts the packet to the engine format for the analyzer buffers, and converts it
+// once more with the render engine's resampler into the queue the render thread plays from.
+// Once streaming it allocates nothing: every buffer was sized when the device opened.
+#include <algorithm>
+#include <cstring>
+
+extern "C" {
+#include <libavutil/mathematics.h>
+#include <libswresample/swresample.h>
+}
+
+#include "AudioCapture.h"
+#include "AudioRender.h"
+#include "EngineFormat.h"
+#include "zqCoreAudio.h"
+
+namespace {
+
+// Grows a scratch buffer; only a packet larger than any before gets here, never the steady state.
+template <typename T>
+T* Reserve(std::vector<T>& buffer, size_t elements) {
+    if (buffer.size() < elements) buffer.resize(elements);
+    return buffer.data();
+}
+
+bool IsUsable(SwrContext* context) { return context != nullptr && swr_is_initialized(context) > 0; }
+
+}  // namespace
+
+DWORD WINAPI CAudioCapture::WASAPICaptureThread(LPVOID pContext) {
+    auto* engine = static_cast<CAudioCapture*>(pContext);
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    DWORD taskIndex = 0;
+    HANDLE mmcss = AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);
+    engine->CaptureLoop();
+    if (mmcss != nullptr) AvRevertMmThreadCharacteristics(mmcss);
+    CoUninitialize();
+    g_pCore->LogInfo(L"AudioCapture: WASAPICaptureThread end of thread");
+    return 0;
+}
+
+void CAudioCapture::CaptureLoop() {
+    const HANDLE waits[2] = {m_CaptureShutdownEvent, m_CaptureAudioSamplesReadyEvent};
+    for (;;) {
+        const DWORD woken = WaitForMultipleObjects(2, waits, FALSE, INFINITE);
+        if (woken == WAIT_OBJECT_0) return;
+        if (woken != WAIT_OBJECT_0 + 1) continue;
+
+        BYTE* data = nullptr;
+        UINT32 frames = 0;
+        DWORD flags = 0;
+        // A device that was pulled fails here and signals no more: the thread then just waits
+        // for its shutdown event.
+        if (FAILED(m_spCaptureClient->GetBuffer(&data, &frames, &flags, nullptr, nullptr))) continue;
+
+        const UINT32 usable = m_nFrameSize == 0 ? 0 : std::min<UINT32>(frames, m_nBufferFrames / static_cast<UINT32>(m_nFrameSize));
+        if (usable != 0 && (flags & AUDCLNT_BUFFERFLAGS_SILENT) == 0 && data != nullptr) {
+            Concurrency::critical_section::scoped_lock lock(m_csPacket);
+            ProcessPacket(data, frames);
+        }
+        const HRESULT hr = m_spCaptureClient->ReleaseBuffer(frames);
+        if (FAILED(hr)) g_pCore->LogError(L"Unable to release capture buffer: %x!\n", hr);
+    }
+}
+
+// Called with m_csPacket held.
+void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames) {
+    // Every channel of the copy carries the first channel of the frame, in the device's sample
+    // format, so the capture resampler (configured from the mix format) reads it as it expects,
+    // and never more than frames x frame size bytes of the packet are read.
+    const WAVEFORMATEX* mix = m_pCaptureMixFormat;
+    const size_t sampleBytes = mix->wBitsPerSample / 8;
+    const size_t channels = mix->nChannels;
+    BYTE* copy = Reserve(m_vecPacketCopy, static_cast<size_t>(frames) * channels * sampleBytes);
+    for (UINT32 i = 0; i < frames; ++i) {
+        const BYTE* first = data + static_cast<size_t>(i) * m_nFrameSize;
+        for (size_t c = 0; c < channels; ++c) std::memcpy(copy + (i * channels + c) * sampleBytes, first, sampleBytes);
+    }
+
+    if (!g_pCore->IsBypass()) return;
+    SwrContext* context = m_pResamplerContext;
+    if (!IsUsable(context)) return;  // a refused format: every conversion is skipped
+
+    const int64_t capacity =
+        av_rescale_rnd(swr_get_delay(context, ENGINE_SAMPLE_RATE) + 480, ENGINE_SAMPLE_RATE, ENGINE_SAMPLE_RATE, AV_ROUND_UP);
+    float* engineFrames = Reserve(m_vecEngineFrames, static_cast<size_t>(capacity) * ENGINE_CHANNELS);
+    uint8_t* out[1] = {reinterpret_cast<uint8_t*>(engineFrames)};
+    const uint8_t* in[1] = {copy};
+    const int count = swr_convert(context, out, static_cast<int>(capacity), in, static_cast<int>(frames));
+    if (count < 0) return;
+
+    m_AudioSharedCapture.WritePacket(engineFrames, static_cast<uint32_t>(count));
+    m_AudioSharedRender.WritePacket(engineFrames, static_cast<uint32_t>(count));
+    ForwardToRender(engineFrames, count);
+}
+
+// Called with m_csPacket held: the render engine replaces its resampler and mix format only
+// under the same lock.
+void CAudioCapture::ForwardToRender(const float* engineFrames, int count) {
+    CAudioRender* render = g_pCore->GetRenderEngine();
+    if (render == nullptr || render->m_pResamplerContext == nullptr || render->m_pRenderMixFormat == nullptr) return;
+    SwrContext* context = render->m_pResamplerContext;
+    if (!IsUsable(context)) return;
+    const WAVEFORMATEX* mix = render->m_pRenderMixFormat;
+    // The queue holds the render device's own frames, so its frame size is the device's.
+    const size_t blockAlign = mix->nBlockAlign;
+    const int64_t capacity = av_rescale_rnd(count + swr_get_delay(context, ENGINE_SAMPLE_RATE),
+                                            static_cast<int64_t>(mix->nSamplesPerSec), ENGINE_SAMPLE_RATE, AV_ROUND_UP);
+    BYTE* renderFrames = Reserve(m_vecRenderFrames, static_cast<size_t>(capacity) * blockAlign);
+    uint8_t* out[1] = {renderFrames};
+    const uint8_t* in[1] = {reinterpret_cast<const uint8_t*>(engineFrames)};
+    const int converted = swr_convert(context, out, static_cast<int>(capacity), in, count);
+    if (converted < 0) return;
+    m_pSyncHost->Write(renderFrames, static_cast<size_t>(converted) * blockAlign);
+}

@@ -1,0 +1,69 @@
+// The core's spectrum and waveform-peak getters: one element of the analyzer's shared arrays,
+// read without a lock (atomic loads: the element's old or new value).
+#include <stdexcept>
+
+#include "analysis/AudioAnalyzer.h"
+#include "zqCoreAudio.h"
+
+namespace {
+
+constexpr float kSpectrumFloor = 1.0e-12f;  // what a bin of exactly 0.0 reads as: -120 dB
+
+// Checked element access: an index outside the array throws std::out_of_range.
+float SpectrumValue(const CAudioAnalyzer::SharedArray& array, int nIndex) {
+    if (nIndex < 0 || static_cast<size_t>(nIndex) >= array.size()) throw std::out_of_range("spectrum bin out of range");
+    const float value = array[static_cast<size_t>(nIndex)].load(std::memory_order_relaxed);
+    return value == 0.0f ? kSpectrumFloor : value;
+}
+
+// The place of GetDataPeakIn/Out, in 32-bit signed arithmetic that wraps as it does on the
+// host's platform: a positive shift past the end goes on at place 1 (4800 becomes 1), a
+// negative shift counts by its size.
+int DataPeakPlace(int nIndex, int nShift) {
+    const auto wrap = [](uint32_t value) { return static_cast<int32_t>(value); };
+    const uint32_t index = static_cast<uint32_t>(nIndex);
+    const uint32_t shift = static_cast<uint32_t>(nShift);
+    if (nShift == 0) return nIndex;
+    if (nShift > 0) {
+        const int place = wrap(index + shift);
+        return place > CAudioAnalyzer::kPeakHistory - 1 ? wrap(index + shift - (CAudioAnalyzer::kPeakHistory - 1))
+                                                       : place;
+    }
+    return wrap(index - shift);
+}
+
+}  // namespace
+
+float CZQCoreAudio::GetSpectrumAmpIn(int nIndex) {
+    if (m_pAnalyzer == nullptr) return 0.0f;
+    return SpectrumValue(m_pAnalyzer->m_vecSpectrumAmpIn, nIndex);
+}
+
+float CZQCoreAudio::GetSpectrumAmpOut(int nIndex) {
+    if (m_pAnalyzer == nullptr) return 0.0f;
+    // With bypass on, the output side shows what the input side shows.
+    const bool bypass = m_bBypass.load();
+    return SpectrumValue(bypass ? m_pAnalyzer->m_vecSpectrumAmpIn : m_pAnalyzer->m_vecSpectrumAmpOut, nIndex);
+}
+
+float CZQCoreAudio::GetSpectrumAmpPeakIn(int nIndex) {
+    if (m_pAnalyzer == nullptr) return 0.0f;
+    return SpectrumValue(m_pAnalyzer->m_vecSpectrumAmpPeakIn, nIndex);
+}
+
+float CZQCoreAudio::GetSpectrumAmpPeakOut(int nIndex) {
+    if (m_pAnalyzer == nullptr) return 0.0f;
+    const bool bypass = m_bBypass.load();
+    return SpectrumValue(bypass ? m_pAnalyzer->m_vecSpectrumAmpPeakIn : m_pAnalyzer->m_vecSpectrumAmpPeakOut,
+                         nIndex);
+}
+
+float CZQCoreAudio::GetDataPeakIn(int nIndex, int nShift) {
+    if (m_pAnalyzer == nullptr) return 0.0f;
+    return m_pAnalyzer->m_vecDataPeakIn.At(DataPeakPlace(nIndex, nShift));
+}
+
+float CZQCoreAudio::GetDataPeakOut(int nIndex, int nShift) {
+    if (m_pAnalyzer == nullptr) return 0.0f;
+    return m_pAnalyzer->m_vecDataPeakOut.At(DataPeakPlace(nIndex, nShift));
+}

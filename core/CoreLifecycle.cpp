@@ -1,0 +1,151 @@
+// The core's lifecycle sequences. Each step is announced by a log line; a failing step is
+// logged by the part that failed and the sequence goes on.
+#include "AudioCapture.h"
+#include "AudioRender.h"
+#include "analysis/AudioAnalyzer.h"
+#include "zqCoreAudio.h"
+
+void CZQCoreAudio::Init(HWND hWnd) {
+    LogInfo(L"CoreAudio: Init ...");
+    m_hWnd = hWnd;
+    m_pCapture = new CAudioCapture;
+    m_pRender = new CAudioRender;
+    m_pAnalyzer = new CAudioAnalyzer;
+    if (m_pAnalyzer != nullptr) m_pAnalyzer->StartThread();  // reports its own failure
+    LoadConfig();
+    LoadPlugins();
+    RebuildRender();
+    RebuildCapture();
+}
+
+void CZQCoreAudio::Shutdown() {
+    LogInfo(L"CoreAudio: Shutdown");
+    ClearDeviceZQ();
+    if (m_pAnalyzer != nullptr) {
+        // Its thread reads the capture engine's buffers every tick: gone before that engine.
+        SetEvent(m_pAnalyzer->m_hShutdownEvent);
+        m_pAnalyzer->JoinThread();
+    }
+    Stop();
+    LogInfo(L"CoreAudio: DestroyCapture");
+    if (m_pCapture != nullptr) m_pCapture->ReleaseAudioDevices();
+    LogInfo(L"CoreAudio: DestroyRender ...");
+    if (m_pRender != nullptr) m_pRender->ReleaseAudioDevices();
+    // The capture engine goes before the render engine; the render thread, which reads the
+    // capture engine's queue, was joined by Stop above.
+    delete m_pCapture;
+    m_pCapture = nullptr;
+    delete m_pRender;
+    m_pRender = nullptr;
+    delete m_pAnalyzer;
+    m_pAnalyzer = nullptr;
+    m_hWnd = nullptr;
+    LogInfo(L"CoreAudio: Shutdown OK");
+}
+
+void CZQCoreAudio::Start() {
+    LogInfo(L"CoreAudio: Start");
+    if (IsStarted()) Stop();
+    if (m_pCapture != nullptr && m_pRender != nullptr) {
+        m_pRender->StartRender();
+        m_pCapture->StartCapture();
+    }
+}
+
+void CZQCoreAudio::Stop() {
+    LogInfo(L"CoreAudio: Stop");
+    if (m_pCapture != nullptr && m_pRender != nullptr) {
+        m_pRender->StopRender();
+        m_pCapture->StopCapture();
+    }
+}
+
+bool CZQCoreAudio::IsStarted() {
+    return m_pCapture != nullptr && m_pRender != nullptr && m_pCapture->IsStarted() && m_pRender->IsStarted();
+}
+
+void CZQCoreAudio::Refresh() {
+    LogInfo(L"CoreAudio: Refresh");
+    if (IsStarted()) Stop();
+    RebuildCapture();
+}
+
+void CZQCoreAudio::DestroyRender() {
+    LogInfo(L"CoreAudio: DestroyRender ...");
+    if (m_pRender != nullptr) m_pRender->ReleaseAudioDevices();
+}
+
+void CZQCoreAudio::RebuildRender() {
+    LogInfo(L"CoreAudio: RebuildRender");
+    DestroyRender();
+    if (m_pRender != nullptr) {
+        m_pRender->EnumerateAudioDevices();
+        IMMDevice* first = nullptr;
+        {
+            Concurrency::critical_section::scoped_lock lock(m_pRender->m_csDevices);
+            if (!m_pRender->m_Devices.empty()) first = m_pRender->m_Devices.front()->GetDevice();
+        }
+        // The record stays in the list while the device opens: nothing else rebuilds it meanwhile.
+        if (first != nullptr) m_pRender->SetAudioDevice(first);
+    }
+    LogInfo(L"CoreAudio: RenderEngine Set Default Audio Device");
+}
+
+void CZQCoreAudio::DestroyCapture() {
+    LogInfo(L"CoreAudio: DestroyCapture");
+    if (m_pCapture != nullptr) m_pCapture->ReleaseAudioDevices();
+}
+
+void CZQCoreAudio::RebuildCapture() {
+    LogInfo(L"CoreAudio: RebuildCapture");
+    DestroyCapture();
+    ClearDeviceZQ();
+    if (m_pCapture != nullptr) {
+        m_pCapture->EnumerateAudioDevices();
+        m_pCapture->SetFirstAudioDevice();
+    }
+}
+
+void CZQCoreAudio::SetBypass(bool bBypass) {
+    if (m_pCapture == nullptr) {
+        m_bBypass.exchange(bBypass);
+        return;
+    }
+    Concurrency::critical_section::scoped_lock lock(m_pCapture->m_csBypass);
+    m_bBypass.exchange(bBypass);
+}
+
+bool CZQCoreAudio::SetCaptureDevice(IMMDevice* pDevice) {
+    if (m_pCapture == nullptr) return false;
+    return SUCCEEDED(m_pCapture->SetAudioDevice(pDevice));
+}
+
+bool CZQCoreAudio::SetRenderDevice(IMMDevice* pDevice) {
+    if (m_pRender == nullptr) return false;
+    return SUCCEEDED(m_pRender->SetAudioDevice(pDevice));
+}
+
+namespace {
+
+template <typename Engine>
+unsigned int CountOf(Engine* engine) {
+    if (engine == nullptr) return 0;
+    Concurrency::critical_section::scoped_lock lock(engine->m_csDevices);
+    return static_cast<unsigned int>(engine->m_Devices.size());
+}
+
+template <typename Engine>
+CWMAudioDevice* RecordAt(Engine* engine, int index) {
+    if (engine == nullptr) return nullptr;
+    Concurrency::critical_section::scoped_lock lock(engine->m_csDevices);
+    // Compared as unsigned, so a negative index is out of range too.
+    if (static_cast<unsigned int>(index) >= engine->m_Devices.size()) return nullptr;
+    return engine->m_Devices[static_cast<unsigned int>(index)];
+}
+
+}  // namespace
+
+unsigned int CZQCoreAudio::GetCaptureDeviceCount() { return CountOf(m_pCapture); }
+CWMAudioDevice* CZQCoreAudio::GetCaptureDevice(int nIndex) { return RecordAt(m_pCapture, nIndex); }
+unsigned int CZQCoreAudio::GetRenderDeviceCount() { return CountOf(m_pRender); }
+CWMAudioDevice* CZQCoreAudio::GetRenderDevice(int nIndex) { return RecordAt(m_pRender, nIndex); }

@@ -1,0 +1,250 @@
+// zqCoreAudio: the exported interface of the audio core.
+//
+// The host constructs one CZQCoreAudio, attaches its CZqLog with SetLog, calls Init with its
+// main window, uses the other members, calls Shutdown and destroys the object. Lifecycle,
+// device and setting members are called from the host's thread, on which COM must be
+// initialised; the meter, volume, spectrum and waveform getters and the log functions may be
+// called from any thread. Device records handed out stay owned by the library (see each
+// getter for how long they stay valid). Window messages reach the window given to Init from
+// the library's threads; WM_AUDIO_DEVICE_CHANGED with wParam 0 is sent (the sender waits for
+// the window's thread), the others are posted.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <vector>
+
+#include "zqPlatform.h"
+
+#if defined(_WIN32)
+#  if defined(ZQCOREAUDIO_BUILDING)
+#    define ZQCOREAUDIO_API __declspec(dllexport)
+#  else
+#    define ZQCOREAUDIO_API __declspec(dllimport)
+#  endif
+#else
+#  define ZQCOREAUDIO_API __attribute__((visibility("default")))
+#endif
+
+// Window messages to the host.
+#ifndef WM_USER
+#define WM_USER 0x0400
+#endif
+#define WM_AUDIO_RENDER_CHANGED (WM_USER + 200)    // posted; wParam 0, lParam 0
+#define WM_AUDIO_DEVICE_CHANGED (WM_USER + 204)    // wParam 0: list refreshed (sent); 1: removed (posted)
+#define WM_SESSION_VOLUME_CHANGED (WM_USER + 210)  // posted; wParam: float bits of the volume, lParam: mute
+
+class CAudioCapture;
+class CAudioRender;
+class CAudioAnalyzer;
+class CMMNotificationClient;
+
+// The record of one audio endpoint and, for the maker's microphones, of its USB identity and
+// versions. Holds one reference on its endpoint while it has one. No lock: the list that owns
+// a record guards it.
+class ZQCOREAUDIO_API CWMAudioDevice {
+public:
+    CWMAudioDevice();
+    CWMAudioDevice(const CWMAudioDevice& src);
+    ~CWMAudioDevice();
+    CWMAudioDevice& operator=(const CWMAudioDevice& src);
+
+    // Empties everything but the edit mark, and gives back the endpoint reference.
+    void Clear();
+
+    // The endpoint, without a reference added: valid while the record holds it.
+    IMMDevice* GetDevice();
+    // Takes a reference on p (may be null) and gives back the one held before.
+    void SetDevice(IMMDevice* p);
+
+    CStringW GetName();
+    void SetName(const wchar_t* text);
+    CStringW GetFriendlyName();
+    void SetFriendlyName(const wchar_t* text);
+    CStringW GetManufacturer();
+    void SetManufacturer(const wchar_t* text);
+    CStringW GetProduct();
+    void SetProduct(const wchar_t* text);
+    CStringW GetSN();
+    void SetSN(const wchar_t* text);
+    _GUID GetHidContainerID();
+    void SetHidContainerID(_GUID guid);
+
+    unsigned char GetVerAPI();
+    unsigned char GetVerFW();
+    // Asks the microphone behind bridge nDevice for its protocol and firmware versions.
+    bool InitVer(int nDevice);
+
+    bool IsEditNow();
+    void MarkEditNow(bool bEdit);
+
+private:
+    unsigned char m_nVerAPI;
+    unsigned char m_nVerFW;
+    bool m_bEditNow;
+    GUID m_guidHidContainerID;
+    CStringW m_strProduct;
+    CStringW m_strManufacturer;
+    CStringW m_strName;
+    CStringW m_strFriendlyName;
+    CStringW m_strSN;
+    IMMDevice* m_pDevice;
+};
+
+// One product of the product table (config.xml).
+struct ZQCOREAUDIO_API _ZQ_CONFIG {
+    _ZQ_CONFIG();
+    _ZQ_CONFIG(const _ZQ_CONFIG& other);
+    ~_ZQ_CONFIG();
+    _ZQ_CONFIG& operator=(const _ZQ_CONFIG& other);
+
+    CStringW strDeviceName;
+    CStringW strFriendlyName;
+    unsigned char nApi;
+    unsigned char nFw;
+    CStringW strEditor;
+};
+
+// A plug-in's description: 524 bytes of the plug-in's own, then the plug-in file's full path
+// in UTF-16 (forward slashes, NUL-terminated, at most 259 characters), whatever the width of
+// wchar_t on the platform.
+struct _ZQ_PLUGIN_INFO {
+    unsigned char abPluginData[524];
+    char16_t szPath[260];
+};
+static_assert(sizeof(_ZQ_PLUGIN_INFO) == 1044, "the plug-in description is a fixed 1044-byte record");
+static_assert(offsetof(_ZQ_PLUGIN_INFO, szPath) == 524, "the path follows the plug-in's 524 bytes");
+
+class ZQCOREAUDIO_API CZQCoreAudio {
+public:
+    CZQCoreAudio();
+    ~CZQCoreAudio();
+    CZQCoreAudio(const CZQCoreAudio&) = delete;
+    CZQCoreAudio& operator=(const CZQCoreAudio&) = delete;
+
+    // ---- lifecycle (host's thread) ----
+    void Init(HWND hWnd);
+    void Shutdown();
+    bool IsInit();
+    void Start();
+    void Stop();
+    bool IsStarted();
+    void Refresh();
+    void DestroyRender();
+    void RebuildRender();
+    void DestroyCapture();
+    void RebuildCapture();
+
+    // ---- engines and stream devices ----
+    CAudioCapture* GetCaptureEngine();
+    CAudioRender* GetRenderEngine();
+    bool SetCaptureDevice(IMMDevice* pDevice);
+    bool SetRenderDevice(IMMDevice* pDevice);
+    // Records stay valid until the engine's list is next released (Destroy/Rebuild, Refresh,
+    // Shutdown).
+    unsigned int GetCaptureDeviceCount();
+    CWMAudioDevice* GetCaptureDevice(int nIndex);
+    unsigned int GetRenderDeviceCount();
+    CWMAudioDevice* GetRenderDevice(int nIndex);
+    CMMNotificationClient* GetNotifyClient();
+    HWND GetHwnd();
+    _SECURITY_ATTRIBUTES* GetSA();
+
+    // ---- settings (atomics: any thread) ----
+    void SetBypass(bool bBypass);
+    bool IsBypass();
+    void SetWaveScale(int nScale);
+    int GetWaveScale();
+    void SetWhichFunction(int nFunction);
+    int GetWhichFunction();
+    void SetSpectrumView(DWORD dwView);
+    int GetSpectrumView();
+
+    // ---- logging (any thread) ----
+    void LogInfo(const wchar_t* format, ...);
+    void LogWarning(const wchar_t* format, ...);
+    void LogError(const wchar_t* format, ...);
+    // The log must outlive every call, or be detached with null first; never deleted here.
+    void SetLog(CZqLog* pLog);
+    CStringW GetDbgTextFIFO();
+
+    // ---- device notifications ----
+    void DoDeviceChange(const wchar_t* pwstrDeviceId, DWORD dwNewState);
+    void DoDeviceAdded(const wchar_t* pwstrDeviceId);
+    void DoDeviceRemoved(const wchar_t* pwstrDeviceId);
+    void RemoveDevice(const wchar_t* pwstrDeviceId);
+    void DoRenderChanged(const wchar_t* pwstrDeviceId);
+    void DoCaptureChanged(const wchar_t* pwstrDeviceId);
+
+    // ---- the maker's microphones ----
+    void ClearDeviceZQ();
+    bool FillDevicesZQ();
+    // The active capture endpoint of that container, with a reference the caller owns.
+    IMMDevice* FindHidDevice(_GUID guidContainer, CStringW& strName);
+    unsigned int GetHidCaptureDeviceCount();
+    // Valid until ClearDeviceZQ (unless marked with MarkEditNow) or RemoveDevice deletes it.
+    CWMAudioDevice* GetHidCaptureDevice(int nIndex);
+
+    // ---- product table ----
+    int GetProductCount();
+    CStringW GetProductNameByIndex(int nIndex);
+    CStringW GetProductFriendlyNameByIndex(int nIndex);
+    unsigned char GetProductAPI(int nIndex);
+    unsigned char GetProductFW(int nIndex);
+    CStringW GetEditorExeByProduct(const CStringW& strFriendlyName);
+    int GetGroupId(const CStringW& strFriendlyName);
+    CStringW FindFriendlyNameDevice(unsigned char nApi, unsigned char nFw, const CStringW& strProduct);
+
+    // ---- plug-ins ----
+    int GetPluginCount();
+    _ZQ_PLUGIN_INFO GetPlugin(int nIndex);
+
+    // ---- meters, volumes, mute, waveform peaks (any thread) ----
+    float GetPeakCapture();
+    float GetPeakCaptureDBFS();
+    float GetPeakRender();
+    float GetPeakRenderDBFS();
+    void SetCaptureVol(float fLevel);
+    float GetCaptureVol();
+    void SetRenderVol(float fLevel);
+    float GetRenderVol();
+    void MuteRender(bool bMute);
+    bool IsRenderMute();
+    // Throws std::out_of_range for a place outside the history.
+    float GetDataPeakIn(int nIndex, int nShift);
+    float GetDataPeakOut(int nIndex, int nShift);
+
+    // ---- spectrum (any thread); throw std::out_of_range outside 0..4095 ----
+    float GetSpectrumAmpIn(int nIndex);
+    float GetSpectrumAmpOut(int nIndex);
+    float GetSpectrumAmpPeakIn(int nIndex);
+    float GetSpectrumAmpPeakOut(int nIndex);
+
+private:
+    friend class CAudioCapture;  // copies the microphone list under its lock
+
+    void LoadConfig();
+    void LoadPlugins();
+    bool IsDeviceInConfig(const CStringW& strProduct);
+    void LogV(zqLogEventType eType, const wchar_t* format, va_list args);
+
+    std::vector<_ZQ_CONFIG> m_vecProducts;
+    std::vector<CWMAudioDevice*> m_vecHidDevices;
+    std::vector<_ZQ_PLUGIN_INFO> m_vecPlugins;
+    CAudioAnalyzer* m_pAnalyzer;
+    CAudioCapture* m_pCapture;
+    CAudioRender* m_pRender;
+    CMMNotificationClient* m_pNotifyClient;
+    HWND m_hWnd;
+    std::atomic<bool> m_bBypass;
+    std::atomic<int32_t> m_nWaveScale;
+    std::atomic<int32_t> m_nWhichFunction;
+    std::atomic<uint32_t> m_dwSpectrumView;
+    CSecurityAttributesRW m_SA;
+    CZqLog* m_pLog;
+    // Serialises the microphone list between the notification thread and the host's thread.
+    Concurrency::critical_section m_csHidDevices;
+};
+
+// The one core object, set by its constructor; valid until its destructor returns.
+ZQCOREAUDIO_API extern CZQCoreAudio* g_pCore;

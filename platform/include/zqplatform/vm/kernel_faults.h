@@ -1,0 +1,17 @@
+// Failure injection for kernel object creation, so that tests can reach the paths where an
+// event or a thread cannot be created.
+#pragma once
+
+#include <cstdint>
+
+#include "zqplatform/export.h"
+
+namespace zqvm {
+
+// Lets the next `skip` event creations (CreateEventW / CreateEventExW) succeed, then makes the
+// following `count` fail with last error `error`. count 0 cancels.
+ZQPLATFORM_API void FailEventCreations(uint32_t skip, uint32_t count, uint32_t error);
+// The same for CreateThread.
+ZQPLATFORM_API void FailThreadCreations(uint32_t skip, uint32_t count, uint32_t error);
+
+}  // namespace zqvm

@@ -1,0 +1,89 @@
+// The concurrency runtime's critical section and concurrent queue.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+
+#include "zqplatform/win/wintypes.h"
+
+namespace Concurrency {
+
+// A non-recursive lock.
+class critical_section {
+public:
+    critical_section() = default;
+    critical_section(const critical_section&) = delete;
+    critical_section& operator=(const critical_section&) = delete;
+
+    void lock() { m_mutex.lock(); }
+    bool try_lock() { return m_mutex.try_lock(); }
+    void unlock() { m_mutex.unlock(); }
+
+    class scoped_lock {
+    public:
+        explicit scoped_lock(critical_section& cs) : m_cs(cs) { m_cs.lock(); }
+        ~scoped_lock() { m_cs.unlock(); }
+        scoped_lock(const scoped_lock&) = delete;
+        scoped_lock& operator=(const scoped_lock&) = delete;
+
+    private:
+        critical_section& m_cs;
+    };
+
+private:
+    std::mutex m_mutex;
+};
+
+// Unbounded queue: push never blocks and may run on any number of threads at once; try_pop is
+// for one consumer at a time. Each push allocates one node; a pop frees one.
+template <typename T>
+class concurrent_queue {
+public:
+    concurrent_queue() : m_head(new Node{}), m_tail(m_head.load()) {}
+    concurrent_queue(const concurrent_queue&) = delete;
+    concurrent_queue& operator=(const concurrent_queue&) = delete;
+    ~concurrent_queue() {
+        T ignored;
+        while (try_pop(ignored)) {
+        }
+        delete m_tail;
+    }
+
+    void push(const T& value) {
+        Node* node = new Node{value, {nullptr}};
+        // Wait-free: swing the head to the new node, then link the old head to it.
+        Node* prev = m_head.exchange(node, std::memory_order_acq_rel);
+        prev->next.store(node, std::memory_order_release);
+    }
+
+    bool try_pop(T& out) {
+        Node* tail = m_tail;
+        Node* next = tail->next.load(std::memory_order_acquire);
+        if (next == nullptr) return false;
+        out = next->value;
+        m_tail = next;
+        delete tail;
+        return true;
+    }
+
+    bool empty() const { return m_tail->next.load(std::memory_order_acquire) == nullptr; }
+
+    // Visits the queued values in order; only while no other thread pushes or pops.
+    template <typename F>
+    void unsafe_for_each(F&& visit) const {
+        for (Node* n = m_tail->next.load(std::memory_order_acquire); n != nullptr;
+             n = n->next.load(std::memory_order_acquire)) {
+            visit(n->value);
+        }
+    }
+
+private:
+    struct Node {
+        T value;
+        std::atomic<Node*> next;
+    };
+    std::atomic<Node*> m_head;  // newest node, where producers append
+    Node* m_tail;               // the consumer's stub: the node before the oldest value
+};
+
+}  // namespace Concurrency

@@ -1,0 +1,71 @@
+// Endpoint state shared by the engine and the endpoint's objects.
+#include "endpoint_state.h"
+
+#include <algorithm>
+
+namespace zqplatform::audio {
+namespace {
+
+struct Progress {
+    std::mutex lock;
+    std::condition_variable changed;
+};
+
+Progress& TheProgress() {
+    static Progress* progress = new Progress;  // never destroyed: stream threads may outlive statics
+    return *progress;
+}
+
+}  // namespace
+
+EndpointState::EndpointState(std::wstring id_, EDataFlow flow_, MixFormat format_, std::wstring name_,
+                             GUID container_, DWORD state_, uint32_t keepSeconds, EventDispatcher& sessionEvents)
+    : id(std::move(id_)),
+      flow(flow_),
+      format(format_),
+      name(std::move(name_)),
+      container(container_),
+      session(std::make_shared<Session>(sessionEvents)),
+      state(state_),
+      sink(format_.Rate(), format_.Channels(), keepSeconds) {}
+
+void EndpointState::SetSource(const ResolvedSource& source) {
+    std::lock_guard lock(m_sourceLock);
+    m_source = source;
+    m_sourceVersion.fetch_add(1, std::memory_order_release);
+}
+
+void EndpointState::RefreshGenerator(uint64_t& seenVersion, SourceGenerator& generator) {
+    if (m_sourceVersion.load(std::memory_order_acquire) == seenVersion) return;
+    std::lock_guard lock(m_sourceLock);
+    generator.Restart(m_source);
+    seenVersion = m_sourceVersion.load(std::memory_order_relaxed);
+}
+
+void EndpointState::SetPeaks(const float* channelPeaks) {
+    float peak = 0.0f;
+    for (size_t c = 0; c < format.Channels(); ++c) {
+        m_channelPeaks[c].store(channelPeaks[c], std::memory_order_relaxed);
+        peak = std::max(peak, channelPeaks[c]);
+    }
+    m_peak.store(peak, std::memory_order_relaxed);
+}
+
+void EndpointState::ClearPeaks() {
+    for (auto& p : m_channelPeaks) p.store(0.0f, std::memory_order_relaxed);
+    m_peak.store(0.0f, std::memory_order_relaxed);
+}
+
+void NotifyProgress() {
+    Progress& progress = TheProgress();
+    { std::lock_guard lock(progress.lock); }  // a waiter between its check and its wait is not missed
+    progress.changed.notify_all();
+}
+
+bool WaitForProgress(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
+    Progress& progress = TheProgress();
+    std::unique_lock lock(progress.lock);
+    return progress.changed.wait_for(lock, timeout, done);
+}
+
+}  // namespace zqplatform::audio

@@ -1,0 +1,17 @@
+// The machine description file: what endpoints the virtual machine has. Internal to the
+// platform library; the format is documented in machine_description.cpp.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "zqplatform/vm/audio_machine.h"
+
+namespace zqplatform::audio {
+
+// Parses a description; relative file paths in it are taken from baseDir. False and the
+// reason (with the line) in error for malformed XML or an element that makes no sense.
+bool ParseMachineDescription(const std::string& xml, const std::string& baseDir,
+                             std::vector<zqvm::EndpointSpec>& endpoints, std::string& error);
+
+}  // namespace zqplatform::audio

@@ -1,0 +1,373 @@
+// Wide formatting with the Microsoft printf rules, written out here because the C library's
+// wide printf reads "%s" as a narrow string and stops at the first unconvertible byte.
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cwchar>
+
+#include "zqplatform/win/wstring.h"
+
+namespace {
+
+// Collects output up to a capacity and counts everything, so one pass both writes and measures.
+class Sink {
+public:
+    Sink(wchar_t* out, size_t capacity) : m_out(out), m_capacity(capacity) {}
+    void Put(wchar_t ch) {
+        if (m_out != nullptr && m_count + 1 < m_capacity) m_out[m_count] = ch;
+        ++m_count;
+    }
+    void Repeat(wchar_t ch, long long n) {
+        for (long long i = 0; i < n; ++i) Put(ch);
+    }
+    void Terminate() {
+        if (m_out == nullptr || m_capacity == 0) return;
+        m_out[m_count < m_capacity ? m_count : m_capacity - 1] = L'\0';
+    }
+    long long Count() const { return static_cast<long long>(m_count); }
+
+private:
+    wchar_t* m_out;
+    size_t m_capacity;
+    size_t m_count = 0;
+};
+
+enum class Length { None, Short, Char, Long, LongLong, Size, IntMax, PtrDiff, Wide, LongDouble };
+
+struct Spec {
+    bool leftAlign = false;
+    char flags[8] = {};
+    int flagCount = 0;
+    int width = -1;
+    int precision = -1;
+    Length length = Length::None;
+    wchar_t conversion = 0;
+};
+
+// Values of width and precision are capped so that a hostile format cannot ask for gigabytes.
+constexpr int kMaxField = 1 << 20;
+
+int ReadNumber(const wchar_t*& p) {
+    long long value = 0;
+    while (*p >= L'0' && *p <= L'9') {
+        value = value * 10 + (*p - L'0');
+        if (value > kMaxField) value = kMaxField;
+        ++p;
+    }
+    return static_cast<int>(value);
+}
+
+bool ParseSpec(const wchar_t*& p, Spec& spec, va_list& args) {
+    for (;; ++p) {
+        if (*p == L'-') spec.leftAlign = true;
+        else if (*p == L'+' || *p == L' ' || *p == L'#' || *p == L'0') {
+            if (spec.flagCount < 6) spec.flags[spec.flagCount++] = static_cast<char>(*p);
+        } else break;
+    }
+    if (*p == L'*') {
+        int w = va_arg(args, int);
+        if (w < 0) {
+            spec.leftAlign = true;
+            w = w == INT_MIN ? kMaxField : -w;
+        }
+        spec.width = w > kMaxField ? kMaxField : w;
+        ++p;
+    } else if (*p >= L'0' && *p <= L'9') {
+        spec.width = ReadNumber(p);
+    }
+    if (*p == L'.') {
+        ++p;
+        if (*p == L'*') {
+            int prec = va_arg(args, int);
+            spec.precision = prec < 0 ? -1 : (prec > kMaxField ? kMaxField : prec);
+            ++p;
+        } else {
+            spec.precision = ReadNumber(p);
+        }
+    }
+    switch (*p) {
+        case L'h':
+            ++p;
+            spec.length = Length::Short;
+            if (*p == L'h') { spec.length = Length::Char; ++p; }
+            break;
+        case L'l':
+            ++p;
+            spec.length = Length::Long;
+            if (*p == L'l') { spec.length = Length::LongLong; ++p; }
+            break;
+        case L'w': ++p; spec.length = Length::Wide; break;
+        case L'L': ++p; spec.length = Length::LongDouble; break;
+        case L'j': ++p; spec.length = Length::IntMax; break;
+        case L'z': ++p; spec.length = Length::Size; break;
+        case L't': ++p; spec.length = Length::PtrDiff; break;
+        case L'I':
+            ++p;
+            if (p[0] == L'6' && p[1] == L'4') { spec.length = Length::LongLong; p += 2; }
+            else if (p[0] == L'3' && p[1] == L'2') { spec.length = Length::None; p += 2; }
+            else spec.length = Length::Size;
+            break;
+        default: break;
+    }
+    spec.conversion = *p;
+    if (*p != L'\0') ++p;
+    return true;
+}
+
+void Pad(Sink& sink, const Spec& spec, long long contentLength, bool before) {
+    if (spec.width <= contentLength || spec.leftAlign == before) return;
+    sink.Repeat(L' ', spec.width - contentLength);
+}
+
+// A narrow character as the Microsoft "C" locale reads it when the C library cannot.
+size_t DecodeNarrow(const char* s, size_t avail, wchar_t& out, std::mbstate_t& state) {
+    size_t n = std::mbrtowc(&out, s, avail, &state);
+    if (n == static_cast<size_t>(-1) || n == static_cast<size_t>(-2)) {
+        state = std::mbstate_t{};
+        out = static_cast<wchar_t>(static_cast<unsigned char>(*s));
+        return 1;
+    }
+    return n == 0 ? 1 : n;
+}
+
+void PutNarrowString(Sink& sink, const Spec& spec, const char* s) {
+    if (s == nullptr) s = "(null)";
+    // Count the characters first so the padding can precede them.
+    long long chars = 0;
+    size_t len = std::strlen(s);
+    std::mbstate_t state{};
+    for (size_t i = 0; i < len && (spec.precision < 0 || chars < spec.precision);) {
+        wchar_t ch;
+        i += DecodeNarrow(s + i, len - i, ch, state);
+        ++chars;
+    }
+    Pad(sink, spec, chars, true);
+    state = std::mbstate_t{};
+    long long written = 0;
+    for (size_t i = 0; i < len && written < chars; ++written) {
+        wchar_t ch;
+        i += DecodeNarrow(s + i, len - i, ch, state);
+        sink.Put(ch);
+    }
+    Pad(sink, spec, chars, false);
+}
+
+void PutWideString(Sink& sink, const Spec& spec, const wchar_t* s) {
+    if (s == nullptr) s = L"(null)";
+    long long len = static_cast<long long>(std::wcslen(s));
+    if (spec.precision >= 0 && spec.precision < len) len = spec.precision;
+    Pad(sink, spec, len, true);
+    for (long long i = 0; i < len; ++i) sink.Put(s[i]);
+    Pad(sink, spec, len, false);
+}
+
+void PutChar(Sink& sink, const Spec& spec, wchar_t ch) {
+    Pad(sink, spec, 1, true);
+    sink.Put(ch);
+    Pad(sink, spec, 1, false);
+}
+
+// Numbers go through the C library's narrow formatter, one conversion at a time. The format is
+// built here from a parsed, validated conversion, so it is not a literal by design.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+template <typename T>
+void PutNumber(Sink& sink, const Spec& spec, const char* lengthText, char conversion, T value) {
+    char format[32];
+    int n = 0;
+    format[n++] = '%';
+    if (spec.leftAlign) format[n++] = '-';
+    for (int i = 0; i < spec.flagCount; ++i) format[n++] = spec.flags[i];
+    format[n++] = '*';
+    format[n++] = '.';
+    format[n++] = '*';
+    for (const char* l = lengthText; *l; ++l) format[n++] = *l;
+    format[n++] = conversion;
+    format[n] = '\0';
+    int width = spec.width < 0 ? 0 : spec.width;
+    char small[128];
+    int needed = std::snprintf(small, sizeof small, format, width, spec.precision, value);
+    if (needed < 0) return;
+    if (static_cast<size_t>(needed) < sizeof small) {
+        for (int i = 0; i < needed; ++i) sink.Put(static_cast<unsigned char>(small[i]));
+        return;
+    }
+    // Only a very wide field gets here; it is rare enough to allocate.
+    std::string big(static_cast<size_t>(needed) + 1, '\0');
+    std::snprintf(big.data(), big.size(), format, width, spec.precision, value);
+    for (int i = 0; i < needed; ++i) sink.Put(static_cast<unsigned char>(big[static_cast<size_t>(i)]));
+}
+#pragma GCC diagnostic pop
+
+bool PutInteger(Sink& sink, const Spec& spec, char conversion, va_list& args) {
+    const bool isSigned = conversion == 'd' || conversion == 'i';
+    switch (spec.length) {
+        case Length::LongLong:
+        case Length::IntMax:
+            if (isSigned) PutNumber(sink, spec, "ll", conversion, va_arg(args, long long));
+            else PutNumber(sink, spec, "ll", conversion, va_arg(args, unsigned long long));
+            return true;
+        case Length::Size:
+        case Length::PtrDiff:
+            if (isSigned) PutNumber(sink, spec, "ll", conversion, static_cast<long long>(va_arg(args, intptr_t)));
+            else PutNumber(sink, spec, "ll", conversion, static_cast<unsigned long long>(va_arg(args, uintptr_t)));
+            return true;
+        case Length::Short:
+            PutNumber(sink, spec, "h", conversion, va_arg(args, int));
+            return true;
+        case Length::Char:
+            PutNumber(sink, spec, "hh", conversion, va_arg(args, int));
+            return true;
+        default:
+            // "%ld" is 32 bits wide on Windows, and so is every LONG the system passes.
+            if (isSigned) PutNumber(sink, spec, "", conversion, va_arg(args, int));
+            else PutNumber(sink, spec, "", conversion, va_arg(args, unsigned int));
+            return true;
+    }
+}
+
+bool FormatOne(Sink& sink, Spec& spec, va_list& args) {
+    const bool narrowSide = spec.length == Length::Short || spec.length == Length::Char;
+    const bool wideSide = spec.length == Length::Long || spec.length == Length::Wide;
+    switch (spec.conversion) {
+        case L's':
+            if (narrowSide) PutNarrowString(sink, spec, va_arg(args, const char*));
+            else PutWideString(sink, spec, va_arg(args, const wchar_t*));
+            return true;
+        case L'S':
+            if (wideSide) PutWideString(sink, spec, va_arg(args, const wchar_t*));
+            else PutNarrowString(sink, spec, va_arg(args, const char*));
+            return true;
+        case L'c':
+            if (narrowSide) {
+                unsigned char byte = static_cast<unsigned char>(va_arg(args, int));
+                PutChar(sink, spec, static_cast<wchar_t>(byte));
+            } else {
+                PutChar(sink, spec, static_cast<wchar_t>(va_arg(args, int)));
+            }
+            return true;
+        case L'C':
+            if (wideSide) {
+                PutChar(sink, spec, static_cast<wchar_t>(va_arg(args, int)));
+            } else {
+                unsigned char byte = static_cast<unsigned char>(va_arg(args, int));
+                PutChar(sink, spec, static_cast<wchar_t>(byte));
+            }
+            return true;
+        case L'd': case L'i': case L'u': case L'x': case L'X': case L'o':
+            return PutInteger(sink, spec, static_cast<char>(spec.conversion), args);
+        case L'e': case L'E': case L'f': case L'F': case L'g': case L'G': case L'a': case L'A':
+            // Windows' long double is a double, so "%Lf" takes a double too.
+            PutNumber(sink, spec, "", static_cast<char>(spec.conversion), va_arg(args, double));
+            return true;
+        case L'p':
+            spec.flagCount = 0;
+            PutNumber(sink, spec, "", 'p', va_arg(args, void*));
+            return true;
+        default:
+            return false;  // "%n", "%Z", an unknown or a missing conversion
+    }
+}
+
+}  // namespace
+
+namespace zqplatform {
+
+long long FormatWide(wchar_t* out, size_t outSize, const wchar_t* format, va_list args) {
+    Sink sink(out, outSize);
+    if (format == nullptr) {
+        sink.Terminate();
+        return -1;
+    }
+    va_list ap;
+    va_copy(ap, args);
+    long long result = 0;
+    for (const wchar_t* p = format; *p != L'\0';) {
+        if (*p != L'%') {
+            sink.Put(*p++);
+            continue;
+        }
+        ++p;
+        if (*p == L'%') {
+            sink.Put(*p++);
+            continue;
+        }
+        Spec spec;
+        ParseSpec(p, spec, ap);
+        if (!FormatOne(sink, spec, ap)) {
+            result = -1;
+            break;
+        }
+    }
+    va_end(ap);
+    sink.Terminate();
+    return result < 0 ? -1 : sink.Count();
+}
+
+}  // namespace zqplatform
+
+extern "C" {
+
+int _vsnwprintf_s(wchar_t* buffer, size_t sizeOfBuffer, size_t count, const wchar_t* format, va_list args) {
+    if (buffer == nullptr || sizeOfBuffer == 0 || format == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    const size_t limit = count == _TRUNCATE ? sizeOfBuffer : (count + 1 < sizeOfBuffer ? count + 1 : sizeOfBuffer);
+    const long long length = zqplatform::FormatWide(buffer, limit, format, args);
+    if (length < 0) {
+        buffer[0] = L'\0';
+        errno = EINVAL;
+        return -1;
+    }
+    if (static_cast<unsigned long long>(length) >= limit) {
+        if (count != _TRUNCATE && count >= sizeOfBuffer) buffer[0] = L'\0';  // too small: no text at all
+        return -1;
+    }
+    return static_cast<int>(length);
+}
+
+int _snwprintf_s(wchar_t* buffer, size_t sizeOfBuffer, size_t count, const wchar_t* format, ...) {
+    va_list args;
+    va_start(args, format);
+    int r = _vsnwprintf_s(buffer, sizeOfBuffer, count, format, args);
+    va_end(args);
+    return r;
+}
+
+int swprintf_s(wchar_t* buffer, size_t sizeOfBuffer, const wchar_t* format, ...) {
+    if (buffer == nullptr || sizeOfBuffer == 0 || format == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    va_list args;
+    va_start(args, format);
+    const long long length = zqplatform::FormatWide(buffer, sizeOfBuffer, format, args);
+    va_end(args);
+    // Unlike the truncating form, a text that does not fit leaves nothing at all.
+    if (length < 0 || static_cast<unsigned long long>(length) >= sizeOfBuffer) {
+        buffer[0] = L'\0';
+        errno = length < 0 ? EINVAL : ERANGE;
+        return -1;
+    }
+    return static_cast<int>(length);
+}
+
+int _wcsicmp(const wchar_t* a, const wchar_t* b) { return _wcsnicmp(a, b, static_cast<size_t>(-1)); }
+
+int _wcsnicmp(const wchar_t* a, const wchar_t* b, size_t count) {
+    if (a == nullptr || b == nullptr) {
+        errno = EINVAL;
+        return INT_MAX;
+    }
+    auto fold = [](wchar_t c) { return (c >= L'A' && c <= L'Z') ? static_cast<wchar_t>(c - L'A' + L'a') : c; };
+    for (size_t i = 0; i < count; ++i) {
+        const wchar_t ca = fold(a[i]);
+        const wchar_t cb = fold(b[i]);
+        if (ca != cb) return ca < cb ? -1 : 1;
+        if (ca == L'\0') return 0;
+    }
+    return 0;
+}
+
+}  // extern "C"

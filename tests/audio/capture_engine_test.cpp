@@ -1,0 +1,259 @@
+// The capture engine on the virtual audio engine with the stepped clock: what each packet puts
+// into the analyzer buffers and the render queue, the start/stop rules, and every failure of
+// opening a device.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <future>
+#include <vector>
+
+#include "AudioCapture.h"
+#include "AudioRender.h"
+#include "audio_fixture.h"
+#include "zqplatform/vm/kernel_faults.h"
+
+namespace {
+
+using zqtest::AudioMachineTest;
+
+constexpr uint32_t kWait = 5000;
+
+class CaptureEngine : public AudioMachineTest {
+protected:
+    void SetUp() override {
+        AudioMachineTest::SetUp();
+        speaker = AddRender(48000, 2, zqvm::SampleFormat::Float32);
+        core->Init(window->Handle());
+        capture = core->GetCaptureEngine();
+        ASSERT_NE(capture, nullptr);
+    }
+
+    std::wstring OpenMicrophone(uint32_t rate, uint16_t channels, zqvm::SampleFormat format) {
+        mic = AddCapture(rate, channels, format, zqvm::CaptureSource::Fed());
+        EXPECT_TRUE(core->SetCaptureDevice(Device(mic)));
+        return mic;
+    }
+
+    // One device period: the engine delivers a packet, the capture thread handles it.
+    void CapturePeriod() {
+        const uint64_t before = zqvm::CapturePacketsReleased(mic);
+        StepPeriods(1);
+        ASSERT_TRUE(zqvm::WaitForCapturePacketsReleased(mic, before + 1, kWait));
+    }
+
+    // The latest-packet block of the analyzer's input buffer: frame count and frames.
+    std::vector<float> LatestPacket() {
+        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
+        const uint8_t* block = capture->m_AudioSharedCapture.GetBlock();
+        int32_t count = 0;
+        std::memcpy(&count, block, 4);
+        std::vector<float> frames(static_cast<size_t>(count) * 2);
+        std::memcpy(frames.data(), block + 8, frames.size() * sizeof(float));
+        return frames;
+    }
+
+    std::vector<float> QueuedForRender() {
+        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
+        std::vector<float> queued(capture->m_pSyncHost->GetCount() / sizeof(float));
+        capture->m_pSyncHost->Read(queued.data(), queued.size() * sizeof(float));
+        return queued;
+    }
+
+    std::wstring speaker;
+    std::wstring mic;
+    CAudioCapture* capture = nullptr;
+};
+
+TEST_F(CaptureEngine, AStereoPacketEntersAsItsFirstChannelTwice) {
+    OpenMicrophone(48000, 2, zqvm::SampleFormat::Float32);
+    ASSERT_TRUE(capture->StartCapture());
+    std::vector<float> fed;
+    for (int i = 0; i < 480; ++i) {
+        fed.push_back(i == 0 ? 0.5f : (i == 1 ? 0.25f : 0.001f * static_cast<float>(i % 100)));
+        fed.push_back(-0.9f);  // the right channel is never used
+    }
+    ASSERT_TRUE(zqvm::FeedFrames(mic, fed));
+    CapturePeriod();
+    const std::vector<float> packet = LatestPacket();
+    ASSERT_EQ(packet.size(), 960u);
+    for (size_t i = 0; i < 480; ++i) {
+        ASSERT_FLOAT_EQ(packet[2 * i], fed[2 * i]) << i;
+        ASSERT_FLOAT_EQ(packet[2 * i + 1], fed[2 * i]) << i;
+    }
+    // The render device has the engine's format: the queue holds the same frames.
+    EXPECT_EQ(QueuedForRender(), packet);
+}
+
+TEST_F(CaptureEngine, SilentPacketsAndBypassOffFeedNothingButTheDeviceIsDrained) {
+    OpenMicrophone(48000, 2, zqvm::SampleFormat::Float32);
+    ASSERT_TRUE(capture->StartCapture());
+    CapturePeriod();  // nothing fed: the engine delivers a silent packet
+    EXPECT_TRUE(LatestPacket().empty());
+    EXPECT_TRUE(QueuedForRender().empty());
+
+    core->SetBypass(false);
+    std::vector<float> fed(960, 0.5f);
+    ASSERT_TRUE(zqvm::FeedFrames(mic, fed));
+    CapturePeriod();
+    EXPECT_EQ(zqvm::FedFramesPending(mic), 0u);  // drained
+    EXPECT_TRUE(LatestPacket().empty());
+    EXPECT_TRUE(QueuedForRender().empty());
+
+    core->SetBypass(true);
+    ASSERT_TRUE(zqvm::FeedFrames(mic, fed));
+    CapturePeriod();
+    EXPECT_EQ(LatestPacket().size(), 960u);
+}
+
+TEST_F(CaptureEngine, AMono16BitMicrophoneIsConvertedToTheEngineFormat) {
+    OpenMicrophone(48000, 1, zqvm::SampleFormat::Int16);
+    ASSERT_TRUE(capture->StartCapture());
+    std::vector<float> fed(480);
+    for (size_t i = 0; i < fed.size(); ++i) fed[i] = 0.5f * std::sin(2.0 * M_PI * 1000.0 * static_cast<double>(i) / 48000.0);
+    ASSERT_TRUE(zqvm::FeedFrames(mic, fed));
+    CapturePeriod();
+    const std::vector<float> packet = LatestPacket();
+    ASSERT_EQ(packet.size(), 960u);
+    // Both channels carry the microphone at the resampler's mono-to-stereo gain (the mono
+    // channel goes to left and right at -3 dB), within 16-bit quantisation.
+    const float gain = static_cast<float>(M_SQRT1_2);
+    for (size_t i = 0; i < 480; ++i) {
+        ASSERT_FLOAT_EQ(packet[2 * i], packet[2 * i + 1]) << i;
+        ASSERT_NEAR(packet[2 * i], gain * fed[i], 2e-4f) << i;
+    }
+}
+
+TEST_F(CaptureEngine, AWakeUpWithoutAPacketReleasesZeroFramesAndFeedsNothing) {
+    OpenMicrophone(48000, 2, zqvm::SampleFormat::Float32);
+    ASSERT_TRUE(capture->StartCapture());
+    CapturePeriod();
+    const uint64_t released = zqvm::CapturePacketsReleased(mic);
+    recorder->Clear();
+    // The samples-ready event without a packet behind it: GetBuffer yields 0 frames.
+    ASSERT_TRUE(SetEvent(capture->m_CaptureAudioSamplesReadyEvent));
+    ASSERT_TRUE(zqvm::FeedFrames(mic, std::vector<float>(960, 0.5f)));
+    CapturePeriod();  // the next real packet is still handled normally
+    EXPECT_EQ(zqvm::CapturePacketsReleased(mic), released + 1);
+    EXPECT_EQ(LatestPacket().size(), 960u);
+    EXPECT_TRUE(recorder->TextsContaining(L"Unable to release capture buffer").empty());
+}
+
+TEST_F(CaptureEngine, StartAndStopRules) {
+    ASSERT_FALSE(capture->StartCapture());  // no device opened yet
+    EXPECT_TRUE(recorder->Contains(L"!m_spCaptureAudioClient.p"));
+    recorder->Clear();
+    capture->StopCapture();
+    auto events = recorder->Events();
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[1].text, L"!IsStarted");
+    EXPECT_EQ(events[1].type, zqLogEventWarning);
+
+    OpenMicrophone(48000, 2, zqvm::SampleFormat::Float32);
+    ASSERT_TRUE(capture->StartCapture());
+    HANDLE thread = capture->m_CaptureThread;
+    ASSERT_NE(thread, nullptr);
+    ASSERT_TRUE(capture->StartCapture());
+    EXPECT_EQ(capture->m_CaptureThread, thread);  // one thread only
+    EXPECT_EQ(zqvm::RunningStreams(mic), 1);
+    capture->StopCapture();
+    EXPECT_EQ(capture->m_CaptureThread, nullptr);
+    EXPECT_EQ(zqvm::RunningStreams(mic), 0);
+    EXPECT_TRUE(recorder->Contains(L"AudioCapture: WASAPICaptureThread end of thread"));
+}
+
+TEST_F(CaptureEngine, ANullDeviceReleasesTheStreamAndOpensNothing) {
+    OpenMicrophone(48000, 2, zqvm::SampleFormat::Float32);
+    ASSERT_TRUE(capture->StartCapture());
+    EXPECT_EQ(capture->SetAudioDevice(nullptr), 1);
+    EXPECT_EQ(capture->m_CaptureThread, nullptr);
+    EXPECT_EQ(capture->m_CaptureShutdownEvent, nullptr);
+    EXPECT_FALSE(capture->m_spCaptureAudioClient);
+    EXPECT_EQ(zqvm::EndpointRefCount(mic), 0);
+    EXPECT_EQ(capture->SetFirstAudioDevice(), E_FAIL);  // no microphone listed
+}
+
+struct FailureRow {
+    const char* method;  // "Interface::Method", or with "/Interface" for one requested interface
+    const wchar_t* text;
+};
+
+TEST_F(CaptureEngine, EveryFailingStepIsReportedAndTheNextOpenSucceeds) {
+    const HRESULT injected = static_cast<HRESULT>(0x88890099u);
+    const FailureRow rows[] = {
+        {"IMMDevice::Activate/IAudioClient", L"Unable to activate audio client: 88890099.\n"},
+        {"IAudioClient::GetMixFormat", L"Unable to get mix format on audio client: 88890099.\n"},
+        {"IAudioClient::Initialize", L"Unable to initialize audio client: 88890099.\n"},
+        {"IAudioClient::GetBufferSize", L"Unable to get audio client buffer: 88890099. \n"},
+        {"IAudioClient::SetEventHandle", L"Unable to set ready event: 88890099.\n"},
+        {"IAudioClient::GetService/IAudioCaptureClient", L"Unable to get new capture client: 88890099.\n"},
+        {"IAudioClient::GetService/ISimpleAudioVolume", L"Unable to get Capture Simple Audio Volume: 88890099.\n"},
+        {"IMMDevice::Activate/IAudioMeterInformation", L"Unable to get Capture Audio Meter Info: 88890099.\n"},
+    };
+    mic = AddCapture(48000, 2, zqvm::SampleFormat::Float32, zqvm::CaptureSource::Fed());
+    const long baseline = zqvm::LiveObjectCount();
+    for (const FailureRow& row : rows) {
+        SCOPED_TRACE(row.method);
+        recorder->Clear();
+        debugOutput.Clear();
+        ASSERT_TRUE(zqvm::InjectFailure(mic, row.method, injected, true));
+        EXPECT_FALSE(core->SetCaptureDevice(Device(mic)));
+        bool logged = false;
+        for (const auto& e : recorder->Events()) logged = logged || (e.type == zqLogEventError && e.text == row.text);
+        EXPECT_TRUE(logged);
+        const auto debugTexts = debugOutput.Texts();
+        EXPECT_NE(std::find(debugTexts.begin(), debugTexts.end(), std::wstring(row.text)), debugTexts.end());
+        EXPECT_EQ(capture->SetAudioDevice(Device(mic)), S_OK);
+    }
+    capture->SetAudioDevice(nullptr);
+    EXPECT_EQ(zqvm::LiveObjectCount(), baseline);  // nothing a failed open built was left behind
+    EXPECT_EQ(zqvm::EndpointRefCount(mic), 0);
+}
+
+TEST_F(CaptureEngine, EventsThatCannotBeCreatedFailTheOpen) {
+    mic = AddCapture(48000, 2, zqvm::SampleFormat::Float32, zqvm::CaptureSource::Fed());
+    for (int which = 0; which < 2; ++which) {
+        recorder->Clear();
+        zqvm::FailEventCreations(which, 1, ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(capture->SetAudioDevice(Device(mic)), E_FAIL);
+        const wchar_t* expected = which == 0 ? L"Unable to create shutdown event: 8.\n"
+                                             : L"Unable to create samples ready event: 8.\n";
+        EXPECT_TRUE(recorder->Contains(expected)) << which;
+        EXPECT_EQ(capture->SetAudioDevice(Device(mic)), S_OK);
+    }
+    capture->SetAudioDevice(nullptr);
+}
+
+TEST_F(CaptureEngine, AFormatTheResamplerRefusesFailsTheOpenButKeepsTheClient) {
+    mic = AddCapture(48000, 2, zqvm::SampleFormat::Int24, zqvm::CaptureSource::Fed());
+    EXPECT_EQ(capture->SetAudioDevice(Device(mic)), E_FAIL);
+    EXPECT_TRUE(recorder->Contains(L"Resampler CAPTURE has not been properly initialized"));
+    const auto debugTexts = debugOutput.Texts();
+    EXPECT_NE(std::find(debugTexts.begin(), debugTexts.end(), L"Resampler CAPTURE has not been properly initialized\n"),
+              debugTexts.end());
+    // The stream still runs; its packets are drained and dropped.
+    ASSERT_TRUE(capture->StartCapture());
+    ASSERT_TRUE(zqvm::FeedFrames(mic, std::vector<float>(960, 0.5f)));
+    CapturePeriod();
+    EXPECT_TRUE(LatestPacket().empty());
+}
+
+TEST_F(CaptureEngine, AnEndpointPulledMidStreamStopsPromptlyAndAnotherOpens) {
+    OpenMicrophone(48000, 2, zqvm::SampleFormat::Float32);
+    ASSERT_TRUE(capture->StartCapture());
+    CapturePeriod();
+    ASSERT_TRUE(zqvm::InvalidateEndpoint(mic));
+    StepPeriods(5);  // no more packets; the thread must neither spin nor crash
+    auto stopped = std::async(std::launch::async, [this] { capture->StopCapture(); });
+    ASSERT_EQ(stopped.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    const std::wstring second = AddCapture(44100, 1, zqvm::SampleFormat::Int16, zqvm::CaptureSource::Fed(), L"Mic 2");
+    mic = second;
+    ASSERT_TRUE(core->SetCaptureDevice(Device(second)));
+    ASSERT_TRUE(capture->StartCapture());
+    ASSERT_TRUE(zqvm::FeedFrames(second, std::vector<float>(441, 0.25f)));
+    CapturePeriod();
+    EXPECT_FALSE(LatestPacket().empty());
+}
+
+}  // namespace

@@ -1,0 +1,242 @@
+// The render engine on the virtual audio engine with the stepped clock: the device list, the
+// fill rule of the render thread, mute, start/stop rules and every failure of opening a device.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <future>
+#include <vector>
+
+#include "AudioCapture.h"
+#include "AudioRender.h"
+#include "audio_fixture.h"
+#include "zqplatform/vm/kernel_faults.h"
+
+namespace {
+
+using zqtest::AudioMachineTest;
+
+constexpr uint32_t kWait = 5000;
+
+class RenderEngine : public AudioMachineTest {
+protected:
+    void InitWith(uint32_t rate) {
+        speaker = AddRender(rate, 2, zqvm::SampleFormat::Float32);
+        core->Init(window->Handle());
+        render = core->GetRenderEngine();
+        capture = core->GetCaptureEngine();
+        ASSERT_NE(render, nullptr);
+        ASSERT_TRUE(render->m_spRenderAudioClient);  // the default device was opened by Init
+    }
+
+    // Queues frames for the render thread as the capture thread would, values 1, 2, 3, ...
+    void Queue(size_t frames) {
+        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
+        for (size_t i = 0; i < frames; ++i) {
+            const float value = static_cast<float>(++queuedValue);
+            const float frame[2] = {value, value};
+            ASSERT_EQ(capture->m_pSyncHost->Write(frame, sizeof frame), sizeof frame);
+        }
+    }
+
+    size_t QueuedFrames() {
+        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
+        return capture->m_pSyncHost->GetCount() / 8;
+    }
+
+    // One device period and the render thread's refill after it.
+    void RenderPeriod(uint64_t expectedReleases) {
+        StepPeriods(1);
+        ASSERT_TRUE(zqvm::WaitForRenderBuffersReleased(speaker, expectedReleases, kWait));
+    }
+
+    std::wstring speaker;
+    CAudioRender* render = nullptr;
+    CAudioCapture* capture = nullptr;
+    int queuedValue = 0;
+};
+
+TEST_F(RenderEngine, ListsDefaultFirstThenEveryActiveEndpoint) {
+    InitWith(48000);
+    ASSERT_EQ(core->GetRenderDeviceCount(), 2u);
+    EXPECT_EQ(core->GetRenderDevice(0)->GetName(), L"Default");
+    EXPECT_EQ(core->GetRenderDevice(1)->GetName(), L"Speakers (test)");
+    EXPECT_TRUE(core->GetRenderDevice(1)->GetFriendlyName().IsEmpty());
+    EXPECT_EQ(core->GetRenderDevice(2), nullptr);
+    EXPECT_EQ(core->GetRenderDevice(-1), nullptr);
+    EXPECT_TRUE(recorder->Contains(L"AudioRender: Num of render audio devices: 1"));
+    EXPECT_TRUE(recorder->Contains(L"AudioRender: [0]: Speakers (test)"));
+    EXPECT_TRUE(recorder->Contains(L"AudioRender: Add default render audio device"));
+}
+
+TEST_F(RenderEngine, WithoutADefaultEndpointTheListStaysEmpty) {
+    speaker = AddRender(48000, 2, zqvm::SampleFormat::Float32, L"Speakers (test)", false);
+    for (ERole role : {eConsole, eMultimedia, eCommunications}) zqvm::SetDefaultEndpoint(eRender, role, L"");
+    core->Init(window->Handle());
+    EXPECT_EQ(core->GetRenderDeviceCount(), 0u);
+    EXPECT_FALSE(core->GetRenderEngine()->m_spRenderAudioClient);
+    EXPECT_TRUE(recorder->Contains(L"CoreAudio: RenderEngine Set Default Audio Device"));
+}
+
+TEST_F(RenderEngine, FillsAsMuchAsTheDeviceHasRoomFor) {
+    // At 96 kHz a device period is 960 frames: after the buffer was filled once, one period
+    // frees exactly 960 frames.
+    InitWith(96000);
+    const size_t buffer = render->m_nBufferFrames;
+    ASSERT_GT(buffer, 960u);
+    Queue(buffer + 500);
+    ASSERT_TRUE(render->StartRender());
+    RenderPeriod(1);  // the empty device takes a whole buffer
+    EXPECT_EQ(QueuedFrames(), 500u);
+    RenderPeriod(2);  // 500 queued, 960 free: all 500 go, the queue is empty
+    EXPECT_EQ(QueuedFrames(), 0u);
+    StepPeriods(1);  // nothing queued: the thread leaves the device alone
+    render->StopRender();
+    EXPECT_EQ(zqvm::RenderBuffersReleased(speaker), 2u);
+}
+
+TEST_F(RenderEngine, ThousandQueuedIntoNineHundredSixtyFreeLeavesForty) {
+    InitWith(96000);
+    const size_t buffer = render->m_nBufferFrames;
+    Queue(buffer + 1000);
+    ASSERT_TRUE(render->StartRender());
+    RenderPeriod(1);
+    EXPECT_EQ(QueuedFrames(), 1000u);
+    RenderPeriod(2);
+    EXPECT_EQ(QueuedFrames(), 40u);
+    render->StopRender();
+    // What was played is what was queued, in order and unchanged (the device applies the
+    // session volume, which the engine set to 0.5 when it opened the device).
+    const float volume = zqvm::SessionVolume(speaker);
+    EXPECT_EQ(volume, 0.5f);
+    const std::vector<float> played = zqvm::RenderedFrames(speaker);
+    const size_t playedFrames = played.size() / 2;
+    ASSERT_GE(playedFrames, 960u);
+    for (size_t i = 0; i < playedFrames; ++i) ASSERT_EQ(played[2 * i], volume * static_cast<float>(i + 1)) << i;
+}
+
+TEST_F(RenderEngine, MuteHandsBuffersOverSilentWhileTheQueueDrainsAlike) {
+    InitWith(96000);
+    core->MuteRender(true);
+    const size_t buffer = render->m_nBufferFrames;
+    Queue(buffer + 960);
+    ASSERT_TRUE(render->StartRender());
+    RenderPeriod(1);
+    RenderPeriod(2);
+    EXPECT_EQ(QueuedFrames(), 0u);  // drained at the same pace as unmuted
+    StepPeriods(3);                 // the device plays out what it holds
+    EXPECT_EQ(zqvm::RenderedSilentFrames(speaker), zqvm::RenderedFrameCount(speaker));
+    EXPECT_GT(zqvm::RenderedFrameCount(speaker), 0u);
+    const std::vector<float> played = zqvm::RenderedFrames(speaker);
+    EXPECT_TRUE(std::all_of(played.begin(), played.end(), [](float v) { return v == 0.0f; }));
+    EXPECT_TRUE(core->IsRenderMute());
+}
+
+TEST_F(RenderEngine, StartAndStopRules) {
+    InitWith(48000);
+    recorder->Clear();
+    render->StopRender();
+    auto events = recorder->Events();
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[1].text, L"!IsStarted");
+    EXPECT_EQ(events[1].type, zqLogEventWarning);
+    ASSERT_TRUE(render->StartRender());
+    HANDLE thread = render->m_RenderThread;
+    ASSERT_TRUE(render->StartRender());
+    EXPECT_EQ(render->m_RenderThread, thread);
+    EXPECT_EQ(zqvm::RunningStreams(speaker), 1);
+    render->StopRender();
+    EXPECT_EQ(zqvm::RunningStreams(speaker), 0);
+    EXPECT_TRUE(recorder->Contains(L"AudioRender: WASAPIRenderThread end of thread"));
+
+    recorder->Clear();
+    EXPECT_EQ(render->SetAudioDevice(nullptr), 1);
+    EXPECT_FALSE(render->StartRender());
+    bool logged = false;
+    for (const auto& e : recorder->Events()) logged = logged || (e.type == zqLogEventError && e.text == L"AudioRender: !m_spRenderDevice");
+    EXPECT_TRUE(logged);
+}
+
+struct FailureRow {
+    const char* method;
+    const wchar_t* text;
+};
+
+TEST_F(RenderEngine, EveryFailingStepIsReportedAndTheNextOpenSucceeds) {
+    InitWith(48000);
+    const HRESULT injected = static_cast<HRESULT>(0x88890077u);
+    const FailureRow rows[] = {
+        {"IMMDevice::Activate/IAudioClient", L"Unable to activate audio client: 88890077.\n"},
+        {"IAudioClient::GetMixFormat", L"Unable to get mix format on audio client: 88890077.\n"},
+        {"IAudioClient::Initialize", L"Unable to initialize audio client: 88890077.\n"},
+        {"IAudioClient::GetBufferSize", L"Unable to get audio client buffer: 88890077. \n"},
+        {"IAudioClient::SetEventHandle", L"Unable to set ready event: 88890077.\n"},
+        {"IAudioClient::GetService/IAudioRenderClient", L"Unable to get new Render client: 88890077.\n"},
+        {"IAudioClient::GetService/ISimpleAudioVolume", L"Unable to get Render Simple Audio Volume: 88890077.\n"},
+        {"IMMDevice::Activate/IAudioMeterInformation", L"Unable to get Render Audio Meter Info: 88890077.\n"},
+    };
+    for (const FailureRow& row : rows) {
+        SCOPED_TRACE(row.method);
+        recorder->Clear();
+        debugOutput.Clear();
+        ASSERT_TRUE(zqvm::InjectFailure(speaker, row.method, injected, true));
+        EXPECT_FALSE(core->SetRenderDevice(Device(speaker)));
+        bool logged = false;
+        for (const auto& e : recorder->Events()) logged = logged || (e.type == zqLogEventError && e.text == row.text);
+        EXPECT_TRUE(logged);
+        const auto debugTexts = debugOutput.Texts();
+        EXPECT_NE(std::find(debugTexts.begin(), debugTexts.end(), std::wstring(row.text)), debugTexts.end());
+        EXPECT_TRUE(core->SetRenderDevice(Device(speaker)));
+    }
+    for (int which = 0; which < 2; ++which) {
+        recorder->Clear();
+        zqvm::FailEventCreations(static_cast<uint32_t>(which), 1, ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(render->SetAudioDevice(Device(speaker)), E_FAIL);
+        EXPECT_TRUE(recorder->Contains(which == 0 ? L"Unable to create shutdown event: 8.\n"
+                                                  : L"Unable to create samples ready event: 8.\n"));
+        EXPECT_EQ(render->SetAudioDevice(Device(speaker)), S_OK);
+    }
+    // A session that cannot be opened leaves the engine without its volume sink, nothing else.
+    ASSERT_TRUE(zqvm::InjectFailure(speaker, "IMMDevice::Activate/IAudioSessionManager", injected, true));
+    EXPECT_EQ(render->SetAudioDevice(Device(speaker)), S_OK);
+    EXPECT_EQ(render->m_pASV, nullptr);
+    EXPECT_EQ(core->GetRenderVol(), 0.0f);
+}
+
+TEST_F(RenderEngine, AFormatTheResamplerRefusesFailsTheOpenWithMinusOne) {
+    InitWith(48000);
+    const std::wstring packed24 = AddRender(48000, 2, zqvm::SampleFormat::Int24, L"Packed 24-bit", false);
+    EXPECT_EQ(render->SetAudioDevice(Device(packed24)), -1);
+    EXPECT_TRUE(recorder->Contains(L"Resampler RENDER has not been properly initialized"));
+    const auto debugTexts = debugOutput.Texts();
+    EXPECT_NE(std::find(debugTexts.begin(), debugTexts.end(), L"Resampler RENDER has not been properly initialized\n"),
+              debugTexts.end());
+    EXPECT_TRUE(render->StartRender());  // the client stays; the capture thread skips the conversion
+}
+
+TEST_F(RenderEngine, ThreadCreationFailureIsReported) {
+    InitWith(48000);
+    zqvm::FailThreadCreations(0, 1, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_FALSE(render->StartRender());
+    EXPECT_TRUE(recorder->Contains(L"Unable to create transport thread: 8."));
+    EXPECT_EQ(render->m_RenderThread, nullptr);
+    EXPECT_TRUE(render->StartRender());
+}
+
+TEST_F(RenderEngine, AnEndpointPulledMidStreamStopsPromptlyAndAnotherOpens) {
+    InitWith(48000);
+    Queue(480);
+    ASSERT_TRUE(render->StartRender());
+    RenderPeriod(1);
+    ASSERT_TRUE(zqvm::InvalidateEndpoint(speaker));
+    StepPeriods(5);
+    auto stopped = std::async(std::launch::async, [this] { render->StopRender(); });
+    ASSERT_EQ(stopped.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    const std::wstring other = AddRender(44100, 2, zqvm::SampleFormat::Int16, L"Headphones");
+    speaker = other;
+    ASSERT_TRUE(core->SetRenderDevice(Device(other)));
+    Queue(441);
+    ASSERT_TRUE(render->StartRender());
+    RenderPeriod(1);
+}
+
+}  // namespace

@@ -1,0 +1,309 @@
+// The capture and render resampler set-up: the options taken from a mix format, the log
+// block, the verdict on formats the resampler refuses, and real conversions.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cmath>
+#include <numbers>
+#include <string>
+#include <vector>
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
+#include <libswresample/swresample.h>
+}
+
+#include "audio/FormatNames.h"
+#include "audio/ResamplerSetup.h"
+#include "log_recorder.h"
+#include "zqCoreAudio.h"
+#include "zqplatform/vm/debug_output.h"
+
+namespace {
+
+using zqtest::LogRecorder;
+
+WAVEFORMATEX MixFormat(WORD tag, WORD channels, DWORD rate, WORD bits) {
+    WAVEFORMATEX f = {};
+    f.wFormatTag = tag;
+    f.nChannels = channels;
+    f.nSamplesPerSec = rate;
+    f.wBitsPerSample = bits;
+    f.nBlockAlign = static_cast<WORD>(channels * bits / 8);
+    f.nAvgBytesPerSec = rate * f.nBlockAlign;
+    return f;
+}
+
+// The eight options as the context holds them.
+struct Options {
+    int64_t inChannels = -1, outChannels = -1, inLayout = -1, outLayout = -1, inRate = -1, outRate = -1;
+    AVSampleFormat inFormat = AV_SAMPLE_FMT_NB, outFormat = AV_SAMPLE_FMT_NB;
+};
+
+Options ReadOptions(SwrContext* context) {
+    Options o;
+#if ZQ_SWR_CHLAYOUT_OPTIONS
+    AVChannelLayout in = {}, out = {};
+    EXPECT_GE(av_opt_get_chlayout(context, "in_chlayout", 0, &in), 0);
+    EXPECT_GE(av_opt_get_chlayout(context, "out_chlayout", 0, &out), 0);
+    o.inChannels = in.nb_channels;
+    o.outChannels = out.nb_channels;
+    o.inLayout = in.order == AV_CHANNEL_ORDER_NATIVE ? static_cast<int64_t>(in.u.mask) : 0;
+    o.outLayout = out.order == AV_CHANNEL_ORDER_NATIVE ? static_cast<int64_t>(out.u.mask) : 0;
+    av_channel_layout_uninit(&in);
+    av_channel_layout_uninit(&out);
+#else
+    EXPECT_GE(av_opt_get_int(context, "in_channel_count", 0, &o.inChannels), 0);
+    EXPECT_GE(av_opt_get_int(context, "out_channel_count", 0, &o.outChannels), 0);
+    EXPECT_GE(av_opt_get_int(context, "in_channel_layout", 0, &o.inLayout), 0);
+    EXPECT_GE(av_opt_get_int(context, "out_channel_layout", 0, &o.outLayout), 0);
+#endif
+    EXPECT_GE(av_opt_get_int(context, "in_sample_rate", 0, &o.inRate), 0);
+    EXPECT_GE(av_opt_get_int(context, "out_sample_rate", 0, &o.outRate), 0);
+    EXPECT_GE(av_opt_get_sample_fmt(context, "in_sample_fmt", 0, &o.inFormat), 0);
+    EXPECT_GE(av_opt_get_sample_fmt(context, "out_sample_fmt", 0, &o.outFormat), 0);
+    return o;
+}
+
+// Runs interleaved frames through a context and drains what it still holds.
+std::vector<float> Convert(SwrContext* context, const std::vector<float>& in, int inChannels, int outChannels,
+                           int inRate, int outRate) {
+    const int inFrames = static_cast<int>(in.size()) / inChannels;
+    const int capacity = static_cast<int>(
+        av_rescale_rnd(swr_get_delay(context, inRate) + inFrames, outRate, inRate, AV_ROUND_UP) + 256);
+    std::vector<float> out(static_cast<size_t>(capacity) * static_cast<size_t>(outChannels));
+    const uint8_t* inPlanes[1] = {reinterpret_cast<const uint8_t*>(in.data())};
+    uint8_t* outPlanes[1] = {reinterpret_cast<uint8_t*>(out.data())};
+    const int got = swr_convert(context, outPlanes, capacity, inPlanes, inFrames);
+    EXPECT_GE(got, 0);
+    if (got < 0) return {};
+    uint8_t* rest[1] = {reinterpret_cast<uint8_t*>(out.data() + static_cast<size_t>(got) * outChannels)};
+    const int flushed = swr_convert(context, rest, capacity - got, nullptr, 0);
+    EXPECT_GE(flushed, 0);
+    out.resize(static_cast<size_t>(got + std::max(flushed, 0)) * static_cast<size_t>(outChannels));
+    return out;
+}
+
+class ResamplerSetup : public ::testing::Test {
+protected:
+    LogRecorder recorder;
+    CZQCoreAudio core;
+    zqvm::DebugOutputRecorder debugOutput;
+    void SetUp() override { core.SetLog(&recorder.Log()); }
+    void TearDown() override { core.SetLog(nullptr); }
+
+    SwrContextPtr Capture(const WAVEFORMATEX& mix, HRESULT expected) {
+        SwrContext* raw = nullptr;
+        EXPECT_EQ(CreateCaptureResampler(&mix, &raw), expected);
+        return SwrContextPtr(raw);
+    }
+    SwrContextPtr Render(const WAVEFORMATEX& mix, int expected) {
+        SwrContext* raw = nullptr;
+        EXPECT_EQ(CreateRenderResampler(&mix, &raw), expected);
+        return SwrContextPtr(raw);
+    }
+};
+
+TEST_F(ResamplerSetup, A44100HzStereoFloatCaptureDeviceIsConvertedToTheEngineFormat) {
+    const SwrContextPtr context = Capture(MixFormat(WAVE_FORMAT_IEEE_FLOAT, 2, 44100, 32), S_OK);
+    ASSERT_NE(context, nullptr);
+    EXPECT_GT(swr_is_initialized(context.get()), 0);
+    const Options o = ReadOptions(context.get());
+    EXPECT_EQ(o.inChannels, 2);
+    EXPECT_EQ(o.outChannels, 2);
+    EXPECT_EQ(o.inLayout, 3);
+    EXPECT_EQ(o.outLayout, 3);
+    EXPECT_EQ(o.inRate, 44100);
+    EXPECT_EQ(o.outRate, 48000);
+    EXPECT_EQ(o.inFormat, AV_SAMPLE_FMT_FLT);
+    EXPECT_EQ(o.outFormat, AV_SAMPLE_FMT_FLT);
+
+    EXPECT_EQ(recorder.Texts(), (std::vector<std::wstring>{
+                                    L"AudioCapture: Initialize capture resampler...",
+                                    L">>   in_channel_count: 2",
+                                    L">>  out_channel_count: 2",
+                                    L">>  in_channel_layout: AV_CH_LAYOUT_STEREO - 2 channels",
+                                    L">> out_channel_layout: AV_CH_LAYOUT_STEREO",
+                                    L">>     in_sample_rate: 44100",
+                                    L">>    out_sample_rate: 48000",
+                                    L">>      in_sample_fmt: AV_SAMPLE_FMT_FLT - float",
+                                    L">>     out_sample_fmt: AV_SAMPLE_FMT_FLT",
+                                    L"Initialize CAPTURE resampler context swr_init ...",
+                                    L"swr_is_initialized - OK",
+                                }));
+    for (const auto& e : recorder.Events()) EXPECT_EQ(e.type, zqLogEventInfo);
+    EXPECT_TRUE(debugOutput.Texts().empty());
+}
+
+TEST_F(ResamplerSetup, ARenderDeviceTakesTheEngineFormatAndLogsItsOwnBlock) {
+    const SwrContextPtr context = Render(MixFormat(WAVE_FORMAT_PCM, 6, 44100, 16), 0);
+    ASSERT_NE(context, nullptr);
+    const Options o = ReadOptions(context.get());
+    EXPECT_EQ(o.inChannels, 2);
+    EXPECT_EQ(o.outChannels, 6);
+    EXPECT_EQ(o.inLayout, 3);
+    EXPECT_EQ(o.outLayout, CA2SWR_chlayout(6));
+    EXPECT_EQ(o.inRate, 48000);
+    EXPECT_EQ(o.outRate, 44100);
+    EXPECT_EQ(o.inFormat, AV_SAMPLE_FMT_FLT);
+    EXPECT_EQ(o.outFormat, AV_SAMPLE_FMT_S16);
+
+    EXPECT_EQ(recorder.Texts(), (std::vector<std::wstring>{
+                                    L"Initialize render resampler...",
+                                    L">>   in_channel_count: 2",
+                                    L">>  out_channel_count: 6",
+                                    L">>  in_channel_layout: AV_CH_LAYOUT_STEREO",
+                                    L">> out_channel_layout: AV_CH_LAYOUT_HEXAGONAL - 6 channels",
+                                    L">>     in_sample_rate: 48000",
+                                    L">>    out_sample_rate: 44100",
+                                    L">>      in_sample_fmt: AV_SAMPLE_FMT_FLT",
+                                    L">>     out_sample_fmt: AV_SAMPLE_FMT_S16 - signed 16 bits ",
+                                    L"AudioRender: Initialize RENDER resampler context swr_init ...",
+                                }));
+}
+
+TEST_F(ResamplerSetup, FormatsTheResamplerRefusesAreReportedAndTheContextIsStillHandedOver) {
+    // Packed 24-bit samples have no interleaved FFmpeg format.
+    const WAVEFORMATEX packed24 = MixFormat(WAVE_FORMAT_PCM, 2, 48000, 24);
+    const SwrContextPtr capture = Capture(packed24, E_FAIL);
+    const SwrContextPtr render = Render(packed24, -1);
+    ASSERT_NE(capture, nullptr);
+    ASSERT_NE(render, nullptr);
+    EXPECT_EQ(swr_is_initialized(capture.get()), 0);
+
+    EXPECT_TRUE(recorder.Contains(L">>      in_sample_fmt: AV_SAMPLE_FMT_NONE"));
+    EXPECT_TRUE(recorder.Contains(L">>     out_sample_fmt: AV_SAMPLE_FMT_NONE"));
+    EXPECT_FALSE(recorder.Contains(L"swr_is_initialized - OK"));
+    std::vector<std::wstring> errors;
+    for (const auto& e : recorder.Events()) {
+        if (e.type == zqLogEventError) errors.push_back(e.text);
+    }
+    EXPECT_EQ(errors, (std::vector<std::wstring>{L"Resampler CAPTURE has not been properly initialized",
+                                                 L"Resampler RENDER has not been properly initialized"}));
+    EXPECT_EQ(debugOutput.Texts(),
+              (std::vector<std::wstring>{L"Resampler CAPTURE has not been properly initialized\n",
+                                         L"Resampler RENDER has not been properly initialized\n"}));
+
+    // Such a context converts nothing: the capture thread skips the packet.
+    float frame[2] = {};
+    float out[16] = {};
+    const uint8_t* in[1] = {reinterpret_cast<const uint8_t*>(frame)};
+    uint8_t* dst[1] = {reinterpret_cast<uint8_t*>(out)};
+    EXPECT_LT(swr_convert(capture.get(), dst, 8, in, 1), 0);
+}
+
+// What swr_init itself refuses ends the same way.
+TEST_F(ResamplerSetup, MixFormatsThatSwrInitRefusesAreReportedTheSameWay) {
+    const SwrContextPtr noRate = Capture(MixFormat(WAVE_FORMAT_IEEE_FLOAT, 2, 0, 32), E_FAIL);
+    const SwrContextPtr noChannels = Render(MixFormat(WAVE_FORMAT_IEEE_FLOAT, 0, 48000, 32), -1);
+    ASSERT_NE(noChannels, nullptr);
+    EXPECT_EQ(swr_is_initialized(noChannels.get()), 0);
+    EXPECT_EQ(recorder.TextsContaining(L"has not been properly initialized").size(), 2u);
+    EXPECT_EQ(debugOutput.Texts().size(), 2u);
+}
+
+TEST_F(ResamplerSetup, NullArgumentsAreRefusedWithoutLogging) {
+    SwrContext* raw = reinterpret_cast<SwrContext*>(uintptr_t{1});
+    EXPECT_EQ(CreateCaptureResampler(nullptr, &raw), E_POINTER);
+    EXPECT_EQ(raw, nullptr);
+    const WAVEFORMATEX mix = MixFormat(WAVE_FORMAT_IEEE_FLOAT, 2, 48000, 32);
+    EXPECT_EQ(CreateCaptureResampler(&mix, nullptr), E_POINTER);
+    EXPECT_EQ(CreateRenderResampler(nullptr, &raw), -1);
+    EXPECT_EQ(CreateRenderResampler(&mix, nullptr), -1);
+    EXPECT_TRUE(recorder.Texts().empty());
+}
+
+TEST_F(ResamplerSetup, ASineOf1kHzAt44100HzKeepsItsFrequencyAndLevelAt48000Hz) {
+    const SwrContextPtr context = Capture(MixFormat(WAVE_FORMAT_IEEE_FLOAT, 2, 44100, 32), S_OK);
+    ASSERT_NE(context, nullptr);
+    constexpr double kAmplitude = 0.5;
+    std::vector<float> in(44100 * 2);
+    for (size_t n = 0; n < 44100; ++n) {
+        const auto v = static_cast<float>(kAmplitude * std::sin(2.0 * std::numbers::pi * 1000.0 * n / 44100.0));
+        in[2 * n] = in[2 * n + 1] = v;
+    }
+    const std::vector<float> out = Convert(context.get(), in, 2, 2, 44100, 48000);
+    const size_t frames = out.size() / 2;
+    EXPECT_NEAR(static_cast<double>(frames), 48000.0, 16.0);  // one second, give or take the filter
+
+    // Away from the edges, where the filter settles: level and rising zero crossings.
+    const size_t first = 6000, last = 42000;
+    double power = 0;
+    std::vector<double> crossings;
+    for (size_t i = first; i < last; ++i) {
+        ASSERT_EQ(out[2 * i], out[2 * i + 1]) << "frame " << i;
+        power += static_cast<double>(out[2 * i]) * out[2 * i];
+        const double a = out[2 * (i - 1)], b = out[2 * i];
+        if (a < 0 && b >= 0) crossings.push_back(static_cast<double>(i - 1) + a / (a - b));
+    }
+    const double rms = std::sqrt(power / static_cast<double>(last - first));
+    EXPECT_NEAR(rms, kAmplitude / std::numbers::sqrt2, 0.002);
+    ASSERT_GT(crossings.size(), 100u);
+    const double periods = static_cast<double>(crossings.size() - 1);
+    const double frequency = periods * 48000.0 / (crossings.back() - crossings.front());
+    EXPECT_NEAR(frequency, 1000.0, 0.1);
+}
+
+TEST_F(ResamplerSetup, AnEngineFormatRenderDevicePassesTheAudioThroughUnchanged) {
+    const SwrContextPtr context = Render(MixFormat(WAVE_FORMAT_IEEE_FLOAT, 2, 48000, 32), 0);
+    ASSERT_NE(context, nullptr);
+    const Options o = ReadOptions(context.get());
+    EXPECT_EQ(o.inChannels, o.outChannels);
+    EXPECT_EQ(o.inLayout, o.outLayout);
+    EXPECT_EQ(o.inRate, o.outRate);
+    EXPECT_EQ(o.inFormat, o.outFormat);
+    std::vector<float> in(960);
+    for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<float>(i % 97) / 97.0f - 0.5f;
+    EXPECT_EQ(Convert(context.get(), in, 2, 2, 48000, 48000), in);
+}
+
+TEST(ResamplerSetupWithoutCore, WorksWithoutACoreObject) {
+    CZQCoreAudio* const saved = g_pCore;
+    g_pCore = nullptr;
+    const WAVEFORMATEX mix = MixFormat(WAVE_FORMAT_PCM, 1, 16000, 16);
+    SwrContext* raw = nullptr;
+    EXPECT_EQ(CreateCaptureResampler(&mix, &raw), S_OK);
+    SwrContextPtr capture(raw);
+    EXPECT_EQ(CreateRenderResampler(&mix, &raw), 0);
+    SwrContextPtr render(raw);
+    g_pCore = saved;
+}
+
+// The name tables, checked against FFmpeg's own names and channel counts.
+TEST(FormatNames, SampleFormatNamesFollowFFmpegsFormatsAndOthersAreEmpty) {
+    EXPECT_STREQ(SampleFormatName(AV_SAMPLE_FMT_NONE), L"AV_SAMPLE_FMT_NONE");
+    for (int f = AV_SAMPLE_FMT_U8; f <= AV_SAMPLE_FMT_S64P; ++f) {
+        std::wstring expected = L"AV_SAMPLE_FMT_";
+        for (const char* c = av_get_sample_fmt_name(static_cast<AVSampleFormat>(f)); *c; ++c) {
+            expected += static_cast<wchar_t>(std::toupper(static_cast<unsigned char>(*c)));
+        }
+        const std::wstring name = SampleFormatName(f);
+        EXPECT_EQ(name.substr(0, expected.size() + 1), expected + L" ") << name;
+    }
+    EXPECT_STREQ(SampleFormatName(AV_SAMPLE_FMT_S16), L"AV_SAMPLE_FMT_S16 - signed 16 bits ");
+    EXPECT_STREQ(SampleFormatName(AV_SAMPLE_FMT_DBLP), L"AV_SAMPLE_FMT_DBLP -double, planar");
+    EXPECT_STREQ(SampleFormatName(-2), L"");
+    EXPECT_STREQ(SampleFormatName(12), L"");
+}
+
+TEST(FormatNames, LayoutNamesStateTheChannelCountOfTheirMask) {
+    for (int channels : {1, 2, 4, 6, 8}) {
+        const int64_t mask = CA2SWR_chlayout(channels);
+        const std::wstring name = ChannelLayoutName(mask);
+        ASSERT_FALSE(name.empty()) << channels;
+        EXPECT_NE(name.find(L" - " + std::to_wstring(channels) + L" channel"), std::wstring::npos) << name;
+        AVChannelLayout layout = {};
+        ASSERT_EQ(av_channel_layout_from_mask(&layout, static_cast<uint64_t>(mask)), 0);
+        EXPECT_EQ(layout.nb_channels, channels);
+        char described[64] = {};
+        ASSERT_GT(av_channel_layout_describe(&layout, described, sizeof(described)), 0);
+        std::wstring expected = L"AV_CH_LAYOUT_";
+        for (const char* c = described; *c; ++c) expected += static_cast<wchar_t>(std::toupper(static_cast<unsigned char>(*c)));
+        EXPECT_EQ(name.substr(0, expected.size() + 1), expected + L" ") << name;
+    }
+    EXPECT_STREQ(ChannelLayoutName(0x7), L"");
+    EXPECT_STREQ(ChannelLayoutName(0), L"");
+}
+
+}  // namespace

@@ -1,0 +1,320 @@
+// The product table: where config.xml is found, how its entries are read, and the queries.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "device_test_support.h"
+#include "devices/ProductTable.h"
+#include "log_recorder.h"
+#include "zqCoreAudio.h"
+
+namespace {
+
+using zqtest::HostModuleScope;
+using zqtest::LogRecorder;
+using zqtest::ScratchFolder;
+
+const char kTwoProducts[] =
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+    "<config>\n"
+    "  <product device_name=\"KV-1 USB\" friendly_name=\"KV Studio\" api=\"1\" fw=\"0x20\" editor=\"KvEdit.exe\"/>\n"
+    "  <product device_name=\"KV-2 USB\" friendly_name=\"KV Stage\" api=\"2\" fw=\"7\" editor=\"KvStage.exe\"/>\n"
+    "</config>\n";
+
+class ProductTable : public ::testing::Test {
+protected:
+    // Puts config.xml beside the host executable and lets the core read it.
+    void Load(const std::string& bytes) {
+        folder.Write("config.xml", bytes);
+        zqtest::LoadConfig(core);
+    }
+
+    ScratchFolder folder;
+    HostModuleScope host{folder.Path()};
+    CZQCoreAudio core;
+};
+
+TEST_F(ProductTable, ReadsEveryAttributeOfEachEntryInFileOrder) {
+    Load(kTwoProducts);
+    ASSERT_EQ(core.GetProductCount(), 2);
+    EXPECT_EQ(core.GetProductNameByIndex(0), L"KV-1 USB");
+    EXPECT_EQ(core.GetProductFriendlyNameByIndex(0), L"KV Studio");
+    EXPECT_EQ(core.GetProductAPI(0), 1);
+    EXPECT_EQ(core.GetProductFW(0), 0x20);
+    EXPECT_EQ(core.GetEditorExeByProduct(L"KV Studio"), L"KvEdit.exe");
+    EXPECT_EQ(core.GetProductNameByIndex(1), L"KV-2 USB");
+    EXPECT_EQ(core.GetProductFriendlyNameByIndex(1), L"KV Stage");
+    EXPECT_EQ(core.GetProductAPI(1), 2);
+    EXPECT_EQ(core.GetProductFW(1), 7);
+    EXPECT_EQ(core.GetEditorExeByProduct(L"KV Stage"), L"KvStage.exe");
+}
+
+TEST_F(ProductTable, IndexesOutsideTheTableGiveEmptyTextsAndZeros) {
+    Load(kTwoProducts);
+    for (int index : {-1, 2, INT_MAX, INT_MIN}) {
+        EXPECT_TRUE(core.GetProductNameByIndex(index).IsEmpty()) << index;
+        EXPECT_TRUE(core.GetProductFriendlyNameByIndex(index).IsEmpty()) << index;
+        EXPECT_EQ(core.GetProductAPI(index), 0) << index;
+        EXPECT_EQ(core.GetProductFW(index), 0) << index;
+    }
+}
+
+TEST_F(ProductTable, LogsTheFileItLooksForBesideTheHostExecutable) {
+    LogRecorder recorder;
+    core.SetLog(&recorder.Log());
+    Load(kTwoProducts);
+    const std::wstring expectedPath = zqtest::Wide(folder.Path() / "config.xml");
+    EXPECT_EQ(recorder.Texts(),
+              (std::vector<std::wstring>{L"CoreAudio: load config.xml", L"CoreAudio: config.xml path " + expectedPath}));
+    core.SetLog(nullptr);
+}
+
+TEST_F(ProductTable, AMissingFileLeavesTheTableEmptyAndLogsNothingMore) {
+    LogRecorder recorder;
+    core.SetLog(&recorder.Log());
+    zqtest::LoadConfig(core);  // nothing written
+    EXPECT_EQ(core.GetProductCount(), 0);
+    EXPECT_EQ(recorder.Texts().size(), 2u);
+    core.SetLog(nullptr);
+}
+
+TEST(ProductTableLocation, WithoutAModuleNameNothingIsLoadedAndThePathIsNotLogged) {
+    ScratchFolder cwd;
+    cwd.Write("config.xml", kTwoProducts);
+    const auto previous = std::filesystem::current_path();
+    std::filesystem::current_path(cwd.Path());  // a config.xml in the current folder must not be read
+    {
+        HostModuleScope noModule(std::wstring{});
+        LogRecorder recorder;
+        CZQCoreAudio core;
+        core.SetLog(&recorder.Log());
+        zqtest::LoadConfig(core);
+        EXPECT_EQ(core.GetProductCount(), 0);
+        EXPECT_EQ(recorder.Texts(), std::vector<std::wstring>{L"CoreAudio: load config.xml"});
+        core.SetLog(nullptr);
+    }
+    {
+        HostModuleScope bareName(std::wstring(L"zqHost"));  // no folder part
+        CZQCoreAudio core;
+        zqtest::LoadConfig(core);
+        EXPECT_EQ(core.GetProductCount(), 0);
+    }
+    std::filesystem::current_path(previous);
+}
+
+TEST_F(ProductTable, VersionsAreReadAsIntegersAndKeepTheirLowEightBits) {
+    struct Case {
+        const char* text;
+        int expected;
+    };
+    const Case cases[] = {
+        {"0x1F", 31}, {"300", 44},        {"255", 255},         {"256", 0},           {"-1", 255},
+        {"  12", 12}, {"+7", 7},          {"0X1f", 31},         {"12abc", 12},        {"abc", 0},
+        {"", 0},      {"0x1FF", 255},     {"1e3", 1},           {"-0x10", 240},       {"99999999999", 255},
+        {"-99999999999", 0}, {"0x", 0},   {"\t\n 9", 9},        {"077", 77},          {"-", 0},
+    };
+    std::string xml = "<config>";
+    for (const Case& c : cases) xml += std::string("<p api=\"") + c.text + "\" fw=\"" + c.text + "\"/>";
+    xml += "<p/></config>";  // no attributes: versions 0
+    Load(xml);
+    ASSERT_EQ(core.GetProductCount(), static_cast<int>(std::size(cases)) + 1);
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        EXPECT_EQ(core.GetProductAPI(static_cast<int>(i)), cases[i].expected) << "api=\"" << cases[i].text << "\"";
+        EXPECT_EQ(core.GetProductFW(static_cast<int>(i)), cases[i].expected) << "fw=\"" << cases[i].text << "\"";
+    }
+    EXPECT_EQ(core.GetProductAPI(static_cast<int>(std::size(cases))), 0);
+}
+
+TEST_F(ProductTable, EveryChildNodeOfConfigMakesAnEntryWhateverItsName) {
+    Load("<config>"
+         "<product device_name=\"A\"/>"
+         "<microphone device_name=\"B\"><nested device_name=\"ignored\"/>content</microphone>"
+         "<!-- comments are not kept -->"
+         "<?pi not kept either?>"
+         "loose text"
+         "<![CDATA[cdata]]>"
+         "<x device_name=\"C\" unknown=\"ignored\"/>"
+         "</config>");
+    ASSERT_EQ(core.GetProductCount(), 5);
+    EXPECT_EQ(core.GetProductNameByIndex(0), L"A");
+    EXPECT_EQ(core.GetProductNameByIndex(1), L"B");
+    for (int textNode : {2, 3}) {  // the text and the CDATA section
+        EXPECT_TRUE(core.GetProductNameByIndex(textNode).IsEmpty());
+        EXPECT_TRUE(core.GetProductFriendlyNameByIndex(textNode).IsEmpty());
+        EXPECT_EQ(core.GetProductAPI(textNode), 0);
+        EXPECT_EQ(core.GetProductFW(textNode), 0);
+    }
+    EXPECT_EQ(core.GetProductNameByIndex(4), L"C");
+}
+
+TEST_F(ProductTable, OnlyATopLevelConfigElementSpelledExactlyCounts) {
+    Load("<Config><p device_name=\"A\"/></Config>");
+    EXPECT_EQ(core.GetProductCount(), 0);
+    Load("<root><config><p device_name=\"A\"/></config></root>");
+    EXPECT_EQ(core.GetProductCount(), 0);
+    Load("<config/>");
+    EXPECT_EQ(core.GetProductCount(), 0);
+}
+
+TEST_F(ProductTable, EachLoadAppendsToTheTable) {
+    Load(kTwoProducts);
+    Load(kTwoProducts);
+    ASSERT_EQ(core.GetProductCount(), 4);
+    EXPECT_EQ(core.GetProductNameByIndex(2), L"KV-1 USB");
+    EXPECT_EQ(core.GetGroupId(L"KV Stage"), 2);  // the first of the two wins
+}
+
+TEST_F(ProductTable, SearchesIgnoreAsciiLetterCaseAndTheFirstMatchWins) {
+    Load("<config>"
+         "<p device_name=\"KV-1 USB\" friendly_name=\"KV Studio\" api=\"1\" fw=\"2\" editor=\"First.exe\"/>"
+         "<p device_name=\"kv-1 usb\" friendly_name=\"KV Studio Twin\" api=\"1\" fw=\"2\" editor=\"Second.exe\"/>"
+         "<p device_name=\"KV-1 USB\" friendly_name=\"KV Studio Mk2\" api=\"3\" fw=\"4\" editor=\"Mk2.exe\"/>"
+         "<p device_name=\"\xC3\x84rger\" friendly_name=\"\xC3\x84rger\" api=\"0\" fw=\"0\"/>"
+         "</config>");
+    EXPECT_EQ(core.FindFriendlyNameDevice(1, 2, L"KV-1 USB"), L"KV Studio");
+    EXPECT_EQ(core.FindFriendlyNameDevice(1, 2, L"KV-1 usb"), L"KV Studio");
+    EXPECT_EQ(core.FindFriendlyNameDevice(3, 4, L"kv-1 USB"), L"KV Studio Mk2");
+    EXPECT_TRUE(core.FindFriendlyNameDevice(1, 4, L"KV-1 USB").IsEmpty());  // versions compare exactly
+    EXPECT_TRUE(core.FindFriendlyNameDevice(1, 2, L"KV-1").IsEmpty());
+
+    EXPECT_EQ(core.GetGroupId(L"KV STUDIO MK2"), 3);
+    EXPECT_EQ(core.GetGroupId(L"kv studio twin"), 2);
+    EXPECT_EQ(core.GetGroupId(L"Unknown"), 0);
+    EXPECT_EQ(core.GetEditorExeByProduct(L"kv studio"), L"First.exe");
+
+    // Only ASCII letters fold: the C runtime's default locale.
+    EXPECT_EQ(core.GetGroupId(L"\u00C4rger"), 4);
+    EXPECT_EQ(core.GetGroupId(L"\u00E4rger"), 0);
+    EXPECT_EQ(core.GetGroupId(L"\u00C4RGER"), 4);
+}
+
+TEST_F(ProductTable, ProductStringsAndFriendlyNamesAreDifferentKeys) {
+    Load(kTwoProducts);
+    // The editor and the group are found by the name the host shows, not the USB product string.
+    EXPECT_TRUE(core.GetEditorExeByProduct(L"KV-1 USB").IsEmpty());
+    EXPECT_EQ(core.GetGroupId(L"KV-1 USB"), 0);
+    EXPECT_TRUE(zqtest::IsDeviceInConfig(core, L"kv-1 usb"));
+    EXPECT_FALSE(zqtest::IsDeviceInConfig(core, L"KV Studio"));
+    // A product known to the table with versions no microphone reports: in the table, unnamed.
+    EXPECT_TRUE(zqtest::IsDeviceInConfig(core, L"KV-2 USB"));
+    EXPECT_TRUE(core.FindFriendlyNameDevice(0, 0, L"KV-2 USB").IsEmpty());
+}
+
+TEST_F(ProductTable, WithoutATableEveryQueryAnswersNothing) {
+    zqtest::LoadConfig(core);
+    EXPECT_EQ(core.GetProductCount(), 0);
+    EXPECT_EQ(core.GetGroupId(L""), 0);
+    EXPECT_TRUE(core.GetEditorExeByProduct(L"").IsEmpty());
+    EXPECT_TRUE(core.FindFriendlyNameDevice(0, 0, L"").IsEmpty());
+    EXPECT_FALSE(zqtest::IsDeviceInConfig(core, L""));
+}
+
+TEST_F(ProductTable, AnEntryWithEmptyNamesMatchesEmptyKeys) {
+    Load("<config><p/></config>");
+    EXPECT_EQ(core.GetGroupId(L""), 1);
+    EXPECT_TRUE(zqtest::IsDeviceInConfig(core, L""));
+}
+
+// ---- encodings and bad files ----
+
+TEST_F(ProductTable, Utf16FilesInEitherByteOrderAreDecoded) {
+    const std::wstring xml =
+        L"<?xml version=\"1.0\" encoding=\"UTF-16\"?><config>"
+        L"<p device_name=\"Mikrofon \u00C4\" friendly_name=\"Mic \U0001F3A4\" api=\"0x1F\" fw=\"300\"/></config>";
+    for (bool bigEndian : {false, true}) {
+        CZQCoreAudio fresh;
+        folder.Write("config.xml", zqtest::Utf16Bytes(zqtest::Utf16(xml), bigEndian));
+        zqtest::LoadConfig(fresh);
+        ASSERT_EQ(fresh.GetProductCount(), 1) << (bigEndian ? "big endian" : "little endian");
+        EXPECT_EQ(fresh.GetProductNameByIndex(0), L"Mikrofon \u00C4");
+        EXPECT_EQ(fresh.GetProductFriendlyNameByIndex(0), L"Mic \U0001F3A4");
+        EXPECT_EQ(fresh.GetProductAPI(0), 31);
+        EXPECT_EQ(fresh.GetProductFW(0), 44);
+    }
+}
+
+TEST_F(ProductTable, Utf8TextWithAByteOrderMarkAndCharacterReferencesIsDecoded) {
+    Load("\xEF\xBB\xBF<config><p device_name=\"Caf\xC3\xA9 &#x1F3A4; &amp; &lt;x&gt;\"/></config>");
+    ASSERT_EQ(core.GetProductCount(), 1);
+    EXPECT_EQ(core.GetProductNameByIndex(0), L"Caf\u00E9 \U0001F3A4 & <x>");
+}
+
+TEST_F(ProductTable, MalformedFilesLeaveTheTableEmpty) {
+    const char* const documents[] = {
+        "",
+        "   \n",
+        "<config>",
+        "<config><p device_name=\"A\"></config>",
+        "<config><p device_name=A/></config>",
+        "<config></konfig>",
+        "not xml at all",
+        "<?xml version=\"1.0\"?>",
+        "\xFF\xFE",
+    };
+    for (const char* document : documents) {
+        CZQCoreAudio fresh;
+        folder.Write("config.xml", document);
+        zqtest::LoadConfig(fresh);
+        EXPECT_EQ(fresh.GetProductCount(), 0) << '"' << document << '"';
+    }
+}
+
+TEST(ProductTableParsing, ATruncatedFileGivesNoEntriesUntilItsConfigElementIsComplete) {
+    const std::string document = kTwoProducts;
+    const size_t complete = document.find("</config>") + std::strlen("</config>");
+    for (size_t length = 0; length <= document.size(); ++length) {
+        std::vector<_ZQ_CONFIG> table;
+        const bool loaded = ParseProductTable(document.data(), length, table);
+        if (length < complete) {
+            EXPECT_FALSE(loaded) << length;
+            EXPECT_TRUE(table.empty()) << length;
+        } else {
+            EXPECT_TRUE(loaded) << length;
+            EXPECT_EQ(table.size(), 2u) << length;
+        }
+    }
+}
+
+TEST(ProductTableParsing, RandomBytesNeverCrashAndNeverAddHalfATable) {
+    std::mt19937 rng(20240611u);
+    std::uniform_int_distribution<int> byte(0, 255);
+    const std::string valid = kTwoProducts;
+    for (int round = 0; round < 2000; ++round) {
+        std::string document = valid;
+        // Flip a few bytes of a valid file, or replace it with noise.
+        if (round % 4 == 0) {
+            document.assign(static_cast<size_t>(byte(rng)), '\0');
+            for (char& c : document) c = static_cast<char>(byte(rng));
+        } else {
+            for (int flips = 1 + round % 3; flips > 0; --flips) {
+                document[static_cast<size_t>(rng() % document.size())] = static_cast<char>(byte(rng));
+            }
+        }
+        std::vector<_ZQ_CONFIG> table;
+        if (!ParseProductTable(document.data(), document.size(), table)) {
+            EXPECT_TRUE(table.empty());
+        }
+    }
+}
+
+TEST_F(ProductTable, AHugeFileIsReadWhole) {
+    constexpr int kEntries = 50000;
+    const std::string longName(1 << 20, 'n');  // one attribute of a megabyte
+    std::string xml = "<config>";
+    xml.reserve(static_cast<size_t>(kEntries) * 64 + longName.size() + 64);
+    xml += "<p device_name=\"" + longName + "\"/>";
+    for (int i = 1; i < kEntries; ++i) {
+        xml += "<p device_name=\"D" + std::to_string(i) + "\" api=\"" + std::to_string(i) + "\"/>";
+    }
+    xml += "</config>";
+    Load(xml);
+    ASSERT_EQ(core.GetProductCount(), kEntries);
+    EXPECT_EQ(core.GetProductNameByIndex(0).GetLength(), 1 << 20);
+    EXPECT_EQ(core.GetProductNameByIndex(kEntries - 1), CStringW((L"D" + std::to_wstring(kEntries - 1)).c_str()));
+    EXPECT_EQ(core.GetProductAPI(kEntries - 1), (kEntries - 1) & 0xFF);
+}
+
+}  // namespace

@@ -1,0 +1,143 @@
+// The endpoint record: value semantics for its fields, one reference per record on its endpoint.
+#include <gtest/gtest.h>
+
+#include "counted_endpoint.h"
+#include "zqCoreAudio.h"
+
+namespace {
+
+using zqtest::CountedEndpoint;
+
+const GUID kContainer = {0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}};
+
+void FillMicrophone(CWMAudioDevice& d, IMMDevice* endpoint) {
+    d.SetName(L"Microphone (KV-1)");
+    d.SetFriendlyName(L"KV Studio");
+    d.SetManufacturer(L"KESTRAVON");
+    d.SetProduct(L"KV-1");
+    d.SetSN(L"SN0001");
+    d.SetHidContainerID(kContainer);
+    d.SetDevice(endpoint);
+}
+
+TEST(WMAudioDevice, StartsEmpty) {
+    CWMAudioDevice d;
+    EXPECT_TRUE(d.GetName().IsEmpty());
+    EXPECT_TRUE(d.GetFriendlyName().IsEmpty());
+    EXPECT_TRUE(d.GetManufacturer().IsEmpty());
+    EXPECT_TRUE(d.GetProduct().IsEmpty());
+    EXPECT_TRUE(d.GetSN().IsEmpty());
+    EXPECT_EQ(d.GetHidContainerID(), GUID_NULL);
+    EXPECT_EQ(d.GetVerAPI(), 0);
+    EXPECT_EQ(d.GetVerFW(), 0);
+    EXPECT_FALSE(d.IsEditNow());
+    EXPECT_EQ(d.GetDevice(), nullptr);
+}
+
+TEST(WMAudioDevice, GettersReturnCopiesAndSettersCopyTheText) {
+    CWMAudioDevice d;
+    wchar_t text[] = L"KV-1";
+    d.SetProduct(text);
+    text[0] = L'X';
+    CStringW product = d.GetProduct();
+    product += L"-changed";
+    EXPECT_EQ(d.GetProduct(), L"KV-1");
+}
+
+TEST(WMAudioDevice, EachRecordHoldsExactlyOneReferenceOnItsEndpoint) {
+    CountedEndpoint endpoint;  // the test's own reference: 1
+    {
+        CWMAudioDevice original;
+        original.SetDevice(&endpoint);
+        EXPECT_EQ(endpoint.Refs(), 2u);
+        original.SetDevice(&endpoint);  // the same endpoint again changes nothing
+        EXPECT_EQ(endpoint.Refs(), 2u);
+        EXPECT_EQ(original.GetDevice(), &endpoint);  // no reference added by the getter
+        EXPECT_EQ(endpoint.Refs(), 2u);
+
+        auto* copy = new CWMAudioDevice(original);
+        EXPECT_EQ(endpoint.Refs(), 3u);
+        CWMAudioDevice assigned;
+        assigned = original;
+        EXPECT_EQ(endpoint.Refs(), 4u);
+        delete copy;
+        EXPECT_EQ(endpoint.Refs(), 3u);
+        EXPECT_EQ(assigned.GetDevice(), &endpoint);
+
+        assigned.SetDevice(nullptr);
+        EXPECT_EQ(endpoint.Refs(), 2u);
+        EXPECT_EQ(assigned.GetDevice(), nullptr);
+    }
+    EXPECT_EQ(endpoint.Refs(), 1u);  // every record gave its reference back once
+}
+
+TEST(WMAudioDevice, AssignmentReplacesTheEndpointAndCopiesEveryField) {
+    CountedEndpoint first, second;
+    CWMAudioDevice src;
+    FillMicrophone(src, &second);
+    src.MarkEditNow(true);
+    CWMAudioDevice dst;
+    dst.SetDevice(&first);
+    dst = src;
+    EXPECT_EQ(first.Refs(), 1u);
+    EXPECT_EQ(second.Refs(), 3u);
+    EXPECT_EQ(dst.GetName(), L"Microphone (KV-1)");
+    EXPECT_EQ(dst.GetFriendlyName(), L"KV Studio");
+    EXPECT_EQ(dst.GetManufacturer(), L"KESTRAVON");
+    EXPECT_EQ(dst.GetProduct(), L"KV-1");
+    EXPECT_EQ(dst.GetSN(), L"SN0001");
+    EXPECT_EQ(dst.GetHidContainerID(), kContainer);
+    EXPECT_TRUE(dst.IsEditNow());
+    CWMAudioDevice constructed(src);
+    EXPECT_TRUE(constructed.IsEditNow());
+    EXPECT_EQ(constructed.GetSN(), L"SN0001");
+}
+
+TEST(WMAudioDevice, SelfAssignmentChangesNothing) {
+    CountedEndpoint endpoint;
+    CWMAudioDevice d;
+    FillMicrophone(d, &endpoint);
+    ASSERT_EQ(endpoint.Refs(), 2u);
+    CWMAudioDevice& alias = d;
+    d = alias;
+    EXPECT_EQ(endpoint.Refs(), 2u);
+    EXPECT_EQ(d.GetDevice(), &endpoint);
+    EXPECT_EQ(d.GetSN(), L"SN0001");
+}
+
+TEST(WMAudioDevice, ClearEmptiesEverythingButTheEditMark) {
+    CountedEndpoint endpoint;
+    CWMAudioDevice d;
+    FillMicrophone(d, &endpoint);
+    d.MarkEditNow(true);
+    d.Clear();
+    EXPECT_TRUE(d.IsEditNow());
+    EXPECT_EQ(endpoint.Refs(), 1u);
+    EXPECT_EQ(d.GetDevice(), nullptr);
+    EXPECT_TRUE(d.GetName().IsEmpty());
+    EXPECT_TRUE(d.GetSN().IsEmpty());
+    EXPECT_TRUE(d.GetProduct().IsEmpty());
+    EXPECT_EQ(d.GetHidContainerID(), GUID_NULL);
+    d.Clear();  // twice is harmless
+    EXPECT_EQ(endpoint.Refs(), 1u);
+    d.MarkEditNow(false);
+    EXPECT_FALSE(d.IsEditNow());
+}
+
+TEST(ProductEntry, IsAValueType) {
+    _ZQ_CONFIG a;
+    EXPECT_EQ(a.nApi, 0);
+    EXPECT_EQ(a.nFw, 0);
+    EXPECT_TRUE(a.strDeviceName.IsEmpty());
+    a.strDeviceName = L"KV-1";
+    a.nApi = 5;
+    _ZQ_CONFIG b(a);
+    a.strDeviceName = L"changed";
+    EXPECT_EQ(b.strDeviceName, L"KV-1");
+    EXPECT_EQ(b.nApi, 5);
+    _ZQ_CONFIG c;
+    c = b;
+    EXPECT_EQ(c.strDeviceName, L"KV-1");
+}
+
+}  // namespace

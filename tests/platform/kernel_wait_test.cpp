@@ -1,0 +1,166 @@
+// WaitForSingleObject and WaitForMultipleObjects: which object a wait returns, what it
+// consumes, failures, and wake-ups across threads.
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "kernel_test_support.h"
+
+namespace {
+
+using zqtest::kBoundedWaitMs;
+using zqtest::ScopedHandle;
+using zqtest::TryWait;
+
+// A waiter that misses its wake-up still finds the signal when its bounded wait times out;
+// a wake-up must come long before that.
+constexpr auto kPromptly = std::chrono::milliseconds(kBoundedWaitMs / 2);
+
+ScopedHandle NewEvent(bool manualReset, bool initialState) {
+    return ScopedHandle(CreateEventW(nullptr, manualReset ? TRUE : FALSE, initialState ? TRUE : FALSE, nullptr));
+}
+
+TEST(KernelWaitAny, LowestSignalledIndexWinsAndOnlyItIsConsumed) {
+    ScopedHandle shutdown = NewEvent(true, false);
+    ScopedHandle b = NewEvent(false, true);
+    ScopedHandle c = NewEvent(false, true);
+    const HANDLE handles[] = {shutdown.get(), b.get(), c.get()};
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, FALSE, 0), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, FALSE, 0), WAIT_OBJECT_0 + 2);  // c was left alone
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, FALSE, 0), WAIT_TIMEOUT);
+    SetEvent(c.get());
+    SetEvent(shutdown.get());
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(WaitForMultipleObjects(3, handles, FALSE, 0), WAIT_OBJECT_0);
+    ResetEvent(shutdown.get());
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, FALSE, 0), WAIT_OBJECT_0 + 2);
+}
+
+TEST(KernelWaitAll, NeedsEveryObjectAndTakesThemAll) {
+    ScopedHandle a = NewEvent(false, true);
+    ScopedHandle b = NewEvent(false, false);
+    ScopedHandle m = NewEvent(true, true);
+    const HANDLE handles[] = {a.get(), b.get(), m.get()};
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, TRUE, 0), WAIT_TIMEOUT);
+    SetEvent(b.get());
+    EXPECT_EQ(WaitForMultipleObjects(3, handles, TRUE, 0), WAIT_OBJECT_0);  // the partial match took nothing
+    EXPECT_FALSE(TryWait(a.get()));
+    EXPECT_FALSE(TryWait(b.get()));
+    EXPECT_TRUE(TryWait(m.get()));
+}
+
+TEST(KernelWaitFailure, BadCountsAndHandlesFailWithoutConsuming) {
+    ScopedHandle autoSet = NewEvent(false, true);
+    HANDLE many[MAXIMUM_WAIT_OBJECTS + 1];
+    for (HANDLE& handle : many) handle = autoSet.get();
+    const HANDLE closed = CreateEventW(nullptr, FALSE, TRUE, nullptr);
+    CloseHandle(closed);
+    const HANDLE withBad[] = {autoSet.get(), closed};
+    const HANDLE twice[] = {autoSet.get(), autoSet.get()};
+    struct Case {
+        DWORD count;
+        const HANDLE* handles;
+        BOOL waitAll;
+        DWORD error;
+    };
+    const Case cases[] = {{0, many, FALSE, ERROR_INVALID_PARAMETER},
+                          {MAXIMUM_WAIT_OBJECTS + 1, many, FALSE, ERROR_INVALID_PARAMETER},
+                          {1, nullptr, FALSE, ERROR_INVALID_PARAMETER},
+                          {2, withBad, FALSE, ERROR_INVALID_HANDLE},  // even behind a signalled one
+                          {2, twice, TRUE, ERROR_INVALID_PARAMETER}};
+    for (const Case& c : cases) {
+        SetLastError(0);
+        EXPECT_EQ(WaitForMultipleObjects(c.count, c.handles, c.waitAll, INFINITE), WAIT_FAILED);
+        EXPECT_EQ(GetLastError(), c.error) << "count " << c.count;
+    }
+    EXPECT_EQ(WaitForMultipleObjects(MAXIMUM_WAIT_OBJECTS, many, FALSE, 0), WAIT_OBJECT_0);  // 64 is fine
+    EXPECT_FALSE(TryWait(autoSet.get()));  // and that was the only wait that took the signal
+}
+
+TEST(KernelWaitAcrossThreads, SetEventWakesTheWaiterWithinABoundedTime) {
+    ScopedHandle shutdown = NewEvent(true, false);
+    ScopedHandle work = NewEvent(false, false);
+    ScopedHandle waiting = NewEvent(true, false);
+    DWORD result = WAIT_FAILED;
+    std::thread waiter([&] {
+        const HANDLE handles[] = {shutdown.get(), work.get()};
+        SetEvent(waiting.get());
+        result = WaitForMultipleObjects(2, handles, FALSE, kBoundedWaitMs);
+    });
+    ASSERT_EQ(WaitForSingleObject(waiting.get(), kBoundedWaitMs), WAIT_OBJECT_0);
+    const auto setAt = std::chrono::steady_clock::now();
+    SetEvent(work.get());
+    waiter.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - setAt, kPromptly);
+    EXPECT_EQ(result, WAIT_OBJECT_0 + 1);
+    EXPECT_FALSE(TryWait(work.get()));  // the waiter took it
+}
+
+TEST(KernelWaitAcrossThreads, OneAutoResetSignalReleasesExactlyOneWaiter) {
+    constexpr int kWaiters = 4;
+    ScopedHandle quit = NewEvent(true, false);
+    ScopedHandle event = NewEvent(false, false);
+    ScopedHandle woke = NewEvent(false, false);
+    std::atomic<int> tookEvent{0};
+    std::atomic<int> sawQuit{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < kWaiters; ++i) {
+        waiters.emplace_back([&] {
+            const HANDLE handles[] = {quit.get(), event.get()};
+            const DWORD result = WaitForMultipleObjects(2, handles, FALSE, kBoundedWaitMs);
+            if (result == WAIT_OBJECT_0 + 1) {
+                tookEvent.fetch_add(1);
+                SetEvent(woke.get());
+            } else if (result == WAIT_OBJECT_0) {
+                sawQuit.fetch_add(1);
+            }
+        });
+    }
+    SetEvent(event.get());
+    ASSERT_EQ(WaitForSingleObject(woke.get(), kBoundedWaitMs), WAIT_OBJECT_0);
+    const auto quitAt = std::chrono::steady_clock::now();
+    SetEvent(quit.get());  // the lowest index: every other waiter returns it
+    for (std::thread& waiter : waiters) waiter.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - quitAt, kPromptly);
+    EXPECT_EQ(tookEvent.load(), 1);
+    EXPECT_EQ(sawQuit.load(), kWaiters - 1);
+}
+
+TEST(KernelWaitAcrossThreads, ManyProducersNeverLoseOrDuplicateSignals) {
+    // Each producer hands tokens one at a time through its own auto-reset event and waits for
+    // the consumer's acknowledgement; the consumer waits for any of them.
+    constexpr int kProducers = 3;
+    constexpr int kTokensEach = 200;
+    std::vector<ScopedHandle> ready, taken;
+    for (int p = 0; p < kProducers; ++p) {
+        ready.push_back(NewEvent(false, false));
+        taken.push_back(NewEvent(false, false));
+    }
+    std::atomic<bool> failed{false};
+    std::vector<std::thread> producers;
+    for (int p = 0; p < kProducers; ++p) {
+        producers.emplace_back([&, p] {
+            for (int t = 0; t < kTokensEach && !failed.load(); ++t) {
+                SetEvent(ready[p].get());
+                if (WaitForSingleObject(taken[p].get(), kBoundedWaitMs) != WAIT_OBJECT_0) failed.store(true);
+            }
+        });
+    }
+    const HANDLE handles[] = {ready[0].get(), ready[1].get(), ready[2].get()};
+    int received[kProducers] = {};
+    for (int i = 0; i < kProducers * kTokensEach && !failed.load(); ++i) {
+        const DWORD index = WaitForMultipleObjects(kProducers, handles, FALSE, kBoundedWaitMs) - WAIT_OBJECT_0;
+        if (index >= kProducers) {
+            failed.store(true);
+            break;
+        }
+        ++received[index];
+        SetEvent(taken[index].get());
+    }
+    for (std::thread& producer : producers) producer.join();
+    ASSERT_FALSE(failed.load());
+    for (int p = 0; p < kProducers; ++p) EXPECT_EQ(received[p], kTokensEach) << "producer " << p;
+    EXPECT_EQ(WaitForMultipleObjects(kProducers, handles, FALSE, 0), WAIT_TIMEOUT);
+}
+
+}  // namespace

@@ -1,0 +1,306 @@
+// Capture streams of the virtual audio engine on a stepped clock: packet sizes per device
+// period, content per source and format, overflow, and the client's misuse of the buffer.
+#include <cmath>
+#include <cstring>
+#include <numbers>
+#include <thread>
+#include <vector>
+
+#include "vae_fixture.h"
+
+namespace vaetest {
+namespace {
+
+using zqvm::CaptureSource;
+using zqvm::SampleFormat;
+
+class CaptureStreamTest : public VirtualAudioTest {};
+
+struct Packet {
+    std::vector<BYTE> bytes;
+    UINT32 frames = 0;
+    DWORD flags = 0;
+    UINT64 position = 0;
+};
+
+// Takes the next packet (asserting there is one) and releases it.
+Packet Take(IAudioCaptureClient* capture, UINT32 blockAlign) {
+    Packet packet;
+    BYTE* data = nullptr;
+    EXPECT_EQ(capture->GetBuffer(&data, &packet.frames, &packet.flags, &packet.position, nullptr), S_OK);
+    if (data != nullptr) packet.bytes.assign(data, data + size_t{packet.frames} * blockAlign);
+    EXPECT_EQ(capture->ReleaseBuffer(packet.frames), S_OK);
+    return packet;
+}
+
+TEST_F(CaptureStreamTest, EachPeriodDeliversTheRateOverAHundredFramesAndSignalsTheEvent) {
+    const std::wstring id = Add(eCapture, 44100, 2, SampleFormat::Float32, CaptureSource::Tone(440.0, 0.5));
+    TestStream stream;
+    stream.Open(id);
+    EXPECT_EQ(stream.bufferFrames, 882u);  // 20 ms at 44.1 kHz
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    ASSERT_EQ(stream.client->Start(), S_OK);
+
+    EXPECT_FALSE(stream.Signalled()) << "nothing is due before the first period has passed";
+    for (int period = 0; period < 5; ++period) {
+        Step();
+        EXPECT_TRUE(stream.Signalled()) << "period " << period;
+        UINT32 next = 0;
+        ASSERT_EQ(capture->GetNextPacketSize(&next), S_OK);
+        EXPECT_EQ(next, 441u);
+        EXPECT_EQ(stream.Padding(), 441u);
+        const Packet packet = Take(capture, 8);
+        EXPECT_EQ(packet.frames, 441u);
+        EXPECT_EQ(packet.position, 441u * static_cast<UINT64>(period));
+        EXPECT_EQ(packet.flags, 0u);
+    }
+    EXPECT_EQ(stream.Padding(), 0u);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+    Step(3);
+    EXPECT_FALSE(stream.Signalled()) << "a stopped stream's clock is still running";
+    EXPECT_EQ(stream.Padding(), 0u);
+}
+
+TEST_F(CaptureStreamTest, FractionalPeriodsCarryTheRemainderSoASecondHoldsTheExactRate) {
+    const std::wstring id = Add(eCapture, 22050, 1, SampleFormat::Int16, CaptureSource::Tone(1000.0, 0.25));
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    uint64_t total = 0;
+    for (int period = 0; period < 100; ++period) {
+        Step();
+        const Packet packet = Take(capture, 2);
+        EXPECT_EQ(packet.frames, period % 2 == 0 ? 220u : 221u) << "period " << period;
+        EXPECT_EQ(packet.position, total);
+        total += packet.frames;
+    }
+    EXPECT_EQ(total, 22050u);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(CaptureStreamTest, ToneArrivesAsTheSineQuantizedToTheEndpointFormat) {
+    const double frequency = 1000.0;
+    const double amplitude = std::pow(10.0, -6.0 / 20.0);
+    const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Int16, CaptureSource::ToneDbfs(frequency, -6.0));
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    for (int period = 0; period < 3; ++period) {
+        Step();
+        const Packet packet = Take(capture, 2);
+        ASSERT_EQ(packet.frames, 480u);
+        for (UINT32 f = 0; f < packet.frames; ++f) {
+            int16_t sample;
+            std::memcpy(&sample, &packet.bytes[2 * f], 2);
+            const double n = static_cast<double>(packet.position + f);
+            const double expected = amplitude * std::sin(2.0 * std::numbers::pi * frequency * n / 48000.0);
+            ASSERT_NEAR(sample / 32768.0, expected, 1.5 / 32768.0) << "frame " << n;
+        }
+    }
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(CaptureStreamTest, Extensible24BitStereoCarriesTheToneInThreeBytesPerSample) {
+    const std::wstring id =
+        Add(eCapture, 96000, 2, SampleFormat::Int24, CaptureSource::Tone(3000.0, 0.75), /*extensible=*/true);
+    TestStream stream;
+    stream.Open(id);
+    WAVEFORMATEX* mix = nullptr;
+    ASSERT_EQ(stream.client->GetMixFormat(&mix), S_OK);
+    EXPECT_EQ(mix->wFormatTag, WAVE_FORMAT_EXTENSIBLE);
+    EXPECT_EQ(mix->nBlockAlign, 6);
+    CoTaskMemFree(mix);
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step();
+    const Packet packet = Take(capture, 6);
+    ASSERT_EQ(packet.frames, 960u);
+    for (UINT32 f = 0; f < packet.frames; ++f) {
+        for (int c = 0; c < 2; ++c) {
+            const BYTE* b = &packet.bytes[6 * f + 3 * c];
+            int32_t code = b[0] | (b[1] << 8) | (b[2] << 16);
+            if (code & 0x800000) code -= 0x1000000;
+            const double expected = 0.75 * std::sin(2.0 * std::numbers::pi * 3000.0 * f / 96000.0);
+            ASSERT_NEAR(code / 8388608.0, expected, 2.0 / 8388608.0) << "frame " << f << " channel " << c;
+        }
+    }
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(CaptureStreamTest, SilenceAndAnEmptyFeedGiveSilentPacketsFedFramesArriveInOrder) {
+    const std::wstring id = Add(eCapture, 48000, 2, SampleFormat::Float32, CaptureSource::Fed());
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    ASSERT_EQ(stream.client->Start(), S_OK);
+
+    Step();
+    Packet packet = Take(capture, 8);
+    EXPECT_EQ(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_SILENT));
+
+    // 600 frames: one whole period, then 120 frames and silence (not flagged: it holds sound).
+    std::vector<float> fed(600 * 2);
+    for (size_t i = 0; i < fed.size(); ++i) fed[i] = static_cast<float>(i) / 2048.0f;
+    ASSERT_TRUE(zqvm::FeedFrames(id, fed));
+    EXPECT_EQ(zqvm::FedFramesPending(id), 600u);
+    Step();
+    packet = Take(capture, 8);
+    EXPECT_EQ(packet.flags, 0u);
+    std::vector<float> got(packet.frames * 2);
+    std::memcpy(got.data(), packet.bytes.data(), packet.bytes.size());
+    EXPECT_TRUE(std::equal(got.begin(), got.end(), fed.begin()));
+    Step();
+    packet = Take(capture, 8);
+    EXPECT_EQ(packet.flags, 0u);
+    std::memcpy(got.data(), packet.bytes.data(), packet.bytes.size());
+    EXPECT_TRUE(std::equal(got.begin(), got.begin() + 240, fed.begin() + 960));
+    EXPECT_TRUE(std::all_of(got.begin() + 240, got.end(), [](float v) { return v == 0.0f; }));
+    EXPECT_EQ(zqvm::FedFramesPending(id), 0u);
+
+    ASSERT_TRUE(zqvm::SetCaptureSource(id, CaptureSource::Silence()));
+    Step();
+    packet = Take(capture, 8);
+    EXPECT_EQ(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_SILENT));
+    EXPECT_FALSE(zqvm::FeedFrames(id, std::vector<float>(3))) << "half a frame was accepted";
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(CaptureStreamTest, AFullBufferLosesItsOldestPacketAndFlagsTheNextDiscontinuous) {
+    const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Float32, CaptureSource::Tone(500.0, 0.5));
+    TestStream stream;
+    stream.Open(id);
+    ASSERT_EQ(stream.bufferFrames, 960u);
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step(3);  // three packets into room for two
+    EXPECT_EQ(stream.Padding(), 960u);
+    Packet packet = Take(capture, 4);
+    EXPECT_EQ(packet.position, 480u);
+    EXPECT_EQ(packet.flags, 0u);
+    packet = Take(capture, 4);
+    EXPECT_EQ(packet.position, 960u);
+    EXPECT_EQ(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
+
+    // While the client holds the oldest packet, the newest is the one lost.
+    Step(2);
+    BYTE* data = nullptr;
+    UINT32 frames = 0;
+    DWORD flags = 0;
+    UINT64 position = 0;
+    ASSERT_EQ(capture->GetBuffer(&data, &frames, &flags, &position, nullptr), S_OK);
+    EXPECT_EQ(position, 1440u);
+    Step();  // the packet at 2400 has no room
+    ASSERT_EQ(capture->ReleaseBuffer(frames), S_OK);
+    Step();
+    EXPECT_EQ(Take(capture, 4).position, 1920u);
+    packet = Take(capture, 4);
+    EXPECT_EQ(packet.position, 2880u);
+    EXPECT_EQ(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(CaptureStreamTest, BufferMisuseIsRefusedWithTheAudioClientCodes) {
+    const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Int16, CaptureSource::Tone(1000.0, 0.5));
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    BYTE* data = reinterpret_cast<BYTE*>(1);
+    UINT32 frames = 7;
+    DWORD flags = 7;
+    EXPECT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), AUDCLNT_S_BUFFER_EMPTY);
+    EXPECT_EQ(data, nullptr);
+    EXPECT_EQ(frames, 0u);
+    EXPECT_EQ(capture->ReleaseBuffer(0), S_OK) << "releasing what an empty GetBuffer gave";
+    EXPECT_EQ(capture->ReleaseBuffer(0), AUDCLNT_E_OUT_OF_ORDER);
+    EXPECT_EQ(capture->GetBuffer(nullptr, &frames, &flags, nullptr, nullptr), E_POINTER);
+
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step();
+    ASSERT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), S_OK);
+    EXPECT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), AUDCLNT_E_OUT_OF_ORDER);
+    EXPECT_EQ(capture->ReleaseBuffer(frames - 1), AUDCLNT_E_INVALID_SIZE);
+    EXPECT_EQ(capture->ReleaseBuffer(0), S_OK) << "releasing nothing keeps the packet";
+    UINT64 position = 99;
+    ASSERT_EQ(capture->GetBuffer(&data, &frames, &flags, &position, nullptr), S_OK);
+    EXPECT_EQ(position, 0u) << "the same packet comes again";
+    EXPECT_EQ(stream.client->Reset(), AUDCLNT_E_NOT_STOPPED);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+    EXPECT_EQ(stream.client->Reset(), AUDCLNT_E_BUFFER_OPERATION_PENDING);
+    ASSERT_EQ(capture->ReleaseBuffer(frames), S_OK);
+    EXPECT_EQ(stream.client->Stop(), S_FALSE) << "stopping twice";
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    EXPECT_EQ(stream.client->Start(), AUDCLNT_E_NOT_STOPPED);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(CaptureStreamTest, AStreamThreadWakingOnTheEventReleasesEveryPacket) {
+    const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Float32, CaptureSource::Impulse(1.0, 480));
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    HANDLE stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::vector<float> firstSamples;  // owned by the thread until it is joined
+    std::thread reader([&] {
+        const HANDLE events[2] = {stop, stream.event};
+        while (WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0 + 1) {
+            BYTE* data = nullptr;
+            UINT32 frames = 0;
+            DWORD flags = 0;
+            while (capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr) == S_OK) {
+                firstSamples.push_back(reinterpret_cast<float*>(data)[0]);
+                capture->ReleaseBuffer(frames);
+            }
+        }
+    });
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    for (uint64_t n = 1; n <= 20; ++n) {
+        Step();
+        ASSERT_TRUE(zqvm::WaitForCapturePacketsReleased(id, n, kWaitMs)) << "packet " << n;
+    }
+    SetEvent(stop);
+    reader.join();
+    CloseHandle(stop);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+    EXPECT_EQ(zqvm::CapturePacketsReleased(id), 20u);
+    ASSERT_EQ(firstSamples.size(), 20u);
+    for (float v : firstSamples) EXPECT_EQ(v, 1.0f) << "every packet starts with an impulse";
+}
+
+
+TEST_F(CaptureStreamTest, InRealTimeTheClockThreadDeliversOnePacketPerPeriod) {
+    zqvm::SetClockMode(zqvm::ClockMode::RealTime);
+    const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Float32, CaptureSource::Tone(1000.0, 0.5));
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    HANDLE stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::vector<UINT32> sizes;  // owned by the thread until it is joined
+    std::thread reader([&] {
+        const HANDLE events[2] = {stop, stream.event};
+        while (WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0 + 1) {
+            BYTE* data = nullptr;
+            UINT32 frames = 0;
+            DWORD flags = 0;
+            while (capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr) == S_OK) {
+                sizes.push_back(frames);
+                capture->ReleaseBuffer(frames);
+            }
+        }
+    });
+    const int64_t started = zqvm::ClockNow();
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    const bool arrived = zqvm::WaitForCapturePacketsReleased(id, 10, kWaitMs);
+    const int64_t elapsed = zqvm::ClockNow() - started;
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+    SetEvent(stop);
+    reader.join();
+    CloseHandle(stop);
+    ASSERT_TRUE(arrived);
+    EXPECT_GE(elapsed, 10 * kPeriod) << "packets came faster than the device period";
+    for (UINT32 frames : sizes) EXPECT_EQ(frames, 480u);
+}
+
+}  // namespace
+}  // namespace vaetest

@@ -1,0 +1,244 @@
+// Endpoints of the virtual audio engine as the enumerator presents them: lists, defaults,
+// identifiers, properties, mix formats, interface queries and the audio client's set-up codes.
+#include <cstring>
+
+#include "vae_fixture.h"
+
+namespace vaetest {
+namespace {
+
+using zqvm::SampleFormat;
+
+class EnumerationTest : public VirtualAudioTest {};
+
+std::wstring IdOf(IMMDevice* device) {
+    LPWSTR id = nullptr;
+    EXPECT_EQ(device->GetId(&id), S_OK);
+    std::wstring text = id != nullptr ? id : L"";
+    CoTaskMemFree(id);
+    return text;
+}
+
+std::vector<std::wstring> List(IMMDeviceEnumerator* enumerator, EDataFlow flow, DWORD mask) {
+    CComPtr<IMMDeviceCollection> collection;
+    EXPECT_EQ(enumerator->EnumAudioEndpoints(flow, mask, &collection), S_OK);
+    std::vector<std::wstring> ids;
+    UINT count = 0;
+    if (!collection || collection->GetCount(&count) != S_OK) return ids;
+    for (UINT i = 0; i < count; ++i) {
+        CComPtr<IMMDevice> device;
+        EXPECT_EQ(collection->Item(i, &device), S_OK);
+        if (device) ids.push_back(IdOf(device));
+    }
+    CComPtr<IMMDevice> beyond;
+    EXPECT_EQ(collection->Item(count, &beyond), E_INVALIDARG);
+    return ids;
+}
+
+TEST_F(EnumerationTest, TheBuiltInMachineHasOurMicrophoneAndASpeakerAsDefaults) {
+    ASSERT_TRUE(zqvm::LoadMachineDescriptionText(zqvm::DefaultMachineDescription()));
+    CComPtr<IMMDeviceEnumerator> enumerator = Enumerator();
+    CComPtr<IMMDevice> mic;
+    ASSERT_EQ(enumerator->GetDefaultAudioEndpoint(eCapture, eCommunications, &mic), S_OK);
+    CComPtr<IPropertyStore> store;
+    ASSERT_EQ(mic->OpenPropertyStore(STGM_READ, &store), S_OK);
+    PROPVARIANT value;
+    ASSERT_EQ(store->GetValue(PKEY_Device_FriendlyName, &value), S_OK);
+    ASSERT_EQ(value.vt, VT_LPWSTR);
+    EXPECT_STREQ(value.pwszVal, L"Microphone (KV-1 USB Microphone)");
+    PropVariantClear(&value);
+    ASSERT_EQ(store->GetValue(PKEY_Device_ContainerId, &value), S_OK);
+    ASSERT_EQ(value.vt, VT_CLSID);
+    ASSERT_NE(value.puuid, nullptr);
+    EXPECT_NE(*value.puuid, GUID_NULL);
+    PropVariantClear(&value);
+
+    CComPtr<IAudioClient> client;
+    ASSERT_EQ(mic->Activate(IID_IAudioClient, CLSCTX_INPROC_SERVER, nullptr, reinterpret_cast<void**>(&client)), S_OK);
+    WAVEFORMATEX* mix = nullptr;
+    ASSERT_EQ(client->GetMixFormat(&mix), S_OK);
+    EXPECT_EQ(mix->wFormatTag, WAVE_FORMAT_PCM);
+    EXPECT_EQ(mix->nSamplesPerSec, 48000u);
+    EXPECT_EQ(mix->nChannels, 1);
+    EXPECT_EQ(mix->wBitsPerSample, 16);
+    CoTaskMemFree(mix);
+
+    CComPtr<IMMDevice> speakers;
+    ASSERT_EQ(enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &speakers), S_OK);
+    store.Release();
+    ASSERT_EQ(speakers->OpenPropertyStore(STGM_READ, &store), S_OK);
+    ASSERT_EQ(store->GetValue(PKEY_Device_FriendlyName, &value), S_OK);
+    EXPECT_STREQ(value.pwszVal, L"Speakers (Virtual Audio)");
+    PropVariantClear(&value);
+}
+
+TEST_F(EnumerationTest, ListsFollowFlowAndStateAndDevicesAreFoundByTheirId) {
+    const std::wstring mic = Add(eCapture, 48000, 1, SampleFormat::Int16);
+    const std::wstring speakers = Add(eRender, 48000, 2, SampleFormat::Float32);
+    zqvm::EndpointSpec spec;
+    spec.flow = eRender;
+    spec.state = DEVICE_STATE_UNPLUGGED;
+    const std::wstring unplugged = zqvm::AddEndpoint(spec);
+    ASSERT_FALSE(unplugged.empty());
+
+    CComPtr<IMMDeviceEnumerator> enumerator = Enumerator();
+    EXPECT_EQ(List(enumerator, eRender, DEVICE_STATE_ACTIVE), std::vector<std::wstring>{speakers});
+    EXPECT_EQ(List(enumerator, eRender, DEVICE_STATEMASK_ALL), (std::vector<std::wstring>{speakers, unplugged}));
+    EXPECT_EQ(List(enumerator, eCapture, DEVICE_STATE_ACTIVE), std::vector<std::wstring>{mic});
+    EXPECT_EQ(List(enumerator, eAll, DEVICE_STATE_ACTIVE), (std::vector<std::wstring>{mic, speakers}));
+    EXPECT_TRUE(List(enumerator, eCapture, DEVICE_STATE_DISABLED).empty());
+
+    CComPtr<IMMDeviceCollection> collection;
+    EXPECT_EQ(enumerator->EnumAudioEndpoints(eRender, 0, &collection), E_INVALIDARG);
+    EXPECT_EQ(enumerator->EnumAudioEndpoints(eRender, 0x10, &collection), E_INVALIDARG);
+    EXPECT_EQ(enumerator->EnumAudioEndpoints(EDataFlow_enum_count, 1, &collection), E_INVALIDARG);
+    EXPECT_EQ(enumerator->EnumAudioEndpoints(eRender, 1, nullptr), E_POINTER);
+
+    CComPtr<IMMDevice> device;
+    ASSERT_EQ(enumerator->GetDevice(unplugged.c_str(), &device), S_OK);
+    DWORD state = 0;
+    ASSERT_EQ(device->GetState(&state), S_OK);
+    EXPECT_EQ(state, static_cast<DWORD>(DEVICE_STATE_UNPLUGGED));
+    CComPtr<IAudioClient> client;
+    EXPECT_EQ(device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client)),
+              AUDCLNT_E_DEVICE_INVALIDATED)
+        << "an audio client for a device that is not there";
+    CComPtr<IMMDevice> missing;
+    EXPECT_EQ(enumerator->GetDevice(L"{0.0.0.00000000}.{nothing}", &missing), E_NOTFOUND);
+    EXPECT_EQ(missing, nullptr);
+    CComPtr<IMMDevice> none;
+    EXPECT_EQ(enumerator->GetDefaultAudioEndpoint(eAll, eConsole, &none), E_INVALIDARG);
+    ASSERT_TRUE(zqvm::SetDefaultEndpoint(eCapture, eMultimedia, L""));
+    EXPECT_EQ(enumerator->GetDefaultAudioEndpoint(eCapture, eMultimedia, &none), E_NOTFOUND);
+    ASSERT_EQ(enumerator->GetDefaultAudioEndpoint(eCapture, eConsole, &none), S_OK);
+    EXPECT_EQ(IdOf(none), mic);
+}
+
+TEST_F(EnumerationTest, QueriesKeepTheObjectsIdentityAndReferencesAreCountedPerEndpoint) {
+    const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Int16);
+    EXPECT_EQ(zqvm::EndpointRefCount(id), 0);
+    {
+        CComPtr<IMMDevice> device = Device(id);
+        EXPECT_EQ(zqvm::EndpointRefCount(id), 1);
+        CComPtr<IMMEndpoint> endpoint;
+        ASSERT_EQ(device.QueryInterface(&endpoint), S_OK);
+        EXPECT_EQ(zqvm::EndpointRefCount(id), 2);
+        EDataFlow flow = eRender;
+        ASSERT_EQ(endpoint->GetDataFlow(&flow), S_OK);
+        EXPECT_EQ(flow, eCapture);
+        CComPtr<IUnknown> viaDevice;
+        CComPtr<IUnknown> viaEndpoint;
+        ASSERT_EQ(device.QueryInterface(&viaDevice), S_OK);
+        ASSERT_EQ(endpoint.QueryInterface(&viaEndpoint), S_OK);
+        EXPECT_EQ(viaDevice.p, viaEndpoint.p) << "IUnknown must be one pointer per object";
+        CComPtr<IAudioClient> notThere;
+        EXPECT_EQ(device.QueryInterface(&notThere), E_NOINTERFACE);
+        EXPECT_EQ(notThere, nullptr);
+        CComPtr<IMMDevice> second = Device(id);
+        EXPECT_EQ(zqvm::EndpointRefCount(id), 5);
+    }
+    EXPECT_EQ(zqvm::EndpointRefCount(id), 0);
+}
+
+TEST_F(EnumerationTest, MixFormatsComeInEachSampleFormatPlainOrExtensible) {
+    struct Case {
+        SampleFormat format;
+        uint16_t channels;
+        bool extensible;
+        WORD tag;
+        WORD bits;
+        const GUID* subFormat;
+        DWORD mask;
+    };
+    const Case cases[] = {
+        {SampleFormat::Int16, 1, false, WAVE_FORMAT_PCM, 16, nullptr, 0},
+        {SampleFormat::Float32, 2, false, WAVE_FORMAT_IEEE_FLOAT, 32, nullptr, 0},
+        {SampleFormat::Int24, 2, true, WAVE_FORMAT_EXTENSIBLE, 24, &KSDATAFORMAT_SUBTYPE_PCM, 0x3},
+        {SampleFormat::Int32, 6, true, WAVE_FORMAT_EXTENSIBLE, 32, &KSDATAFORMAT_SUBTYPE_PCM, 0x3F},
+        {SampleFormat::Float32, 8, true, WAVE_FORMAT_EXTENSIBLE, 32, &KSDATAFORMAT_SUBTYPE_IEEE_FLOAT, 0x63F},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "bits " << c.bits << " channels " << c.channels);
+        const std::wstring id = Add(eRender, 44100, c.channels, c.format, zqvm::CaptureSource::Silence(), c.extensible);
+        CComPtr<IAudioClient> client;
+        ASSERT_EQ(Device(id)->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client)), S_OK);
+        WAVEFORMATEX* mix = nullptr;
+        ASSERT_EQ(client->GetMixFormat(&mix), S_OK);
+        EXPECT_EQ(mix->wFormatTag, c.tag);
+        EXPECT_EQ(mix->nChannels, c.channels);
+        EXPECT_EQ(mix->nSamplesPerSec, 44100u);
+        EXPECT_EQ(mix->wBitsPerSample, c.bits);
+        EXPECT_EQ(mix->nBlockAlign, c.channels * c.bits / 8);
+        EXPECT_EQ(mix->nAvgBytesPerSec, 44100u * mix->nBlockAlign);
+        if (c.extensible) {
+            ASSERT_EQ(mix->cbSize, 22);
+            WAVEFORMATEXTENSIBLE ext;
+            std::memcpy(&ext, mix, sizeof ext);
+            EXPECT_EQ(ext.SubFormat, *c.subFormat);
+            EXPECT_EQ(ext.dwChannelMask, c.mask);
+            EXPECT_EQ(ext.Samples.wValidBitsPerSample, c.bits);
+        } else {
+            EXPECT_EQ(mix->cbSize, 0);
+        }
+        EXPECT_EQ(client->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, mix, nullptr), E_INVALIDARG);
+        WAVEFORMATEX* closest = nullptr;
+        EXPECT_EQ(client->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, mix, &closest), S_OK);
+        EXPECT_EQ(closest, nullptr);
+        mix->nSamplesPerSec = 48000;
+        mix->nAvgBytesPerSec = 48000u * mix->nBlockAlign;
+        ASSERT_EQ(client->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, mix, &closest), S_FALSE);
+        ASSERT_NE(closest, nullptr);
+        EXPECT_EQ(closest->nSamplesPerSec, 44100u);
+        CoTaskMemFree(closest);
+        EXPECT_EQ(client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_EVENTCALLBACK, 200000, 0, mix, nullptr),
+                  AUDCLNT_E_UNSUPPORTED_FORMAT);
+        CoTaskMemFree(mix);
+    }
+}
+
+TEST_F(EnumerationTest, TheAudioClientRefusesCallsOutOfOrder) {
+    const std::wstring mic = Add(eCapture, 48000, 1, SampleFormat::Int16);
+    CComPtr<IAudioClient> client;
+    ASSERT_EQ(Device(mic)->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client)), S_OK);
+    UINT32 frames = 0;
+    EXPECT_EQ(client->GetBufferSize(&frames), AUDCLNT_E_NOT_INITIALIZED);
+    EXPECT_EQ(client->GetCurrentPadding(&frames), AUDCLNT_E_NOT_INITIALIZED);
+    EXPECT_EQ(client->Start(), AUDCLNT_E_NOT_INITIALIZED);
+    HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    EXPECT_EQ(client->SetEventHandle(event), AUDCLNT_E_NOT_INITIALIZED);
+    CComPtr<IAudioCaptureClient> capture;
+    EXPECT_EQ(client->GetService(IID_IAudioCaptureClient, reinterpret_cast<void**>(&capture)), AUDCLNT_E_NOT_INITIALIZED);
+    REFERENCE_TIME period = 0;
+    REFERENCE_TIME minimum = 0;
+    ASSERT_EQ(client->GetDevicePeriod(&period, &minimum), S_OK);
+    EXPECT_EQ(period, 100000);
+    EXPECT_LE(minimum, period);
+
+    WAVEFORMATEX* mix = nullptr;
+    ASSERT_EQ(client->GetMixFormat(&mix), S_OK);
+    EXPECT_EQ(client->Initialize(AUDCLNT_SHAREMODE_SHARED, 0, 200000, 0, nullptr, nullptr), E_POINTER);
+    ASSERT_EQ(client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_EVENTCALLBACK, 200000, 0, mix, nullptr),
+              S_OK);
+    EXPECT_EQ(client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_EVENTCALLBACK, 200000, 0, mix, nullptr),
+              AUDCLNT_E_ALREADY_INITIALIZED);
+    CoTaskMemFree(mix);
+    EXPECT_EQ(client->Start(), AUDCLNT_E_EVENTHANDLE_NOT_SET);
+    EXPECT_EQ(client->SetEventHandle(nullptr), E_INVALIDARG);
+    CComPtr<IAudioRenderClient> render;
+    EXPECT_EQ(client->GetService(IID_IAudioRenderClient, reinterpret_cast<void**>(&render)),
+              AUDCLNT_E_WRONG_ENDPOINT_TYPE);
+    EXPECT_EQ(render, nullptr);
+    CComPtr<IMMDevice> notAService;
+    EXPECT_EQ(client->GetService(IID_IMMDevice, reinterpret_cast<void**>(&notAService)), E_NOINTERFACE);
+    ASSERT_EQ(client->SetEventHandle(event), S_OK);
+    CloseHandle(event);  // the engine keeps its own reference to the event
+    ASSERT_EQ(client->Start(), S_OK);
+    HANDLE another = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    EXPECT_EQ(client->SetEventHandle(another), AUDCLNT_E_NOT_STOPPED) << "the event changed under a running clock";
+    ASSERT_EQ(client->Stop(), S_OK);
+    EXPECT_EQ(client->SetEventHandle(another), S_OK);
+    CloseHandle(another);
+}
+
+}  // namespace
+}  // namespace vaetest

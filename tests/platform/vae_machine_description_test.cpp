@@ -1,0 +1,220 @@
+// Machine descriptions of the virtual audio engine: a good file sets up the endpoints it
+// describes (sound files included), a bad one leaves an empty machine and says why.
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "vae_fixture.h"
+
+namespace vaetest {
+namespace {
+
+class MachineDescriptionTest : public VirtualAudioTest {
+protected:
+    std::string Dir() const { return testing::TempDir(); }
+    std::string Path(const char* name) const {
+        return Dir() + "/vae_" + testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
+    }
+    static void WriteText(const std::string& path, const std::string& text) {
+        std::ofstream(path, std::ios::binary) << text;
+    }
+};
+
+void Put16(std::string& out, uint16_t v) { out.append({static_cast<char>(v & 0xFF), static_cast<char>(v >> 8)}); }
+void Put32(std::string& out, uint32_t v) {
+    Put16(out, static_cast<uint16_t>(v & 0xFFFF));
+    Put16(out, static_cast<uint16_t>(v >> 16));
+}
+
+// A 16-bit PCM mono WAV file.
+void WriteWav16(const std::string& path, uint32_t rate, const std::vector<int16_t>& samples) {
+    std::string file = "RIFF";
+    Put32(file, static_cast<uint32_t>(36 + samples.size() * 2));
+    file += "WAVEfmt ";
+    Put32(file, 16);
+    Put16(file, 1);
+    Put16(file, 1);
+    Put32(file, rate);
+    Put32(file, rate * 2);
+    Put16(file, 2);
+    Put16(file, 16);
+    file += "data";
+    Put32(file, static_cast<uint32_t>(samples.size() * 2));
+    for (int16_t s : samples) Put16(file, static_cast<uint16_t>(s));
+    std::ofstream(path, std::ios::binary) << file;
+}
+
+// The samples of a float WAV file, found by walking its chunks.
+std::vector<float> ReadFloatWav(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    const std::string file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<float> samples;
+    if (file.size() < 12 || file.compare(0, 4, "RIFF") != 0 || file.compare(8, 4, "WAVE") != 0) return samples;
+    for (size_t at = 12; at + 8 <= file.size();) {
+        uint32_t size;
+        std::memcpy(&size, &file[at + 4], 4);
+        if (file.compare(at, 4, "data") == 0) {
+            samples.resize(size / 4);
+            std::memcpy(samples.data(), &file[at + 8], samples.size() * 4);
+            break;
+        }
+        at += 8 + size + (size & 1);
+    }
+    return samples;
+}
+
+TEST_F(MachineDescriptionTest, AGoodFileDescribesEveryEndpointAndIgnoresOtherEngineersElements) {
+    const std::string xml = R"xml(<?xml version="1.0"?>
+<machine>
+  <bridge serial="0001" product="KV-1"/>
+  <endpoint id="mic-1" flow="capture" name="Microphone (KV-2)" container="{12345678-9abc-def0-1234-56789ABCDEF0}"
+            rate="44100" channels="1" format="int16" default="communications">
+    <source kind="impulse" amplitude="1" interval="441"/>
+  </endpoint>
+  <endpoint id="mic-2" flow="capture" name="Line In" rate="96000" channels="2" format="int24" extensible="true"
+            state="disabled"/>
+  <endpoint id="out-1" flow="render" name="Headphones" rate="48000" channels="2" format="float32"
+            default="console, multimedia"/>
+  <registry key="HKLM\SOFTWARE\Anything"/>
+</machine>)xml";
+    std::string error;
+    ASSERT_TRUE(zqvm::LoadMachineDescriptionText(xml, &error)) << error;
+    EXPECT_EQ(zqvm::EndpointIds(), (std::vector<std::wstring>{L"mic-1", L"mic-2", L"out-1"}));
+    EXPECT_EQ(zqvm::DefaultEndpoint(eCapture, eCommunications), L"mic-1");
+    EXPECT_EQ(zqvm::DefaultEndpoint(eCapture, eConsole), L"mic-1") << "unclaimed roles go to the first active one";
+    EXPECT_EQ(zqvm::DefaultEndpoint(eRender, eMultimedia), L"out-1");
+
+    CComPtr<IMMDevice> mic = Device(L"mic-1");
+    CComPtr<IPropertyStore> store;
+    ASSERT_EQ(mic->OpenPropertyStore(STGM_READ, &store), S_OK);
+    PROPVARIANT value;
+    ASSERT_EQ(store->GetValue(PKEY_Device_ContainerId, &value), S_OK);
+    const GUID expected = {0x12345678, 0x9ABC, 0xDEF0, {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0}};
+    EXPECT_EQ(*value.puuid, expected);
+    PropVariantClear(&value);
+    ASSERT_EQ(store->GetValue(PKEY_Device_FriendlyName, &value), S_OK);
+    EXPECT_STREQ(value.pwszVal, L"Microphone (KV-2)");
+    PropVariantClear(&value);
+
+    DWORD state = 0;
+    ASSERT_EQ(Device(L"mic-2")->GetState(&state), S_OK);
+    EXPECT_EQ(state, static_cast<DWORD>(DEVICE_STATE_DISABLED));
+
+    TestStream stream;
+    stream.Open(L"mic-1");
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step();
+    BYTE* data = nullptr;
+    UINT32 frames = 0;
+    DWORD flags = 0;
+    ASSERT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), S_OK);
+    ASSERT_EQ(frames, 441u);
+    int16_t first, second;
+    std::memcpy(&first, data, 2);
+    std::memcpy(&second, data + 2, 2);
+    EXPECT_EQ(first, 32767) << "a full-scale impulse";
+    EXPECT_EQ(second, 0);
+    ASSERT_EQ(capture->ReleaseBuffer(frames), S_OK);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(MachineDescriptionTest, SoundFilesNamedRelativeToTheDescriptionAreReadAndWritten) {
+    std::vector<int16_t> ramp(1000);
+    for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<int16_t>(i * 16);
+    const std::string input = Path("in.wav");
+    const std::string output = Path("out.wav");
+    WriteWav16(input, 48000, ramp);
+    const std::string description = Path("machine.xml");
+    const auto leaf = [](const std::string& p) { return p.substr(p.find_last_of('/') + 1); };
+    WriteText(description, "<machine>\n"
+                           "  <endpoint id=\"mic\" flow=\"capture\" rate=\"48000\" channels=\"1\" format=\"float32\">\n"
+                           "    <source kind=\"wav\" path=\"" + leaf(input) + "\" loop=\"false\"/>\n"
+                           "  </endpoint>\n"
+                           "  <endpoint id=\"out\" flow=\"render\" rate=\"48000\" channels=\"1\">\n"
+                           "    <sink wav=\"" + leaf(output) + "\"/>\n"
+                           "  </endpoint>\n"
+                           "</machine>\n");
+    std::string error;
+    ASSERT_TRUE(zqvm::LoadMachineDescription(description, &error)) << error;
+
+    TestStream mic;
+    mic.Open(L"mic");
+    TestStream out;
+    out.Open(L"out");
+    CComPtr<IAudioCaptureClient> capture = mic.Get<IAudioCaptureClient>();
+    CComPtr<IAudioRenderClient> render = out.Get<IAudioRenderClient>();
+    ASSERT_EQ(mic.client->Start(), S_OK);
+    ASSERT_EQ(out.client->Start(), S_OK);
+    std::vector<float> captured;
+    std::vector<DWORD> flagsSeen;
+    for (int period = 0; period < 4; ++period) {
+        Step();
+        BYTE* data = nullptr;
+        UINT32 frames = 0;
+        DWORD flags = 0;
+        ASSERT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), S_OK);
+        const auto* samples = reinterpret_cast<const float*>(data);
+        captured.insert(captured.end(), samples, samples + frames);
+        flagsSeen.push_back(flags);
+        BYTE* target = nullptr;
+        ASSERT_EQ(render->GetBuffer(frames, &target), S_OK);  // play back what was heard
+        std::memcpy(target, data, frames * 4);
+        ASSERT_EQ(render->ReleaseBuffer(frames, 0), S_OK);
+        ASSERT_EQ(capture->ReleaseBuffer(frames), S_OK);
+    }
+    Step();  // the last packet written is played
+    ASSERT_EQ(mic.client->Stop(), S_OK);
+    ASSERT_EQ(out.client->Stop(), S_OK);
+    EXPECT_EQ(flagsSeen, (std::vector<DWORD>{0, 0, 0, AUDCLNT_BUFFERFLAGS_SILENT}))
+        << "the file ends after 1000 frames, within the third packet";
+    ASSERT_EQ(captured.size(), 1920u);
+    for (size_t i = 0; i < ramp.size(); ++i) ASSERT_FLOAT_EQ(captured[i], ramp[i] / 32768.0f) << i;
+    EXPECT_TRUE(std::all_of(captured.begin() + 1000, captured.end(), [](float v) { return v == 0.0f; }));
+
+    zqvm::Reset();  // completes the sink's file
+    const std::vector<float> written = ReadFloatWav(output);
+    ASSERT_EQ(written.size(), 1920u);
+    EXPECT_EQ(written, captured);
+    std::remove(input.c_str());
+    std::remove(output.c_str());
+    std::remove(description.c_str());
+}
+
+TEST_F(MachineDescriptionTest, ABadDescriptionLeavesAnEmptyMachineAndSaysWhere) {
+    ASSERT_TRUE(zqvm::LoadMachineDescriptionText(zqvm::DefaultMachineDescription()));
+    ASSERT_EQ(zqvm::EndpointIds().size(), 2u);
+    struct Case {
+        const char* xml;
+        const char* mention;
+    };
+    const Case cases[] = {
+        {"<machine>\n<endpoint flow=\"render\">\n</machine>", "line 3"},
+        {"<machine><endpoint flow=\"sideways\"/></machine>", "flow"},
+        {"<machine><endpoint flow=\"render\" rates=\"48000\"/></machine>", "rates"},
+        {"<machine><endpoint flow=\"render\" format=\"int12\"/></machine>", "format"},
+        {"<machine><endpoint flow=\"render\" channels=\"9\"/></machine>", "channels"},
+        {"<machine><endpoint flow=\"render\" container=\"not-a-guid\"/></machine>", "container"},
+        {"<machine><endpoint flow=\"render\" default=\"everything\"/></machine>", "everything"},
+        {"<machine><endpoint flow=\"render\"><source kind=\"tone\"/></endpoint></machine>", "source"},
+        {"<machine><endpoint flow=\"capture\"><source kind=\"wav\" path=\"/no/such.wav\"/></endpoint></machine>",
+         "/no/such.wav"},
+        {"<machine><endpoint id=\"a\" flow=\"render\"/><endpoint id=\"a\" flow=\"capture\"/></machine>", "id"},
+        {"<config/>", "<machine>"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.xml);
+        ASSERT_TRUE(zqvm::LoadMachineDescriptionText(zqvm::DefaultMachineDescription()));
+        std::string error;
+        EXPECT_FALSE(zqvm::LoadMachineDescriptionText(c.xml, &error));
+        EXPECT_NE(error.find(c.mention), std::string::npos) << error;
+        EXPECT_TRUE(zqvm::EndpointIds().empty());
+    }
+    std::string error;
+    EXPECT_FALSE(zqvm::LoadMachineDescription(Path("missing.xml"), &error));
+    EXPECT_NE(error.find("missing.xml"), std::string::npos) << error;
+}
+
+}  // namespace
+}  // namespace vaetest

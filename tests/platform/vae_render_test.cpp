@@ -1,0 +1,181 @@
+// Render streams of the virtual audio engine on a stepped clock: what the sink receives, the
+// silent flag, padding and free space, underruns, session volume and the meter.
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "vae_fixture.h"
+
+namespace vaetest {
+namespace {
+
+using zqvm::SampleFormat;
+
+class RenderStreamTest : public VirtualAudioTest {};
+
+// Writes frames × channels float samples, value base + index / 1000 each.
+void Write(IAudioRenderClient* render, UINT32 frames, uint16_t channels, float base, DWORD flags = 0) {
+    BYTE* data = nullptr;
+    ASSERT_EQ(render->GetBuffer(frames, &data), S_OK);
+    ASSERT_NE(data, nullptr);
+    auto* samples = reinterpret_cast<float*>(data);
+    for (UINT32 i = 0; i < frames * channels; ++i) samples[i] = base + static_cast<float>(i) / 1000.0f;
+    ASSERT_EQ(render->ReleaseBuffer(frames, flags), S_OK);
+}
+
+TEST_F(RenderStreamTest, TheSinkReceivesWhatWasWrittenOnePeriodAtATime) {
+    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
+    TestStream stream;
+    stream.Open(id);
+    ASSERT_EQ(stream.bufferFrames, 960u);
+    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
+    Write(render, 700, 2, 0.0f);
+    EXPECT_EQ(stream.Padding(), 700u);
+    ASSERT_EQ(stream.client->Start(), S_OK);
+
+    Step();
+    EXPECT_TRUE(stream.Signalled());
+    EXPECT_EQ(stream.Padding(), 220u);
+    EXPECT_EQ(zqvm::RenderedFrameCount(id), 480u);
+    EXPECT_EQ(zqvm::Underruns(id), 0u);
+    Step();
+    EXPECT_EQ(stream.Padding(), 0u);
+    EXPECT_EQ(zqvm::RenderedFrameCount(id), 700u);
+    EXPECT_EQ(zqvm::Underruns(id), 1u) << "the second period found 220 of 480 frames";
+    EXPECT_EQ(zqvm::RenderPeriodsConsumed(id), 2u);
+
+    const std::vector<float> played = zqvm::RenderedFrames(id);
+    ASSERT_EQ(played.size(), 1400u);
+    for (size_t i = 0; i < played.size(); ++i) ASSERT_FLOAT_EQ(played[i], static_cast<float>(i) / 1000.0f) << i;
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(RenderStreamTest, BuffersReleasedSilentArePlayedAsZerosAndCounted) {
+    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
+    Write(render, 480, 2, 0.5f, AUDCLNT_BUFFERFLAGS_SILENT);
+    Write(render, 480, 2, 0.25f);
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step(2);
+    EXPECT_EQ(zqvm::RenderedFrameCount(id), 960u);
+    EXPECT_EQ(zqvm::RenderedSilentFrames(id), 480u);
+    const std::vector<float> played = zqvm::RenderedFrames(id);
+    ASSERT_EQ(played.size(), 1920u);
+    EXPECT_TRUE(std::all_of(played.begin(), played.begin() + 960, [](float v) { return v == 0.0f; }));
+    EXPECT_FLOAT_EQ(played[960], 0.25f);
+    EXPECT_FLOAT_EQ(played[1919], 0.25f + 959 / 1000.0f);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(RenderStreamTest, FreeSpaceIsTheBufferLessThePaddingAndNoMore) {
+    const std::wstring id = Add(eRender, 44100, 1, SampleFormat::Int16);
+    TestStream stream;
+    stream.Open(id);
+    ASSERT_EQ(stream.bufferFrames, 882u);
+    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
+    BYTE* data = nullptr;
+    EXPECT_EQ(render->GetBuffer(883, &data), AUDCLNT_E_BUFFER_TOO_LARGE);
+    EXPECT_EQ(data, nullptr);
+    ASSERT_EQ(render->GetBuffer(500, &data), S_OK);
+    BYTE* second = nullptr;
+    EXPECT_EQ(render->GetBuffer(1, &second), AUDCLNT_E_OUT_OF_ORDER) << "a second buffer while one is held";
+    EXPECT_EQ(render->ReleaseBuffer(501, 0), AUDCLNT_E_INVALID_SIZE);
+    EXPECT_EQ(render->ReleaseBuffer(300, AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY), E_INVALIDARG);
+    std::memset(data, 0x11, 300 * 2);
+    ASSERT_EQ(render->ReleaseBuffer(300, 0), S_OK) << "fewer frames than asked for may be written";
+    EXPECT_EQ(render->ReleaseBuffer(0, 0), AUDCLNT_E_OUT_OF_ORDER);
+    EXPECT_EQ(stream.Padding(), 300u);
+    EXPECT_EQ(render->GetBuffer(583, &data), AUDCLNT_E_BUFFER_TOO_LARGE);
+    ASSERT_EQ(render->GetBuffer(582, &data), S_OK);
+    std::memset(data, 0x22, 582 * 2);
+    ASSERT_EQ(render->ReleaseBuffer(582, 0), S_OK);
+    EXPECT_EQ(stream.Padding(), 882u);
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step();
+    EXPECT_EQ(stream.Padding(), 441u);
+    // The ring wraps: 441 written after 441 played land at the start of the buffer.
+    ASSERT_EQ(render->GetBuffer(441, &data), S_OK);
+    std::memset(data, 0x33, 441 * 2);
+    ASSERT_EQ(render->ReleaseBuffer(441, 0), S_OK);
+    Step(2);
+    const std::vector<float> played = zqvm::RenderedFrames(id);
+    ASSERT_EQ(played.size(), 1323u);
+    EXPECT_FLOAT_EQ(played[0], 0x1111 / 32768.0f);
+    EXPECT_FLOAT_EQ(played[299], 0x1111 / 32768.0f);
+    EXPECT_FLOAT_EQ(played[300], 0x2222 / 32768.0f);
+    EXPECT_FLOAT_EQ(played[881], 0x2222 / 32768.0f);
+    EXPECT_FLOAT_EQ(played[882], 0x3333 / 32768.0f);
+    EXPECT_FLOAT_EQ(played[1322], 0x3333 / 32768.0f);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(RenderStreamTest, SessionVolumeScalesWhatIsPlayedAndTheMeterShowsItsPeak) {
+    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
+    CComPtr<ISimpleAudioVolume> volume = stream.Get<ISimpleAudioVolume>();
+    CComPtr<IAudioMeterInformation> meter;
+    ASSERT_EQ(Device(id)->Activate(IID_IAudioMeterInformation, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&meter)),
+              S_OK);
+    ASSERT_EQ(volume->SetMasterVolume(0.5f, nullptr), S_OK);
+    Write(render, 480, 2, 0.0f);  // peaks at 0.959
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step();
+    float peak = 0.0f;
+    ASSERT_EQ(meter->GetPeakValue(&peak), S_OK);
+    EXPECT_FLOAT_EQ(peak, 0.959f * 0.5f);
+    float channels[2] = {};
+    ASSERT_EQ(meter->GetChannelsPeakValues(2, channels), S_OK);
+    EXPECT_FLOAT_EQ(channels[0], 0.958f * 0.5f);
+    EXPECT_FLOAT_EQ(channels[1], 0.959f * 0.5f);
+    EXPECT_FLOAT_EQ(zqvm::RenderedFrames(id)[10], 0.010f * 0.5f);
+
+    ASSERT_EQ(volume->SetMute(TRUE, nullptr), S_OK);
+    Write(render, 480, 2, 0.1f);
+    Step();
+    ASSERT_EQ(meter->GetPeakValue(&peak), S_OK);
+    EXPECT_EQ(peak, 0.0f);
+    EXPECT_EQ(zqvm::RenderedFrames(id).back(), 0.0f);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+    ASSERT_EQ(meter->GetPeakValue(&peak), S_OK);
+    EXPECT_EQ(peak, 0.0f) << "no stream runs: the meter rests";
+}
+
+TEST_F(RenderStreamTest, AStreamThreadRefillingOnTheEventKeepsThePeriodsFed) {
+    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
+    Write(render, stream.bufferFrames, 2, 0.0f);
+    HANDLE stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::thread writer([&] {
+        const HANDLE events[2] = {stop, stream.event};
+        while (WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0 + 1) {
+            UINT32 padding = 0;
+            stream.client->GetCurrentPadding(&padding);
+            BYTE* data = nullptr;
+            const UINT32 frames = stream.bufferFrames - padding;
+            if (render->GetBuffer(frames, &data) != S_OK) continue;
+            std::memset(data, 0, size_t{frames} * 8);
+            render->ReleaseBuffer(frames, 0);
+        }
+    });
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    for (uint64_t n = 1; n <= 30; ++n) {
+        Step();
+        ASSERT_TRUE(zqvm::WaitForRenderBuffersReleased(id, n + 1, kWaitMs)) << "refill " << n;
+        EXPECT_EQ(stream.Padding(), stream.bufferFrames);
+    }
+    SetEvent(stop);
+    writer.join();
+    CloseHandle(stop);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+    EXPECT_EQ(zqvm::Underruns(id), 0u);
+    EXPECT_EQ(zqvm::RenderedFrameCount(id), 30u * 480u);
+}
+
+}  // namespace
+}  // namespace vaetest

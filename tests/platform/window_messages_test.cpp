@@ -1,0 +1,390 @@
+// Window messages: classes and windows, posted and sent messages across threads, the order
+// of delivery, and what senders get when the window or its thread goes away.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "zqPlatform.h"
+#include "zqplatform/vm/message_pump.h"
+
+namespace {
+
+constexpr DWORD kBoundedMs = 5000;  // every wait for something that must happen is bounded
+constexpr wchar_t kClassName[] = L"zqTestWindow";
+
+struct Seen {
+    UINT message;
+    WPARAM wParam;
+    LPARAM lParam;
+    DWORD thread;
+};
+
+// The test's side of one window: what its procedure saw, and an optional handler.
+struct Target {
+    std::mutex mutex;
+    std::vector<Seen> seen;
+    std::function<std::optional<LRESULT>(HWND, UINT, WPARAM, LPARAM)> handler;
+
+    std::vector<UINT> Messages() {
+        std::lock_guard<std::mutex> lock(mutex);
+        std::vector<UINT> messages;
+        for (const auto& s : seen) messages.push_back(s.message);
+        return messages;
+    }
+    std::vector<Seen> Of(UINT message) {
+        std::lock_guard<std::mutex> lock(mutex);
+        std::vector<Seen> of;
+        for (const auto& s : seen) {
+            if (s.message == message) of.push_back(s);
+        }
+        return of;
+    }
+};
+
+LRESULT CALLBACK TestProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == WM_NCCREATE) {
+        const auto* create = reinterpret_cast<const CREATESTRUCTW*>(lParam);
+        SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(create->lpCreateParams));
+    }
+    if (auto* target = reinterpret_cast<Target*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA))) {
+        {
+            std::lock_guard<std::mutex> lock(target->mutex);
+            target->seen.push_back({message, wParam, lParam, GetCurrentThreadId()});
+        }
+        if (target->handler) {
+            if (const auto result = target->handler(hwnd, message, wParam, lParam)) return *result;
+        }
+    }
+    return DefWindowProcW(hwnd, message, wParam, lParam);
+}
+
+HWND CreateTestWindow(Target* target, HWND parent = HWND_MESSAGE) {
+    return CreateWindowExW(0, kClassName, L"test", 0, 0, 0, 0, 0, parent, nullptr, nullptr, target);
+}
+
+class WindowMessages : public ::testing::Test {
+protected:
+    void SetUp() override {
+        WNDCLASSEXW wc = {};
+        wc.cbSize = sizeof(wc);
+        wc.lpfnWndProc = TestProc;
+        wc.lpszClassName = kClassName;
+        atom = RegisterClassExW(&wc);
+        ASSERT_NE(atom, 0);
+    }
+    // Also proves that every window of the test was destroyed.
+    void TearDown() override { EXPECT_TRUE(UnregisterClassW(kClassName, nullptr)); }
+
+    ATOM atom = 0;
+};
+
+TEST_F(WindowMessages, ClassesAreRegisteredOnceAndOutliveNoWindow) {
+    WNDCLASSEXW wc = {};
+    wc.cbSize = sizeof(wc);
+    wc.lpfnWndProc = TestProc;
+    wc.lpszClassName = L"ZQTESTWINDOW";  // names compare without letter case
+    EXPECT_EQ(RegisterClassExW(&wc), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CLASS_ALREADY_EXISTS));
+    wc.cbSize = sizeof(wc) - 1;
+    wc.lpszClassName = L"other";
+    EXPECT_EQ(RegisterClassExW(&wc), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+
+    EXPECT_EQ(CreateWindowExW(0, L"noSuchClass", L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CANNOT_FIND_WND_CLASS));
+
+    Target target;
+    HWND byAtom = CreateWindowExW(0, MAKEINTATOM(atom), L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, &target);
+    ASSERT_NE(byAtom, nullptr);
+    EXPECT_FALSE(UnregisterClassW(kClassName, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CLASS_HAS_WINDOWS));
+    EXPECT_TRUE(DestroyWindow(byAtom));
+    EXPECT_TRUE(UnregisterClassW(kClassName, nullptr));
+    EXPECT_FALSE(UnregisterClassW(kClassName, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CLASS_DOES_NOT_EXIST));
+    SetUp();  // for TearDown
+}
+
+TEST_F(WindowMessages, CreationAndDestructionAreAnnouncedToTheProcedure) {
+    Target target;
+    HWND hwnd = CreateTestWindow(&target);
+    ASSERT_NE(hwnd, nullptr);
+    EXPECT_TRUE(IsWindow(hwnd));
+    EXPECT_EQ(GetWindowThreadProcessId(hwnd, nullptr), GetCurrentThreadId());
+    ASSERT_EQ(target.Messages(), (std::vector<UINT>{WM_NCCREATE, WM_CREATE}));
+    // The procedure kept the create parameter as user data; the value is the window's, for
+    // any thread to read.
+    EXPECT_EQ(GetWindowLongPtrW(hwnd, GWLP_USERDATA), reinterpret_cast<LONG_PTR>(&target));
+    EXPECT_EQ(SetWindowLongPtrW(hwnd, GWLP_USERDATA, 1234), reinterpret_cast<LONG_PTR>(&target));
+    LONG_PTR fromOtherThread = 0;
+    std::thread([&] { fromOtherThread = GetWindowLongPtrW(hwnd, GWLP_USERDATA); }).join();
+    EXPECT_EQ(fromOtherThread, 1234);
+    EXPECT_EQ(GetWindowLongPtrW(hwnd, 12345), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_INDEX));
+    SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(&target));
+
+    EXPECT_TRUE(DestroyWindow(hwnd));
+    EXPECT_EQ(target.Messages(), (std::vector<UINT>{WM_NCCREATE, WM_CREATE, WM_DESTROY, WM_NCDESTROY}));
+    EXPECT_FALSE(IsWindow(hwnd));
+    EXPECT_FALSE(DestroyWindow(hwnd));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
+
+    // A procedure that refuses WM_CREATE gets no window, and the half-made one is destroyed.
+    Target refusing;
+    refusing.handler = [](HWND, UINT m, WPARAM, LPARAM) -> std::optional<LRESULT> {
+        if (m == WM_CREATE) return -1;
+        return std::nullopt;
+    };
+    EXPECT_EQ(CreateTestWindow(&refusing), nullptr);
+    EXPECT_EQ(refusing.Messages(), (std::vector<UINT>{WM_NCCREATE, WM_CREATE, WM_DESTROY, WM_NCDESTROY}));
+
+    EXPECT_EQ(CreateTestWindow(&target, hwnd), nullptr);  // a parent that is gone
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
+}
+
+TEST_F(WindowMessages, PostedMessagesArriveInOrderOnTheOwnerThread) {
+    Target target;
+    HWND hwnd = CreateTestWindow(&target);
+    ASSERT_NE(hwnd, nullptr);
+    constexpr int kCount = 200;
+    std::thread poster([&] {
+        for (int i = 0; i < kCount; ++i) EXPECT_TRUE(PostMessageW(hwnd, WM_USER + 1, static_cast<WPARAM>(i), -i));
+    });
+    EXPECT_TRUE(zqvm::PumpUntil([&] { return target.Of(WM_USER + 1).size() == kCount; }, kBoundedMs));
+    poster.join();
+    const auto posted = target.Of(WM_USER + 1);
+    ASSERT_EQ(posted.size(), static_cast<size_t>(kCount));
+    for (int i = 0; i < kCount; ++i) {
+        EXPECT_EQ(posted[static_cast<size_t>(i)].wParam, static_cast<WPARAM>(i));
+        EXPECT_EQ(posted[static_cast<size_t>(i)].lParam, -i);
+        EXPECT_EQ(posted[static_cast<size_t>(i)].thread, GetCurrentThreadId());
+    }
+    EXPECT_TRUE(DestroyWindow(hwnd));
+
+    EXPECT_FALSE(PostMessageW(hwnd, WM_USER, 0, 0));  // the window is gone
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
+}
+
+TEST_F(WindowMessages, PeekFiltersByWindowOrThreadAndRangeAndRemovesOnlyWhenAsked) {
+    Target target;
+    HWND hwnd = CreateTestWindow(&target);
+    ASSERT_NE(hwnd, nullptr);
+    ASSERT_TRUE(PostMessageW(hwnd, WM_USER + 1, 1, 0));
+    ASSERT_TRUE(PostMessageW(hwnd, WM_USER + 2, 2, 0));
+    ASSERT_TRUE(PostMessageW(nullptr, WM_USER + 3, 3, 0));
+    MSG msg = {};
+    ASSERT_TRUE(PeekMessageW(&msg, nullptr, WM_USER + 2, WM_USER + 2, PM_NOREMOVE));
+    EXPECT_EQ(msg.wParam, 2u);
+    const HWND threadOnly = reinterpret_cast<HWND>(static_cast<LONG_PTR>(-1));
+    ASSERT_TRUE(PeekMessageW(&msg, threadOnly, 0, 0, PM_REMOVE));
+    EXPECT_EQ(msg.hwnd, nullptr);
+    EXPECT_EQ(msg.wParam, 3u);
+    EXPECT_EQ(DispatchMessageW(&msg), 0);  // a thread message has no procedure
+    std::vector<WPARAM> order;
+    while (PeekMessageW(&msg, hwnd, 0, 0, PM_REMOVE)) order.push_back(msg.wParam);
+    EXPECT_EQ(order, (std::vector<WPARAM>{1, 2}));
+    EXPECT_FALSE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));
+    EXPECT_TRUE(DestroyWindow(hwnd));
+}
+
+TEST_F(WindowMessages, QuitComesAfterThePostedMessagesWithItsExitCode) {
+    Target target;
+    HWND hwnd = CreateTestWindow(&target);
+    ASSERT_NE(hwnd, nullptr);
+    PostMessageW(hwnd, WM_USER + 1, 0, 0);
+    PostQuitMessage(7);
+    PostMessageW(hwnd, WM_USER + 2, 0, 0);
+    EXPECT_EQ(zqvm::PumpMessagesFor(kBoundedMs), 2);  // stops at WM_QUIT and leaves it queued
+    MSG msg = {};
+    EXPECT_EQ(GetMessageW(&msg, nullptr, 0, 0), FALSE);
+    EXPECT_EQ(msg.message, static_cast<UINT>(WM_QUIT));
+    EXPECT_EQ(msg.wParam, 7u);
+    EXPECT_EQ(target.Of(WM_USER + 1).size(), 1u);
+    EXPECT_EQ(target.Of(WM_USER + 2).size(), 1u);
+    EXPECT_FALSE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));  // taken once only
+    EXPECT_TRUE(DestroyWindow(hwnd));
+}
+
+TEST_F(WindowMessages, SendingToAnOwnWindowCallsItsProcedureAtOnce) {
+    Target target;
+    target.handler = [](HWND h, UINT m, WPARAM w, LPARAM) -> std::optional<LRESULT> {
+        if (m != WM_USER) return std::nullopt;
+        // Re-entrant: a procedure may send to its own window.
+        return w == 0 ? 1 : static_cast<LRESULT>(w) * SendMessageW(h, WM_USER, w - 1, 0);
+    };
+    HWND hwnd = CreateTestWindow(&target);
+    ASSERT_NE(hwnd, nullptr);
+    EXPECT_EQ(SendMessageW(hwnd, WM_USER, 5, 0), 120);
+    EXPECT_EQ(target.Of(WM_USER).size(), 6u);
+    EXPECT_TRUE(DestroyWindow(hwnd));
+    EXPECT_EQ(SendMessageW(hwnd, WM_USER, 5, 0), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
+}
+
+TEST_F(WindowMessages, ASendFromAnotherThreadWaitsForTheOwnerWhichHandlesItBeforePostedOnes) {
+    Target target;
+    target.handler = [](HWND, UINT m, WPARAM w, LPARAM l) -> std::optional<LRESULT> {
+        if (m != WM_USER + 7) return std::nullopt;
+        return static_cast<LRESULT>(w) * 2 + l;
+    };
+    HWND hwnd = CreateTestWindow(&target);
+    ASSERT_NE(hwnd, nullptr);
+    PostMessageW(hwnd, WM_USER + 1, 0, 0);
+    PostMessageW(hwnd, WM_USER + 2, 0, 0);
+    std::atomic<bool> returned{false};
+    LRESULT result = 0;
+    std::thread sender([&] {
+        result = SendMessageW(hwnd, WM_USER + 7, 21, 100);
+        returned = true;
+    });
+    ASSERT_TRUE(zqvm::WaitForQueuedMessages(QS_SENDMESSAGE, kBoundedMs));
+    // Queued but not handled: the sender cannot have returned.
+    EXPECT_FALSE(returned.load());
+    EXPECT_EQ(GetQueueStatus(QS_SENDMESSAGE) >> 16, QS_SENDMESSAGE);
+    EXPECT_TRUE(target.Of(WM_USER + 7).empty());
+
+    EXPECT_TRUE(zqvm::PumpUntil([&] { return returned.load() && target.Of(WM_USER + 2).size() == 1; }, kBoundedMs));
+    sender.join();
+    EXPECT_EQ(result, 142);
+    ASSERT_EQ(target.Of(WM_USER + 7).size(), 1u);
+    EXPECT_EQ(target.Of(WM_USER + 7)[0].thread, GetCurrentThreadId());  // on the owner thread
+    const auto all = target.Messages();
+    EXPECT_EQ(std::vector<UINT>(all.begin() + 2, all.end()),
+              (std::vector<UINT>{WM_USER + 7, WM_USER + 1, WM_USER + 2}));
+    EXPECT_TRUE(DestroyWindow(hwnd));
+}
+
+// The owner thread of one window sends to a window of a thread that is itself waiting in a
+// send to the first: each must handle the other's message while it waits.
+TEST_F(WindowMessages, AWaitingSenderHandlesWhatIsSentToItsOwnWindows) {
+    Target mine;
+    mine.handler = [](HWND, UINT m, WPARAM w, LPARAM) -> std::optional<LRESULT> {
+        if (m != WM_USER + 1) return std::nullopt;
+        return static_cast<LRESULT>(w) + 1000;
+    };
+    HWND myWindow = CreateTestWindow(&mine);
+    ASSERT_NE(myWindow, nullptr);
+
+    Target theirs;
+    std::atomic<HWND> theirWindow{nullptr};
+    std::atomic<bool> stop{false};
+    LRESULT answerFromMine = 0;
+    theirs.handler = [&](HWND, UINT m, WPARAM w, LPARAM) -> std::optional<LRESULT> {
+        if (m != WM_USER + 2) return std::nullopt;
+        answerFromMine = SendMessageW(myWindow, WM_USER + 1, w, 0);  // the test thread is waiting
+        return answerFromMine + 1;
+    };
+    std::thread other([&] {
+        HWND hwnd = CreateTestWindow(&theirs);
+        theirWindow = hwnd;
+        zqvm::PumpUntil([&] { return stop.load(); }, kBoundedMs);
+        DestroyWindow(hwnd);
+    });
+    ASSERT_TRUE(zqvm::PumpUntil([&] { return theirWindow.load() != nullptr; }, kBoundedMs));
+
+    EXPECT_EQ(SendMessageW(theirWindow, WM_USER + 2, 5, 0), 1006);
+    EXPECT_EQ(answerFromMine, 1005);
+    ASSERT_EQ(mine.Of(WM_USER + 1).size(), 1u);
+    EXPECT_EQ(mine.Of(WM_USER + 1)[0].thread, GetCurrentThreadId());
+    stop = true;
+    other.join();
+    EXPECT_TRUE(DestroyWindow(myWindow));
+}
+
+TEST_F(WindowMessages, ASenderGetsZeroWhenTheWindowIsDestroyedBeforeHandlingIt) {
+    Target target;
+    target.handler = [](HWND, UINT m, WPARAM, LPARAM) -> std::optional<LRESULT> {
+        if (m == WM_USER) return 55;
+        return std::nullopt;
+    };
+    HWND hwnd = CreateTestWindow(&target);
+    ASSERT_NE(hwnd, nullptr);
+    PostMessageW(hwnd, WM_USER, 1, 0);
+    LRESULT result = -1;
+    std::thread sender([&] { result = SendMessageW(hwnd, WM_USER, 2, 0); });
+    ASSERT_TRUE(zqvm::WaitForQueuedMessages(QS_SENDMESSAGE, kBoundedMs));
+    EXPECT_TRUE(DestroyWindow(hwnd));
+    sender.join();  // returns without the window's thread pumping
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(target.Of(WM_USER).empty());  // neither the sent nor the posted message ran
+    MSG msg = {};
+    EXPECT_FALSE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));
+}
+
+TEST_F(WindowMessages, ASenderGetsZeroWhenTheWindowsThreadEnds) {
+    Target target;
+    std::promise<HWND> created;
+    std::thread owner([&] {
+        created.set_value(CreateTestWindow(&target));
+        // End, never pumping, once the test's message is waiting.
+        EXPECT_TRUE(zqvm::WaitForQueuedMessages(QS_SENDMESSAGE, kBoundedMs));
+    });
+    std::future<HWND> window = created.get_future();
+    ASSERT_EQ(window.wait_for(std::chrono::milliseconds(kBoundedMs)), std::future_status::ready);
+    const HWND hwnd = window.get();
+    ASSERT_NE(hwnd, nullptr);
+    EXPECT_EQ(SendMessageW(hwnd, WM_USER, 0, 0), 0);
+    owner.join();
+    EXPECT_FALSE(IsWindow(hwnd));
+    EXPECT_TRUE(target.Of(WM_USER).empty());
+}
+
+TEST_F(WindowMessages, OnlyTheOwnerThreadDestroysOrDispatchesToAWindow) {
+    Target target;
+    HWND hwnd = CreateTestWindow(&target);
+    ASSERT_NE(hwnd, nullptr);
+    BOOL destroyed = TRUE;
+    DWORD error = 0;
+    LRESULT dispatched = -1;
+    std::thread([&] {
+        destroyed = DestroyWindow(hwnd);
+        error = GetLastError();
+        const MSG msg = {hwnd, WM_USER, 0, 0, 0, {0, 0}};
+        dispatched = DispatchMessageW(&msg);
+    }).join();
+    EXPECT_FALSE(destroyed);
+    EXPECT_EQ(error, static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(dispatched, 0);
+    EXPECT_TRUE(target.Of(WM_USER).empty());
+    EXPECT_TRUE(IsWindow(hwnd));
+    EXPECT_EQ(SendMessageW(hwnd, WM_CLOSE, 0, 0), 0);  // the default procedure destroys it
+    EXPECT_FALSE(IsWindow(hwnd));
+}
+
+TEST_F(WindowMessages, ManySendersAndPostersAtOnceAreAllServed) {
+    Target target;
+    target.handler = [](HWND, UINT m, WPARAM w, LPARAM) -> std::optional<LRESULT> {
+        if (m != WM_USER) return std::nullopt;
+        return static_cast<LRESULT>(w) + 1;
+    };
+    HWND hwnd = CreateTestWindow(&target);
+    ASSERT_NE(hwnd, nullptr);
+    constexpr int kThreads = 4, kEach = 300;
+    std::atomic<int> wrong{0}, finished{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kEach; ++i) {
+                const auto w = static_cast<WPARAM>(t * kEach + i);
+                if (SendMessageW(hwnd, WM_USER, w, 0) != static_cast<LRESULT>(w) + 1) ++wrong;
+                PostMessageW(hwnd, WM_USER + 1, w, 0);
+            }
+            ++finished;
+        });
+    }
+    EXPECT_TRUE(zqvm::PumpUntil(
+        [&] { return finished.load() == kThreads && target.Of(WM_USER + 1).size() == kThreads * kEach; },
+        4 * kBoundedMs));
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(target.Of(WM_USER).size(), static_cast<size_t>(kThreads * kEach));
+    EXPECT_TRUE(DestroyWindow(hwnd));
+}
+
+}  // namespace

@@ -1,0 +1,79 @@
+#include "audio_fixture.h"
+
+namespace zqtest {
+
+void AudioMachineTest::SetUp() {
+    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+    zqvm::Reset();
+    zqvm::ClearFailures();
+    zqvm::SetClockMode(zqvm::ClockMode::Stepped);
+    baselineObjects = zqvm::LiveObjectCount();
+    recorder = std::make_unique<LogRecorder>();
+    window = std::make_unique<MessageWindow>();
+    core = std::make_unique<CZQCoreAudio>();
+    core->SetLog(&recorder->Log());
+}
+
+void AudioMachineTest::TearDown() {
+    if (core) {
+        if (core->GetCaptureEngine() != nullptr || core->GetRenderEngine() != nullptr) core->Shutdown();
+        core.reset();
+    }
+    g_pCore = nullptr;  // the core leaves it set; nothing may run against a destroyed one
+    zqvm::ClearFailures();
+    if (checkObjectsOnTearDown) {
+        EXPECT_EQ(zqvm::LiveObjectCount(), baselineObjects) << "engine objects leaked";
+    }
+    zqvm::Reset();
+    zqvm::SetClockMode(zqvm::ClockMode::RealTime);
+    window.reset();
+    recorder.reset();
+    CoUninitialize();
+}
+
+std::wstring AudioMachineTest::AddCapture(uint32_t rate, uint16_t channels, zqvm::SampleFormat format,
+                                          const zqvm::CaptureSource& source, const wchar_t* name) {
+    zqvm::EndpointSpec spec;
+    spec.flow = eCapture;
+    spec.name = name;
+    spec.rate = rate;
+    spec.channels = channels;
+    spec.format = format;
+    spec.source = source;
+    std::string error;
+    std::wstring id = zqvm::AddEndpoint(spec, &error);
+    EXPECT_FALSE(id.empty()) << error;
+    return id;
+}
+
+std::wstring AudioMachineTest::AddRender(uint32_t rate, uint16_t channels, zqvm::SampleFormat format,
+                                         const wchar_t* name, bool makeDefault) {
+    zqvm::EndpointSpec spec;
+    spec.flow = eRender;
+    spec.name = name;
+    spec.rate = rate;
+    spec.channels = channels;
+    spec.format = format;
+    std::string error;
+    std::wstring id = zqvm::AddEndpoint(spec, &error);
+    EXPECT_FALSE(id.empty()) << error;
+    if (makeDefault) {
+        for (ERole role : {eConsole, eMultimedia, eCommunications}) zqvm::SetDefaultEndpoint(eRender, role, id);
+    }
+    return id;
+}
+
+CComPtr<IMMDevice> AudioMachineTest::Device(const std::wstring& id) {
+    CComPtr<IMMDeviceEnumerator> enumerator;
+    EXPECT_TRUE(SUCCEEDED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
+                                           reinterpret_cast<void**>(&enumerator))));
+    CComPtr<IMMDevice> device;
+    if (enumerator) {
+        EXPECT_TRUE(SUCCEEDED(enumerator->GetDevice(id.c_str(), &device)));
+    }
+    return device;
+}
+
+void AudioMachineTest::StepPeriods(int periods) { zqvm::AdvanceClock(static_cast<int64_t>(periods) * 100000); }
+
+}  // namespace zqtest
