@@ -2,6 +2,7 @@
 // logged by the part that failed and the sequence goes on.
 #include "AudioCapture.h"
 #include "AudioRender.h"
+#include "NotificationClient.h"
 #include "analysis/AudioAnalyzer.h"
 #include "zqCoreAudio.h"
 
@@ -12,6 +13,9 @@ void CZQCoreAudio::Init(HWND hWnd) {
     m_pRender = new CAudioRender;
     m_pAnalyzer = new CAudioAnalyzer;
     if (m_pAnalyzer != nullptr) m_pAnalyzer->StartThread();  // reports its own failure
+    m_pNotifyClient = new CMMNotificationClient;
+    m_pNotifyClient->Register();  // a failed registration only means no notifications
+    LogInfo(L"CoreAudio: CMMNotificationClient Init");
     LoadConfig();
     LoadPlugins();
     RebuildRender();
@@ -20,6 +24,9 @@ void CZQCoreAudio::Init(HWND hWnd) {
 
 void CZQCoreAudio::Shutdown() {
     LogInfo(L"CoreAudio: Shutdown");
+    // From here on no notification changes the microphone list or messages the host; one under
+    // way finishes first (the host's window may be handling its message meanwhile).
+    if (m_pNotifyClient != nullptr) m_pNotifyClient->CloseCallbacks();
     ClearDeviceZQ();
     if (m_pAnalyzer != nullptr) {
         // Its thread reads the capture engine's buffers every tick: gone before that engine.
@@ -27,10 +34,13 @@ void CZQCoreAudio::Shutdown() {
         m_pAnalyzer->JoinThread();
     }
     Stop();
+    if (m_pNotifyClient != nullptr) m_pNotifyClient->Unregister();
     LogInfo(L"CoreAudio: DestroyCapture");
     if (m_pCapture != nullptr) m_pCapture->ReleaseAudioDevices();
     LogInfo(L"CoreAudio: DestroyRender ...");
     if (m_pRender != nullptr) m_pRender->ReleaseAudioDevices();
+    delete m_pNotifyClient;  // outright, whatever its reference count
+    m_pNotifyClient = nullptr;
     // The capture engine goes before the render engine; the render thread, which reads the
     // capture engine's queue, was joined by Stop above.
     delete m_pCapture;
@@ -100,6 +110,7 @@ void CZQCoreAudio::RebuildCapture() {
     LogInfo(L"CoreAudio: RebuildCapture");
     DestroyCapture();
     ClearDeviceZQ();
+    FillDevicesZQ();  // before the capture engine copies the list
     if (m_pCapture != nullptr) {
         m_pCapture->EnumerateAudioDevices();
         m_pCapture->SetFirstAudioDevice();

@@ -12,6 +12,8 @@
 
 #include <atomic>
 #include <cstddef>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "zqPlatform.h"
@@ -242,8 +244,12 @@ private:
     std::atomic<uint32_t> m_dwSpectrumView;
     CSecurityAttributesRW m_SA;
     CZqLog* m_pLog;
-    // Serialises the microphone list between the notification thread and the host's thread.
+    // Serialises the microphone list, the publication of the product table and the removed
+    // serial numbers between the notification thread and the host's thread.
     Concurrency::critical_section m_csHidDevices;
+    // The serial numbers that removal messages point to, kept until the core object goes, so
+    // that a posted message's text stays valid however late the host handles it.
+    std::set<std::wstring> m_setRemovedSerials;
 };
 
 // The one core object, set by its constructor; valid until its destructor returns.

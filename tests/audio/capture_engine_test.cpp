@@ -49,15 +49,15 @@ protected:
         const uint8_t* block = capture->m_AudioSharedCapture.GetBlock();
         int32_t count = 0;
         std::memcpy(&count, block, 4);
-        std::vector<float> frames(static_cast<size_t>(count) * 2);
-        std::memcpy(frames.data(), block + 8, frames.size() * sizeof(float));
+        std::vector<float> frames(static_cast<size_t>(std::max(count, 0)) * 2);
+        if (!frames.empty()) std::memcpy(frames.data(), block + 8, frames.size() * sizeof(float));
         return frames;
     }
 
     std::vector<float> QueuedForRender() {
         Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
         std::vector<float> queued(capture->m_pSyncHost->GetCount() / sizeof(float));
-        capture->m_pSyncHost->Read(queued.data(), queued.size() * sizeof(float));
+        if (!queued.empty()) capture->m_pSyncHost->Read(queued.data(), queued.size() * sizeof(float));
         return queued;
     }
 

@@ -1,0 +1,133 @@
+// Discovery of the maker's microphones: the HID-to-UART bridges among the machine's HID
+// devices, their version query, their names from the product table, and their pairing with
+// the capture endpoint of the same USB device through its container identifier.
+//
+// Runs on the host's thread (Init, RebuildCapture, Refresh) and on the notification thread
+// (a device added or become active). The microphone list's lock is held only around reads of
+// the list and the product table and around the append, never across a version query (at
+// least 150 ms) or a call into the audio engine; the duplicate test is repeated at the append,
+// so two discoveries running at once still list each microphone once.
+#include <cstring>
+
+#include "devices/MicrophoneIdentity.h"
+#include "zqCoreAudio.h"
+
+namespace {
+
+bool ReadOrTimedOut(HID_UART_STATUS status) { return status == HID_UART_SUCCESS || status == HID_UART_READ_TIMED_OUT; }
+
+bool IsMakersBridge(const CStringW& strManufacturer) {
+    return strManufacturer.CompareNoCase(L"KESTRAVON") == 0 || strManufacturer.CompareNoCase(L"Silicon Laboratories") == 0;
+}
+
+bool IsListed(const std::vector<CWMAudioDevice*>& list, const CStringW& strSN) {
+    for (CWMAudioDevice* device : list) {
+        if (device != nullptr && device->GetSN().CompareNoCase(strSN) == 0) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+bool CZQCoreAudio::FillDevicesZQ() {
+    LogInfo(L"CoreAudio: call FillDevicesZQ");
+    DWORD dwCount = 0;
+    if (HidUart_GetNumDevices(&dwCount, 0, 0) != HID_UART_SUCCESS) return true;
+    LogInfo(L"CoreAudio: HidUart_GetNumDevices: %d", static_cast<int>(dwCount));
+
+    for (DWORD dwIndex = 0; dwIndex < dwCount; ++dwIndex) {
+        const int i = static_cast<int>(dwIndex);
+        CStringW strManufacturer;
+        CStringW strSN;
+        CStringW strProduct;
+
+        const HID_UART_STATUS stManufacturer = ReadBridgeString(dwIndex, HID_UART_GET_MANUFACTURER_STR, strManufacturer);
+        if (stManufacturer == HID_UART_SUCCESS) {
+            LogInfo(L"CoreAudio: HID_UART_GET_MANUFACTURER_STR [%i]: %s", i, strManufacturer.GetString());
+            if (strManufacturer.CompareNoCase(L"Logitech") == 0) continue;
+        }
+        const HID_UART_STATUS stSN = ReadBridgeString(dwIndex, HID_UART_GET_SERIAL_STR, strSN);
+        if (stSN == HID_UART_SUCCESS) LogInfo(L"CoreAudio: HID_UART_GET_SERIAL_STR [%i]: %s", i, strSN.GetString());
+        const HID_UART_STATUS stProduct = ReadBridgeString(dwIndex, HID_UART_GET_PRODUCT_STR, strProduct);
+        if (stProduct == HID_UART_SUCCESS) {
+            LogInfo(L"CoreAudio: HID_UART_GET_PRODUCT_STR [%i]: %s", i, strProduct.GetString());
+        }
+
+        // A read time-out does not exclude the device: its buffer counts as the bridge left it.
+        if (!ReadOrTimedOut(stManufacturer) || !ReadOrTimedOut(stSN) || !ReadOrTimedOut(stProduct)) continue;
+        if (!IsMakersBridge(strManufacturer)) continue;
+        if (strSN.IsEmpty() || strProduct.IsEmpty()) continue;
+        {
+            Concurrency::critical_section::scoped_lock lock(m_csHidDevices);
+            if (!IsDeviceInConfig(strProduct) || IsListed(m_vecHidDevices, strSN)) continue;
+        }
+
+        auto* pDevice = new CWMAudioDevice;
+        pDevice->InitVer(i);  // after a failed query both versions are 0
+        {
+            Concurrency::critical_section::scoped_lock lock(m_csHidDevices);
+            pDevice->SetFriendlyName(FindFriendlyNameDevice(pDevice->GetVerAPI(), pDevice->GetVerFW(), strProduct));
+        }
+        pDevice->SetSN(strSN);
+        pDevice->SetProduct(strProduct);
+        pDevice->SetManufacturer(strManufacturer);
+        LogInfo(L"CoreAudio: KESTRAVON Mic [%i]: SN: %s, Product: %s, Manufacturer: %s, FriendlyName: %s, API:%x, FW:%x", i,
+                strSN.GetString(), strProduct.GetString(), strManufacturer.GetString(),
+                pDevice->GetFriendlyName().GetString(), static_cast<int>(pDevice->GetVerAPI()),
+                static_cast<int>(pDevice->GetVerFW()));
+
+        // Without a readable "ContainerID" the record is listed unpaired: GUID_NULL, no endpoint.
+        CStringW strContainer;
+        if (ReadContainerIdText(strSN, strContainer)) {
+            strContainer.MakeUpper();
+            const GUID guidContainer = ContainerIdFromText(strContainer);
+            pDevice->SetHidContainerID(guidContainer);
+            LogInfo(L"CoreAudio: KESTRAVON Mic [%i]: ContainerID: %s", i, strContainer.GetString());
+            CStringW strName;
+            if (IMMDevice* pEndpoint = FindHidDevice(guidContainer, strName)) {
+                pDevice->SetDevice(pEndpoint);  // takes its own reference
+                pDevice->SetName(strName);
+                pEndpoint->Release();
+            }
+        }
+
+        Concurrency::critical_section::scoped_lock lock(m_csHidDevices);
+        if (IsListed(m_vecHidDevices, strSN)) {
+            delete pDevice;  // another discovery listed it meanwhile
+        } else {
+            m_vecHidDevices.push_back(pDevice);
+        }
+    }
+    return true;
+}
+
+IMMDevice* CZQCoreAudio::FindHidDevice(_GUID guidContainer, CStringW& strName) {
+    LogInfo(L"CoreAudio: call FindHidDevice");
+    CComPtr<IMMDeviceEnumerator> enumerator;
+    if (FAILED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_INPROC_SERVER, IID_IMMDeviceEnumerator,
+                                reinterpret_cast<void**>(&enumerator))) ||
+        !enumerator) {
+        return nullptr;
+    }
+    CComPtr<IMMDeviceCollection> collection;
+    if (FAILED(enumerator->EnumAudioEndpoints(eCapture, DEVICE_STATE_ACTIVE, &collection)) ||
+        !collection) {
+        return nullptr;
+    }
+    UINT nCount = 0;
+    if (FAILED(collection->GetCount(&nCount))) return nullptr;
+
+    for (UINT i = 0; i < nCount; ++i) {
+        CComPtr<IMMDevice> endpoint;
+        if (FAILED(collection->Item(i, &endpoint)) || !endpoint) continue;
+        CComPtr<IPropertyStore> store;
+        if (FAILED(endpoint->OpenPropertyStore(STGM_READ, &store)) || !store) continue;
+        GUID guid = GUID_NULL;
+        if (!ReadEndpointContainerId(store, guid) || std::memcmp(&guid, &guidContainer, sizeof(GUID)) != 0) continue;
+        CStringW strFound;
+        if (!ReadEndpointFriendlyName(store, strFound)) continue;
+        strName = strFound;
+        return endpoint.Detach();  // the caller owns the reference Item gave
+    }
+    return nullptr;
+}
