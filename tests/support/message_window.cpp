@@ -33,8 +33,11 @@ MessageWindow::~MessageWindow() {
 LRESULT CALLBACK MessageWindow::Procedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
     auto* self = reinterpret_cast<MessageWindow*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
     if (self != nullptr && message >= WM_USER) {
-        std::lock_guard<std::mutex> lock(self->m_mutex);
-        self->m_received.push_back({message, wParam, lParam});
+        {
+            std::lock_guard<std::mutex> lock(self->m_mutex);
+            self->m_received.push_back({message, wParam, lParam});
+        }
+        if (self->m_handler) self->m_handler({message, wParam, lParam});
         return 0;
     }
     return DefWindowProcW(hwnd, message, wParam, lParam);

@@ -2,6 +2,7 @@
 // to it, the way the host's main window receives the library's messages.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -29,12 +30,16 @@ public:
     // Handles whatever is queued now.
     void Pump();
     std::vector<ReceivedMessage> Received(UINT message) const;
+    // Called on the window's thread for every message it records, as the host's window
+    // procedure would act on it (set before the library can send anything).
+    void OnMessage(std::function<void(const ReceivedMessage&)> handler) { m_handler = std::move(handler); }
     std::vector<ReceivedMessage> All() const;
 
 private:
     static LRESULT CALLBACK Procedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
 
     HWND m_hwnd = nullptr;
+    std::function<void(const ReceivedMessage&)> m_handler;
     mutable std::mutex m_mutex;
     std::vector<ReceivedMessage> m_received;
 };

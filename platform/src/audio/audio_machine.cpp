@@ -1,5 +1,6 @@
 // The control API of the virtual audio engine (zqplatform/vm/audio_machine.h).
 #include "zqplatform/vm/audio_machine.h"
+#include "zqplatform/vm/bridges.h"
 
 #include <cmath>
 #include <cstdio>
@@ -84,7 +85,10 @@ bool SetDefaultEndpoint(EDataFlow flow, ERole role, const std::wstring& id) {
 
 std::wstring DefaultEndpoint(EDataFlow flow, ERole role) { return Engine::Instance().DefaultId(flow, role); }
 std::vector<std::wstring> EndpointIds() { return Engine::Instance().Ids(); }
-void Reset() { Engine::Instance().Reset(); }
+void Reset() {
+    Engine::Instance().Reset();
+    RemoveAllBridges();
+}
 
 bool SetCaptureSource(const std::wstring& id, const CaptureSource& source, std::string* error) {
     const std::shared_ptr<EndpointState> endpoint = Find(id);

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "zqplatform/win/com.h"
+
 namespace zqplatform::audio {
 
 EventDispatcher::EventDispatcher() {
@@ -37,6 +39,9 @@ void EventDispatcher::WaitUntilNotCalling(const void* sink) {
 }
 
 void EventDispatcher::Run() {
+    // Windows calls notification clients and session event sinks on threads of the
+    // multithreaded apartment: callbacks may create COM objects (an enumerator, say).
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     std::unique_lock lock(m_lock);
     for (;;) {
         m_changed.wait(lock, [this] { return !m_jobs.empty(); });

@@ -29,9 +29,18 @@
 //   kind="impulse" amplitude="1" interval="frames between impulses (0: once)"
 //   kind="wav" path="file" loop="true|false"
 // <sink wav="file"/> (render only): also write what is played to a 32-bit float WAV file.
-// Relative paths are taken from the description file's folder. Elements other than these
-// (such as <bridge> or <registry>) are left to whoever reads them; unknown attributes of
-// these elements are errors, so a misspelt one does not go unnoticed.
+// <bridge> (a HID-to-UART bridge, one of the maker's microphones; only serial is required):
+//   serial        the USB serial number string
+//   manufacturer  default KESTRAVON
+//   product       the USB product string, default empty
+//   container     container identifier GUID of its USB device: published in the registry
+//                 ("ContainerID"), pairing the bridge with the capture endpoint of the same
+//                 container; without it the registry has no key for the bridge
+//   version_reply bytes the firmware answers the version query with, in hex separated by
+//                 blanks, default "AA 05 12" (protocol 5, firmware 0x12); "" for no answer
+//   vid, pid      USB identifiers, default 0x10C4 and 0xEAB0
+// Relative paths are taken from the description file's folder. Other elements are ignored;
+// unknown attributes of these elements are errors, so a misspelt one does not go unnoticed.
 #include "machine_description.h"
 
 #include <pugixml.hpp>
@@ -41,6 +50,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <sstream>
 
 #include "text.h"
 
@@ -51,7 +61,8 @@ class Parser {
 public:
     Parser(const std::string& xml, const std::string& baseDir) : m_xml(xml), m_baseDir(baseDir) {}
 
-    bool Parse(std::vector<zqvm::EndpointSpec>& endpoints, std::string& error) {
+    bool Parse(std::vector<zqvm::EndpointSpec>& endpoints, std::vector<zqvm::BridgeDescription>& bridges,
+               std::string& error) {
         pugi::xml_document doc;
         const pugi::xml_parse_result result = doc.load_buffer(m_xml.data(), m_xml.size());
         if (!result) {
@@ -70,6 +81,14 @@ public:
                 return false;
             }
             endpoints.push_back(std::move(spec));
+        }
+        for (const pugi::xml_node node : machine.children("bridge")) {
+            zqvm::BridgeDescription bridge;
+            if (!Bridge(node, bridge)) {
+                error = "line " + std::to_string(LineOf(m_at.offset_debug())) + ": " + m_error;
+                return false;
+            }
+            bridges.push_back(std::move(bridge));
         }
         return true;
     }
@@ -167,6 +186,37 @@ private:
             }
             start = end + 1;
         }
+        return true;
+    }
+
+    bool Bridge(const pugi::xml_node& node, zqvm::BridgeDescription& bridge) {
+        if (!OnlyKnownAttributes(node, {"serial", "manufacturer", "product", "container", "version_reply", "vid", "pid"}))
+            return false;
+        if (!node.attribute("serial")) return Fail(node, "a bridge needs a serial");
+        bridge.serial = node.attribute("serial").value();
+        bridge.manufacturer = node.attribute("manufacturer").as_string("KESTRAVON");
+        bridge.product = node.attribute("product").value();
+        if (const pugi::xml_attribute container = node.attribute("container")) {
+            const std::optional<GUID> guid = ParseGuid(container.value());
+            if (!guid) return Fail(node, std::string("container is not a GUID: '") + container.value() + "'");
+            bridge.containerId = *guid;
+        }
+        if (const pugi::xml_attribute reply = node.attribute("version_reply")) {
+            bridge.versionReply.clear();
+            std::istringstream bytes(reply.value());
+            std::string byte;
+            while (bytes >> byte) {
+                char* end = nullptr;
+                const unsigned long value = std::strtoul(byte.c_str(), &end, 16);
+                if (*end != '\0' || value > 0xFF || byte.size() > 2)
+                    return Fail(node, "version_reply must be hex bytes separated by blanks: '" + byte + "'");
+                bridge.versionReply.push_back(static_cast<uint8_t>(value));
+            }
+        }
+        uint64_t vid = bridge.vid, pid = bridge.pid;
+        if (!Unsigned(node, "vid", 0xFFFF, vid) || !Unsigned(node, "pid", 0xFFFF, pid)) return false;
+        bridge.vid = static_cast<WORD>(vid);
+        bridge.pid = static_cast<WORD>(pid);
         return true;
     }
 
@@ -274,9 +324,9 @@ private:
 
 }  // namespace
 
-bool ParseMachineDescription(const std::string& xml, const std::string& baseDir,
-                             std::vector<zqvm::EndpointSpec>& endpoints, std::string& error) {
-    return Parser(xml, baseDir).Parse(endpoints, error);
+bool ParseMachineDescription(const std::string& xml, const std::string& baseDir, MachineParts& machine,
+                             std::string& error) {
+    return Parser(xml, baseDir).Parse(machine.endpoints, machine.bridges, error);
 }
 
 }  // namespace zqplatform::audio

@@ -6,10 +6,12 @@
 
 #include "engine.h"
 #include "machine_description.h"
+#include "zqplatform/vm/bridges.h"
 
 namespace {
 
-// The built-in machine: one of our microphones and one speaker, the defaults for every role.
+// The built-in machine: one of our microphones (its capture endpoint and its bridge) and one
+// speaker, the defaults for every role.
 constexpr const char kDefaultMachine[] = R"xml(<?xml version="1.0" encoding="UTF-8"?>
 <machine>
   <endpoint id="{0.0.1.00000000}.{8D4B0A6E-2C31-4F57-9B1E-6A0D3C5F7E21}" flow="capture"
@@ -17,6 +19,8 @@ constexpr const char kDefaultMachine[] = R"xml(<?xml version="1.0" encoding="UTF
             rate="48000" channels="1" format="int16" default="all">
     <source kind="tone" frequency="1000" level_dbfs="-6"/>
   </endpoint>
+  <bridge manufacturer="KESTRAVON" product="KV-1 USB Microphone" serial="KV1-2024-0001"
+          container="{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}" version_reply="AA 05 12"/>
   <endpoint id="{0.0.0.00000000}.{3E9F1C2A-7B64-4D05-8A3E-C1F2B4D6E890}" flow="render"
             name="Speakers (Virtual Audio)" container="{00000000-0000-0000-FFFF-FFFFFFFFFFFF}"
             rate="48000" channels="2" format="float32" default="all"/>
@@ -31,15 +35,18 @@ std::string FolderOf(const std::string& path) {
 // Replaces the machine, or on any error reports it and leaves an empty machine.
 bool Load(zqplatform::audio::Engine& engine, const std::string& xml, const std::string& baseDir,
           const std::string& origin, std::string* error) {
-    std::vector<zqvm::EndpointSpec> endpoints;
+    zqplatform::audio::MachineParts machine;
     std::string why;
-    if (!zqplatform::audio::ParseMachineDescription(xml, baseDir, endpoints, why) || !engine.Replace(endpoints, &why)) {
+    zqvm::RemoveAllBridges();
+    if (!zqplatform::audio::ParseMachineDescription(xml, baseDir, machine, why) ||
+        !engine.Replace(machine.endpoints, &why)) {
         const std::string message = "machine description " + origin + ": " + why;
         std::fprintf(stderr, "zqplatform: %s; the virtual machine has no audio endpoints\n", message.c_str());
         if (error) *error = message;
         engine.Reset();
         return false;
     }
+    for (const zqvm::BridgeDescription& bridge : machine.bridges) zqvm::AddBridge(bridge);
     return true;
 }
 

@@ -11,7 +11,8 @@
 //   is appended (or the render period consumed) and the stream's event is set before
 //   AdvanceClock returns. The stream threads then react on their own; the Wait* functions
 //   below let a test wait (in real time, bounded) until they have.
-// - The machine is loaded the first time anything in the engine is used: from the machine
+// - The machine (endpoints and the bridges of zqplatform/vm/bridges.h) is loaded the first time
+//   anything in the audio engine is used: from the machine
 //   description file named by the environment variable ZQ_VIRTUAL_MACHINE, or else the
 //   built-in default machine (DefaultMachineDescription()). Reset() empties it.
 //
@@ -109,7 +110,8 @@ ZQPLATFORM_API bool InvalidateEndpoint(const std::wstring& id);
 ZQPLATFORM_API bool SetDefaultEndpoint(EDataFlow flow, ERole role, const std::wstring& id);
 ZQPLATFORM_API std::wstring DefaultEndpoint(EDataFlow flow, ERole role);
 ZQPLATFORM_API std::vector<std::wstring> EndpointIds();
-// Back to a machine without endpoints, defaults or injected failures, without notifications.
+// Back to a machine without endpoints, bridges (zqplatform/vm/bridges.h), defaults or injected
+// failures, without notifications.
 // Objects handed out before return AUDCLNT_E_DEVICE_INVALIDATED. Registered notification
 // clients stay registered.
 ZQPLATFORM_API void Reset();

@@ -1,0 +1,225 @@
+// The core on the system's endpoint notifications: the microphone list kept up to date from
+// the engine's notification thread, and the device messages to the host's window.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "NotificationClient.h"
+#include "microphone_machine.h"
+#include "zqplatform/vm/message_pump.h"
+
+namespace {
+
+using zqtest::MicrophoneMachineTest;
+using zqtest::ReceivedMessage;
+
+constexpr DWORD kWait = 5000;
+
+class DeviceNotifications : public MicrophoneMachineTest {
+protected:
+    // Delivers what the engine has queued, handling the messages the core sends meanwhile.
+    void Deliver() {
+        auto delivered = std::async(std::launch::async, [] { return zqvm::WaitForNotificationsDelivered(kWait); });
+        ASSERT_TRUE(zqvm::PumpUntil(
+            [&] { return delivered.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }, kWait));
+        ASSERT_TRUE(delivered.get());
+        window->Pump();
+    }
+    std::vector<ReceivedMessage> DeviceMessages() { return window->Received(WM_AUDIO_DEVICE_CHANGED); }
+};
+
+TEST_F(DeviceNotifications, AMicrophoneArrivingIsListedBeforeTheHostIsToldWithWParam0) {
+    core->Init(window->Handle());
+    std::vector<unsigned int> countsWhenTold;
+    window->OnMessage([&](const ReceivedMessage& m) {
+        if (m.message == WM_AUDIO_DEVICE_CHANGED) countsWhenTold.push_back(core->GetHidCaptureDeviceCount());
+    });
+    AddMicrophone("KV1-NEW");
+    Deliver();
+    ASSERT_EQ(DeviceMessages().size(), 1u);
+    EXPECT_EQ(DeviceMessages()[0].wParam, 0u);
+    EXPECT_EQ(DeviceMessages()[0].lParam, 0);
+    EXPECT_EQ(countsWhenTold, std::vector<unsigned int>{1u});
+    // The capture engine's own list changes only when the host refreshes.
+    EXPECT_EQ(core->GetCaptureDeviceCount(), 0u);
+    core->Refresh();
+    EXPECT_EQ(core->GetCaptureDeviceCount(), 1u);
+}
+
+TEST_F(DeviceNotifications, AnEndpointBecomingActiveRunsDiscoveryAndOtherStatesOnlyLog) {
+    const zqtest::Microphone mic = AddMicrophone("KV1-A");
+    ASSERT_TRUE(zqvm::SetEndpointState(mic.endpoint, DEVICE_STATE_DISABLED));
+    core->Init(window->Handle());
+    ASSERT_EQ(core->GetHidCaptureDeviceCount(), 1u);
+    EXPECT_EQ(core->GetHidCaptureDevice(0)->GetDevice(), nullptr);  // its endpoint is not active
+
+    ASSERT_TRUE(zqvm::SetEndpointState(mic.endpoint, DEVICE_STATE_UNPLUGGED));
+    Deliver();
+    EXPECT_TRUE(DeviceMessages().empty());
+    EXPECT_TRUE(recorder->Contains(L"CoreAudio: call DeviceChange, device id: " + mic.endpoint + L", state = 8"));
+    EXPECT_EQ(core->GetHidCaptureDeviceCount(), 1u);
+
+    ASSERT_TRUE(zqvm::SetEndpointState(mic.endpoint, DEVICE_STATE_ACTIVE));
+    Deliver();
+    ASSERT_EQ(DeviceMessages().size(), 1u);
+    EXPECT_EQ(DeviceMessages()[0].wParam, 0u);
+    EXPECT_EQ(core->GetHidCaptureDeviceCount(), 1u);  // already listed: not again
+}
+
+TEST_F(DeviceNotifications, RemovingAMicrophoneInTheMiddleKeepsTheOthersInOrderAndPostsItsSerial) {
+    AddMicrophone("KV1-A");
+    const zqtest::Microphone middle = AddMicrophone("KV1-B");
+    AddMicrophone("KV1-C");
+    const std::wstring lineIn = AddCapture(48000, 2, zqvm::SampleFormat::Float32, zqvm::CaptureSource::Silence());
+    core->Init(window->Handle());
+    ASSERT_EQ(ListedSerials(), (std::vector<std::wstring>{L"KV1-A", L"KV1-B", L"KV1-C"}));
+
+    ASSERT_TRUE(zqvm::RemoveBridge(middle.bridge));
+    ASSERT_TRUE(zqvm::InvalidateEndpoint(middle.endpoint));
+    Deliver();
+    EXPECT_EQ(ListedSerials(), (std::vector<std::wstring>{L"KV1-A", L"KV1-C"}));
+    ASSERT_EQ(DeviceMessages().size(), 1u);
+    EXPECT_EQ(DeviceMessages()[0].wParam, 1u);
+    ASSERT_NE(DeviceMessages()[0].lParam, 0);
+    EXPECT_STREQ(reinterpret_cast<const wchar_t*>(DeviceMessages()[0].lParam), L"KV1-B");
+
+    // An endpoint that is none of the maker's microphones: the log line and nothing else.
+    ASSERT_TRUE(zqvm::InvalidateEndpoint(lineIn));
+    Deliver();
+    EXPECT_EQ(DeviceMessages().size(), 1u);
+    EXPECT_EQ(core->GetHidCaptureDeviceCount(), 2u);
+    EXPECT_TRUE(recorder->Contains(L"CoreAudio: call RemoveDevice, device id: " + lineIn));
+}
+
+TEST_F(DeviceNotifications, TheRemovedSerialStaysReadableUntilTheCoreGoes) {
+    const zqtest::Microphone mic = AddMicrophone("KV1-GONE");
+    core->Init(window->Handle());
+    ASSERT_TRUE(zqvm::InvalidateEndpoint(mic.endpoint));
+    ASSERT_TRUE(zqvm::WaitForNotificationsDelivered(kWait));
+    core->Shutdown();  // the host has not handled the posted message yet
+    window->Pump();
+    ASSERT_EQ(DeviceMessages().size(), 1u);
+    EXPECT_STREQ(reinterpret_cast<const wchar_t*>(DeviceMessages()[0].lParam), L"KV1-GONE");
+}
+
+TEST_F(DeviceNotifications, DefaultRenderChangesPostOncePerRoleAndCaptureChangesNothing) {
+    AddRender(48000, 2, zqvm::SampleFormat::Float32, L"Speakers A");
+    const std::wstring b = AddRender(48000, 2, zqvm::SampleFormat::Float32, L"Speakers B", false);
+    const std::wstring mic = AddCapture(48000, 1, zqvm::SampleFormat::Int16, zqvm::CaptureSource::Silence());
+    const std::wstring mic2 = AddCapture(48000, 1, zqvm::SampleFormat::Int16, zqvm::CaptureSource::Silence());
+    core->Init(window->Handle());
+    for (ERole role : {eConsole, eMultimedia, eCommunications}) ASSERT_TRUE(zqvm::SetDefaultEndpoint(eRender, role, b));
+    ASSERT_TRUE(zqvm::SetDefaultEndpoint(eCapture, eConsole, mic2));
+    Deliver();
+    const auto render = window->Received(WM_AUDIO_RENDER_CHANGED);
+    ASSERT_EQ(render.size(), 3u);
+    for (const auto& m : render) {
+        EXPECT_EQ(m.wParam, 0u);
+        EXPECT_EQ(m.lParam, 0);
+    }
+    EXPECT_TRUE(DeviceMessages().empty());
+    const size_t before = window->All().size();
+    core->DoCaptureChanged(mic.c_str());
+    window->Pump();
+    EXPECT_EQ(window->All().size(), before);
+    EXPECT_EQ(window->Received(WM_AUDIO_RENDER_CHANGED).size(), 3u);
+    EXPECT_TRUE(DeviceMessages().empty());
+}
+
+TEST_F(DeviceNotifications, TheClientAnswersOnlyItsOwnInterfacesAndFreesItselfAtZero) {
+    auto* client = new CMMNotificationClient;  // count 1
+    void* p = reinterpret_cast<void*>(1);
+    EXPECT_EQ(client->QueryInterface(IID_IAudioClient, &p), E_NOINTERFACE);
+    EXPECT_EQ(p, nullptr);
+    ASSERT_EQ(client->QueryInterface(IID_IMMNotificationClient, &p), S_OK);
+    EXPECT_EQ(p, static_cast<IMMNotificationClient*>(client));
+    ASSERT_EQ(client->QueryInterface(IID_IUnknown, &p), S_OK);
+    EXPECT_EQ(client->AddRef(), 4u);
+    EXPECT_EQ(client->Release(), 3u);
+    EXPECT_EQ(client->Release(), 2u);
+    EXPECT_EQ(client->Release(), 1u);
+    EXPECT_EQ(client->Release(), 0u);  // freed here: AddressSanitizer reports a leak otherwise
+    EXPECT_EQ(zqvm::NotificationClientCount(), 0u);
+
+    // Registered by Init, gone after Shutdown whatever its count.
+    core->Init(window->Handle());
+    ASSERT_NE(core->GetNotifyClient(), nullptr);
+    EXPECT_EQ(zqvm::NotificationClientCount(), 1u);
+    EXPECT_TRUE(recorder->Contains(L"CoreAudio: CMMNotificationClient Init"));
+    core->GetNotifyClient()->AddRef();
+    core->Shutdown();
+    EXPECT_EQ(core->GetNotifyClient(), nullptr);
+    EXPECT_EQ(zqvm::NotificationClientCount(), 0u);
+}
+
+TEST_F(DeviceNotifications, AFailedRegistrationStillLogsAndShutdownDestroysTheClient) {
+    ASSERT_TRUE(zqvm::InjectFailure(L"", "IMMDeviceEnumerator::RegisterEndpointNotificationCallback", E_OUTOFMEMORY));
+    core->Init(window->Handle());
+    EXPECT_NE(core->GetNotifyClient(), nullptr);
+    EXPECT_TRUE(recorder->Contains(L"CoreAudio: CMMNotificationClient Init"));
+    EXPECT_EQ(zqvm::NotificationClientCount(), 0u);
+    core->Shutdown();
+    EXPECT_EQ(core->GetNotifyClient(), nullptr);
+}
+
+TEST_F(DeviceNotifications, ShutdownWhileANotificationWaitsForTheHostsWindowDoesNotDeadlock) {
+    core->Init(window->Handle());
+    AddMicrophone("KV1-LATE");
+    // The notification thread now waits in SendMessageW for this thread.
+    ASSERT_TRUE(zqvm::WaitForQueuedMessages(QS_SENDMESSAGE, kWait));
+    auto shutdown = std::async(std::launch::deferred, [&] { core->Shutdown(); });
+    shutdown.get();  // runs here, on the window's thread: it must handle the message to get on
+    EXPECT_EQ(DeviceMessages().size(), 1u);
+    EXPECT_EQ(zqvm::NotificationClientCount(), 0u);
+    EXPECT_EQ(core->GetHidCaptureDeviceCount(), 0u);  // cleared, and nothing added after
+}
+
+// Microphones come and go on the engine's thread while the host refreshes, starts and stops,
+// pumping its messages in between, and finally shuts down while they still come and go.
+TEST_F(DeviceNotifications, MicrophonesComingAndGoingWhileTheHostRefreshesAndShutsDown) {
+    checkObjectsOnTearDown = true;
+    AddRender(48000, 2, zqvm::SampleFormat::Float32);
+    const zqtest::Microphone mic = AddMicrophone("KV1-STRESS");
+    core->Init(window->Handle());
+    window->OnMessage([&](const ReceivedMessage& m) {
+        if (m.message == WM_AUDIO_DEVICE_CHANGED) {
+            core->Refresh();
+            core->Start();
+        }
+    });
+
+    std::atomic<int> rounds{0};
+    std::atomic<bool> stop{false};
+    std::thread plugger([&] {
+        for (int i = 0; i < 500 && !stop.load(); ++i) {
+            zqvm::RemoveBridge(zqvm::BridgeId{0});  // harmless: unknown id
+            zqvm::RemoveAllBridges();
+            zqvm::InvalidateEndpoint(mic.endpoint);
+            zqvm::AddBridge(mic.description);
+            zqvm::SetEndpointState(mic.endpoint, DEVICE_STATE_ACTIVE);
+            rounds.store(i + 1);
+        }
+    });
+    int cycles = 0;
+    while (rounds.load() < 250) {
+        core->Refresh();
+        core->Start();
+        window->Pump();
+        core->Stop();
+        window->Pump();
+        ++cycles;
+    }
+    auto shutdown = std::async(std::launch::deferred, [&] { core->Shutdown(); });
+    shutdown.get();
+    stop.store(true);
+    plugger.join();
+    ASSERT_TRUE(zqvm::WaitForNotificationsDelivered(kWait));
+    EXPECT_GT(cycles, 0);
+    EXPECT_EQ(zqvm::NotificationClientCount(), 0u);
+    EXPECT_EQ(core->GetHidCaptureDeviceCount(), 0u);
+    EXPECT_FALSE(core->IsInit());
+}
+
+}  // namespace
