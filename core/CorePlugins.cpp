@@ -26,7 +26,9 @@ public:
 
     bool IsLoaded() const { return m_hModule != nullptr; }
     PFN_ZQ_GET_PLUGIN_INFO EntryPoint() const {
-        return reinterpret_cast<PFN_ZQ_GET_PLUGIN_INFO>(GetProcAddress(m_hModule, kPluginEntryPoint));
+        // Through the generic function pointer type: the entry point's own type is not FARPROC's.
+        return reinterpret_cast<PFN_ZQ_GET_PLUGIN_INFO>(
+            reinterpret_cast<void (*)()>(GetProcAddress(m_hModule, kPluginEntryPoint)));
     }
 
 private:

@@ -16,3 +16,4 @@
 #include "zqplatform/win/com.h"
 #include "zqplatform/win/hiduart.h"
 #include "zqplatform/winsdk/audiometer.h"
+#include "zqplatform/winsdk/devpkey_container.h"
