@@ -6,6 +6,9 @@
 #include <iterator>
 
 #include "vae_fixture.h"
+#include "zqCoreAudio.h"
+#include "zqplatform/vm/bridges.h"
+#include "zqplatform/vm/registry.h"
 
 namespace vaetest {
 namespace {
@@ -182,6 +185,51 @@ TEST_F(MachineDescriptionTest, SoundFilesNamedRelativeToTheDescriptionAreReadAnd
     std::remove(description.c_str());
 }
 
+// A bridge with its strings, its firmware's answer and its registry value; the built-in
+// machine's microphone is one bridge paired with the capture endpoint of its container.
+TEST_F(MachineDescriptionTest, BridgesComeWithTheirStringsFirmwareAndRegistryValue) {
+    ASSERT_TRUE(zqvm::LoadMachineDescriptionText(R"(<machine>
+      <bridge serial="KV1-7" product="KV-1 USB Microphone" container="5b2c7e41-9a3d-4c68-b1f0-2e8d6a4c9b37"
+              version_reply="aa 07 2"/>
+      <bridge serial="OTHER" manufacturer="Acme" vid="0x1234" pid="0x0001" version_reply=""/>
+    </machine>)"));
+    DWORD count = 0;
+    ASSERT_EQ(HidUart_GetNumDevices(&count, 0, 0), HID_UART_SUCCESS);
+    ASSERT_EQ(count, 2u);
+    char text[HID_UART_DEVICE_STRLEN] = {};
+    ASSERT_EQ(HidUart_GetString(0, 0, 0, text, HID_UART_GET_MANUFACTURER_STR), HID_UART_SUCCESS);
+    EXPECT_STREQ(text, "KESTRAVON");
+    ASSERT_EQ(HidUart_GetString(0, 0, 0, text, HID_UART_GET_PRODUCT_STR), HID_UART_SUCCESS);
+    EXPECT_STREQ(text, "KV-1 USB Microphone");
+    ASSERT_EQ(HidUart_GetString(1, 0, 0, text, HID_UART_GET_MANUFACTURER_STR), HID_UART_SUCCESS);
+    EXPECT_STREQ(text, "Acme");
+
+    CWMAudioDevice record;
+    zqvm::SetBridgeTiming(zqvm::BridgeTiming::Instant);
+    EXPECT_TRUE(record.InitVer(0));
+    EXPECT_EQ(record.GetVerAPI(), 0x07);
+    EXPECT_EQ(record.GetVerFW(), 0x02);
+    zqvm::SetBridgeTiming(zqvm::BridgeTiming::RealTime);
+
+    DWORD type = 0;
+    std::vector<uint8_t> data;
+    ASSERT_TRUE(zqvm::RegistryGetValue(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_10C4&PID_EAB0\\KV1-7",
+                                       L"ContainerID", type, data));
+    EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
+    const std::wstring value(reinterpret_cast<const wchar_t*>(data.data()));
+    EXPECT_EQ(value, L"{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}");
+    EXPECT_FALSE(zqvm::RegistryGetValue(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_1234&PID_0001\\OTHER",
+                                        L"ContainerID", type, data));
+
+    // Loading another machine takes the bridges away with the endpoints.
+    ASSERT_TRUE(zqvm::LoadMachineDescriptionText(zqvm::DefaultMachineDescription()));
+    ASSERT_EQ(HidUart_GetNumDevices(&count, 0, 0), HID_UART_SUCCESS);
+    EXPECT_EQ(count, 1u);
+    zqvm::Reset();
+    ASSERT_EQ(HidUart_GetNumDevices(&count, 0, 0), HID_UART_SUCCESS);
+    EXPECT_EQ(count, 0u);
+}
+
 TEST_F(MachineDescriptionTest, ABadDescriptionLeavesAnEmptyMachineAndSaysWhere) {
     ASSERT_TRUE(zqvm::LoadMachineDescriptionText(zqvm::DefaultMachineDescription()));
     ASSERT_EQ(zqvm::EndpointIds().size(), 2u);
@@ -202,6 +250,12 @@ TEST_F(MachineDescriptionTest, ABadDescriptionLeavesAnEmptyMachineAndSaysWhere) 
          "/no/such.wav"},
         {"<machine><endpoint id=\"a\" flow=\"render\"/><endpoint id=\"a\" flow=\"capture\"/></machine>", "id"},
         {"<config/>", "<machine>"},
+        {"<machine><bridge product=\"KV-1\"/></machine>", "serial"},
+        {"<machine><bridge serial=\"S\" version_reply=\"AA 5G\"/></machine>", "version_reply"},
+        {"<machine><bridge serial=\"S\" version_reply=\"100\"/></machine>", "version_reply"},
+        {"<machine><bridge serial=\"S\" container=\"{1234}\"/></machine>", "container"},
+        {"<machine><bridge serial=\"S\" pid=\"0x10000\"/></machine>", "pid"},
+        {"<machine><bridge serial=\"S\" vendor=\"x\"/></machine>", "vendor"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.xml);
@@ -210,6 +264,9 @@ TEST_F(MachineDescriptionTest, ABadDescriptionLeavesAnEmptyMachineAndSaysWhere) 
         EXPECT_FALSE(zqvm::LoadMachineDescriptionText(c.xml, &error));
         EXPECT_NE(error.find(c.mention), std::string::npos) << error;
         EXPECT_TRUE(zqvm::EndpointIds().empty());
+        DWORD bridges = 99;
+        EXPECT_EQ(HidUart_GetNumDevices(&bridges, 0, 0), HID_UART_SUCCESS);
+        EXPECT_EQ(bridges, 0u);
     }
     std::string error;
     EXPECT_FALSE(zqvm::LoadMachineDescription(Path("missing.xml"), &error));
