@@ -32,7 +32,13 @@ void PrintText(const RunSummary& run, HostSession& session) {
     std::printf("capture %.1f %% %.1f dBFS, render %.1f %% %.1f dBFS\n", static_cast<double>(run.largest.capturePercent),
                 PeakDbfs(run.largest.captureLinear), static_cast<double>(run.largest.renderPercent),
                 PeakDbfs(run.largest.renderLinear));
-    std::printf("strongest input %.1f Hz, output %.1f Hz\n", run.input.hz, run.output.hz);
+    for (const auto& [side, s] : {std::make_pair("input", run.input), std::make_pair("output", run.output)}) {
+        if (s.bin < 0) {
+            std::printf("%s spectrum: silent\n", side);
+        } else {
+            std::printf("%s spectrum: strongest at %.1f Hz (bin %d), %.1f dB\n", side, s.hz, s.bin, s.db);
+        }
+    }
 }
 
 }  // namespace

@@ -8,6 +8,7 @@ namespace {
 constexpr double kFullScalePower = (kSpectrumBins / 2.0) * (kSpectrumBins / 2.0);
 constexpr double kLowHz = 20.0;
 constexpr double kHighHz = 20000.0;
+constexpr float kGetterFloor = 1.0e-12f;
 }  // namespace
 
 double BinHz(int bin) { return bin * kEngineRate / kSpectrumBins; }
@@ -18,7 +19,7 @@ double PeakDbfs(float linear) { return linear > 1e-5f ? 20.0 * std::log10(static
 
 StrongestBin FindStrongest(const std::function<float(int)>& getter) {
     StrongestBin best;
-    float bestPower = -1.0f;
+    float bestPower = kGetterFloor;
     for (int k = 1; k < kSpectrumUsefulBins; ++k) {
         const float p = getter(k);
         if (p > bestPower) {
@@ -26,6 +27,7 @@ StrongestBin FindStrongest(const std::function<float(int)>& getter) {
             best.bin = k;
         }
     }
+    if (best.bin < 0) return best;
     best.hz = BinHz(best.bin);
     best.db = PowerDb(bestPower);
     return best;

@@ -22,12 +22,12 @@ double PowerDb(float power);
 double PeakDbfs(float linear);
 
 struct StrongestBin {
-    int bin = 0;
+    int bin = -1;  // -1: every bin at the getters' floor, no signal
     double hz = 0.0;
     double db = -200.0;
 };
 // The strongest of bins 1 to 2047 (the DC bin is left out): getter is one of the core's
-// spectrum getters.
+// spectrum getters, which return 1e-12 for a bin of exactly 0.
 StrongestBin FindStrongest(const std::function<float(int)>& getter);
 
 // Bars on a log-frequency axis from 20 Hz to 20 kHz: the power of bar i of n is the largest

@@ -79,8 +79,13 @@ void WriteMessages(JsonWriter& json, const std::vector<ReceivedMessage>& message
 void WriteStrongest(JsonWriter& json, const char* key, const StrongestBin& s) {
     json.Key(key).BeginObject();
     json.Key("bin").Integer(s.bin);
-    json.Key("hz").Number(s.hz);
-    json.Key("db").Number(s.db);
+    if (s.bin < 0) {
+        json.Key("hz").Null();
+        json.Key("db").Null();
+    } else {
+        json.Key("hz").Number(s.hz);
+        json.Key("db").Number(s.db);
+    }
     json.EndObject();
 }
 

@@ -143,7 +143,9 @@ int TerminalView::Spectra(CZQCoreAudio& core, int row, int height) {
     clrtoeol();
     for (const Side& side : sides) {
         const StrongestBin s = FindStrongest([&](int k) { return (core.*side.amp)(k); });
-        mvaddstr(row, side.column, Format("%s  %.0f Hz %.1f dB", side.title, s.hz, s.db).c_str());
+        mvaddstr(row, side.column,
+                 (s.bin < 0 ? std::string(side.title) + "  silent"
+                            : Format("%s  %.0f Hz %.1f dB", side.title, s.hz, s.db)).c_str());
     }
     ++row;
     for (const Side& side : sides) {

@@ -1,0 +1,67 @@
+// Runs the built zqmonitor as a child process with a bounded wait, and writes the machine
+// descriptions the tests run it on.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zqhosttest {
+
+struct HostRun {
+    int exitCode = -1;     // the process's exit status; -1 when it did not exit normally
+    bool timedOut = false;  // killed after the time limit
+    std::string out;        // standard output
+    std::string err;        // standard error
+};
+
+// zqmonitor with those arguments; killed after timeoutSeconds. ZQ_VIRTUAL_MACHINE is cleared
+// in the child, so only --machine chooses the machine.
+HostRun RunHost(const std::vector<std::string>& args, double timeoutSeconds = 60.0);
+
+// A fresh folder for one test's files (removed with its contents when the object goes).
+class TestFolder {
+public:
+    TestFolder();
+    ~TestFolder();
+    TestFolder(const TestFolder&) = delete;
+    TestFolder& operator=(const TestFolder&) = delete;
+    std::string Path(const std::string& name) const { return m_path + "/" + name; }
+    // Writes text to the file name in the folder and returns its path.
+    std::string Write(const std::string& name, const std::string& text) const;
+
+private:
+    std::string m_path;
+};
+
+// The machine description of one KV-1 microphone (bridge with container, capture endpoint of
+// the same container, tone source) and the render endpoints named, the first the default.
+struct MachineSpec {
+    std::string serial = "KV1-2024-0001";
+    std::string product = "KV-1 USB Microphone";
+    std::string versionReply = "AA 05 12";
+    std::string microphoneName = "Microphone (KV-1 USB Microphone)";
+    double toneHz = 1000.0;
+    double toneDbfs = -6.0;
+    std::vector<std::string> renderNames = {"Speakers (Virtual Audio)"};
+    unsigned renderRate = 48000;
+    std::string renderFormat = "float32";
+};
+std::string MachineXml(const MachineSpec& spec);
+
+}  // namespace zqhosttest
+
+#include "json_value.h"
+
+namespace zqhosttest {
+
+// A run of zqmonitor --seconds N --json on a machine description written to the folder, with
+// its log in the folder too; json is set when the output was one JSON value.
+struct SummaryRun {
+    HostRun run;
+    std::optional<JsonValue> json;
+    std::string parseError;
+};
+SummaryRun RunSummary(const TestFolder& folder, const std::string& machineXml, double seconds,
+                      const std::vector<std::string>& extraArgs = {});
+
+}  // namespace zqhosttest

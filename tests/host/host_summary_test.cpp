@@ -1,0 +1,130 @@
+// zqmonitor's non-interactive run: the devices it lists, the levels and the spectrum it reads,
+// and its command line.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "host_process.h"
+
+namespace zqhosttest {
+namespace {
+
+constexpr double kBinHz = 48000.0 / 4096.0;  // the analyzer's bin spacing
+
+// The run and its summary are usable; otherwise the assertion says what the host said.
+#define ASSERT_SUMMARY(result)                                                                     \
+    ASSERT_FALSE((result).run.timedOut) << "zqmonitor did not finish\n" << (result).run.err;       \
+    ASSERT_EQ((result).run.exitCode, 0) << (result).run.err;                                       \
+    ASSERT_TRUE((result).json.has_value()) << (result).parseError << "\n" << (result).run.out
+
+TEST(HostSummary, ListsTheMicrophoneWithItsVersionsAndFriendlyName) {
+    TestFolder folder;
+    MachineSpec spec;
+    spec.serial = "KV1-TEST-0042";
+    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.0);
+    ASSERT_SUMMARY(result);
+    const JsonValue& mics = (*result.json)["microphones"];
+    ASSERT_EQ(mics.size(), 1u) << result.run.out;
+    EXPECT_EQ(mics[0]["serial"].String(), "KV1-TEST-0042");
+    EXPECT_EQ(mics[0]["product"].String(), "KV-1 USB Microphone");
+    EXPECT_EQ(mics[0]["manufacturer"].String(), "KESTRAVON");
+    EXPECT_EQ(mics[0]["api"].Number(), 5);
+    EXPECT_EQ(mics[0]["fw"].Number(), 0x12);
+    EXPECT_EQ(mics[0]["friendly_name"].String(), "KV-1");  // host/config.xml: (5, 0x12, KV-1 USB Microphone)
+    EXPECT_EQ(mics[0]["endpoint_name"].String(), spec.microphoneName);
+
+    const JsonValue& capture = (*result.json)["capture_devices"];
+    ASSERT_EQ(capture.size(), 1u);
+    EXPECT_EQ(capture[0]["name"].String(), spec.microphoneName);
+    EXPECT_EQ(capture[0]["serial"].String(), "KV1-TEST-0042");
+}
+
+TEST(HostSummary, FirmwareVersionChoosesTheFriendlyName) {
+    TestFolder folder;
+    MachineSpec spec;
+    spec.versionReply = "AA 05 13";
+    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.0);
+    ASSERT_SUMMARY(result);
+    const JsonValue& mics = (*result.json)["microphones"];
+    ASSERT_EQ(mics.size(), 1u) << result.run.out;
+    EXPECT_EQ(mics[0]["api"].Number(), 5);
+    EXPECT_EQ(mics[0]["fw"].Number(), 0x13);
+    EXPECT_EQ(mics[0]["friendly_name"].String(), "KV-1 (firmware 1.3)");  // the table's second KV-1 entry
+}
+
+TEST(HostSummary, ProductOutsideTheTableIsNotListed) {
+    TestFolder folder;
+    MachineSpec spec;
+    spec.product = "Some Other Microphone";
+    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.0);
+    ASSERT_SUMMARY(result);
+    EXPECT_EQ((*result.json)["microphones"].size(), 0u) << result.run.out;
+    EXPECT_EQ((*result.json)["capture_devices"].size(), 0u) << result.run.out;
+}
+
+TEST(HostSummary, RenderListStartsWithDefaultThenTheEndpointsInOrder) {
+    TestFolder folder;
+    MachineSpec spec;
+    spec.renderNames = {"Speakers (First)", "Headphones (Second)"};
+    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.0);
+    ASSERT_SUMMARY(result);
+    const JsonValue& render = (*result.json)["render_devices"];
+    ASSERT_EQ(render.size(), 3u) << result.run.out;
+    EXPECT_EQ(render[0].String(), "Default");
+    EXPECT_EQ(render[1].String(), "Speakers (First)");
+    EXPECT_EQ(render[2].String(), "Headphones (Second)");
+}
+
+class HostTone : public ::testing::TestWithParam<double> {};
+
+TEST_P(HostTone, StrongestInputBinIsTheToneAndTheMeterItsLevel) {
+    TestFolder folder;
+    MachineSpec spec;
+    spec.toneHz = GetParam();
+    spec.toneDbfs = -6.0;
+    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.5);
+    ASSERT_SUMMARY(result);
+    const JsonValue& input = (*result.json)["spectrum"]["input"];
+    ASSERT_FALSE(input["hz"].IsNull()) << "the input spectrum is silent\n" << result.run.out;
+    EXPECT_NEAR(input["hz"].Number(), spec.toneHz, kBinHz) << result.run.out;
+    EXPECT_NEAR(input["bin"].Number(), spec.toneHz / kBinHz, 1.0);
+    // The capture meter's peak of a -6 dBFS tone, and streams that ran.
+    EXPECT_NEAR((*result.json)["levels"]["capture_dbfs"].Number(), -6.0, 0.5) << result.run.out;
+    EXPECT_GT((*result.json)["levels"]["render_dbfs"].Number(), -60.0) << "nothing reached the speaker";
+    EXPECT_TRUE((*result.json)["settings"]["started"].Bool());
+}
+
+// Tones with a whole number of cycles in each 10 ms packet.
+INSTANTIATE_TEST_SUITE_P(Tones, HostTone, ::testing::Values(1000.0, 5000.0));
+
+TEST(HostCommandLine, HelpNamesTheOptions) {
+    const HostRun run = RunHost({"--help"});
+    EXPECT_EQ(run.exitCode, 0);
+    for (const char* option : {"--seconds", "--json", "--machine", "--input", "--output", "--unplug-at", "--replug-at"}) {
+        EXPECT_NE(run.out.find(option), std::string::npos) << option;
+    }
+}
+
+TEST(HostCommandLine, RefusesWhatItCannotDo) {
+    EXPECT_EQ(RunHost({"--bogus"}).exitCode, 2);
+    EXPECT_EQ(RunHost({"--json"}).exitCode, 2) << "--json without --seconds";
+    EXPECT_EQ(RunHost({"--seconds", "-1"}).exitCode, 2);
+    EXPECT_EQ(RunHost({"--seconds", "1", "--volume-at", "0.5:2"}).exitCode, 2) << "a volume above 1";
+    // Without a terminal and without --seconds there is nothing to show.
+    EXPECT_EQ(RunHost({}).exitCode, 1);
+    TestFolder folder;
+    const HostRun missing = RunHost({"--machine", folder.Path("absent.xml"), "--seconds", "1"});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_NE(missing.err.find("absent.xml"), std::string::npos) << missing.err;
+}
+
+TEST(HostCommandLine, RefusedMachineDescriptionEndsTheRun) {
+    TestFolder folder;
+    const std::string path = folder.Write("bad.xml", "<machine><endpoint flow=\"sideways\"/></machine>");
+    const HostRun run = RunHost({"--machine", path, "--seconds", "1", "--json", "--log", folder.Path("log")});
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    EXPECT_TRUE(run.out.empty()) << run.out;
+}
+
+}  // namespace
+}  // namespace zqhosttest

@@ -1,0 +1,75 @@
+// zqmonitor's --input and --output: what the microphone plays and what the speaker is given.
+#include <gtest/gtest.h>
+
+#include "host_process.h"
+#include "wav_analysis.h"
+
+namespace zqhosttest {
+namespace {
+
+#define ASSERT_SUMMARY(result)                                                                     \
+    ASSERT_FALSE((result).run.timedOut) << "zqmonitor did not finish\n" << (result).run.err;       \
+    ASSERT_EQ((result).run.exitCode, 0) << (result).run.err;                                       \
+    ASSERT_TRUE((result).json.has_value()) << (result).parseError << "\n" << (result).run.out
+
+// The last half second of the recording: the streams are running by then.
+void ExpectTone(const WavContent& wav, double hz) {
+    ASSERT_TRUE(wav.ok);
+    const size_t half = static_cast<size_t>(wav.rate / 2);
+    ASSERT_GT(wav.first.size(), half) << "the recording is shorter than half a second";
+    const size_t begin = wav.first.size() - half;
+    EXPECT_GT(PeakOf(wav.first, begin, wav.first.size()), 0.01f) << "the speaker was given silence";
+    EXPECT_NEAR(ToneHz(wav.first, wav.rate, begin, wav.first.size()), hz, hz * 0.01);
+}
+
+TEST(HostWav, OutputHoldsTheMicrophonesTone) {
+    TestFolder folder;
+    MachineSpec spec;
+    spec.toneHz = 1000.0;
+    const std::string output = folder.Path("speaker.wav");
+    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.5, {"--output", output});
+    ASSERT_SUMMARY(result);
+    const WavContent wav = ReadWav(output);
+    ASSERT_TRUE(wav.ok) << "cannot read " << output;
+    EXPECT_EQ(wav.rate, 48000);
+    EXPECT_EQ(wav.channels, 2);
+    ExpectTone(wav, 1000.0);
+}
+
+TEST(HostWav, OutputAtTheSpeakersOwnRate) {
+    TestFolder folder;
+    MachineSpec spec;
+    spec.toneHz = 1000.0;
+    spec.renderRate = 44100;
+    spec.renderFormat = "int16";
+    const std::string output = folder.Path("speaker.wav");
+    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.5, {"--output", output});
+    ASSERT_SUMMARY(result);
+    const WavContent wav = ReadWav(output);
+    EXPECT_EQ(wav.rate, 44100);
+    ExpectTone(wav, 1000.0);
+}
+
+TEST(HostWav, InputFileReplacesTheMachinesSource) {
+    TestFolder folder;
+    const std::string input = folder.Path("input.wav");
+    ASSERT_TRUE(WriteToneWav(input, 48000, 3000.0, 0.5, 1.0));
+    const std::string output = folder.Path("speaker.wav");
+    MachineSpec spec;
+    spec.toneHz = 1000.0;  // what the machine would play without --input
+    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.5, {"--input", input, "--output", output});
+    ASSERT_SUMMARY(result);
+    EXPECT_NEAR((*result.json)["spectrum"]["input"]["hz"].Number(), 3000.0, 48000.0 / 4096.0) << result.run.out;
+    ExpectTone(ReadWav(output), 3000.0);
+}
+
+TEST(HostWav, UnreadableInputEndsTheRun) {
+    TestFolder folder;
+    const std::string input = folder.Write("input.wav", "not a wav file");
+    const SummaryRun result = RunSummary(folder, MachineXml(MachineSpec()), 1.0, {"--input", input});
+    EXPECT_EQ(result.run.exitCode, 1) << result.run.err;
+    EXPECT_FALSE(result.json.has_value());
+}
+
+}  // namespace
+}  // namespace zqhosttest

@@ -1,0 +1,65 @@
+#include "wav_analysis.h"
+
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace zqhosttest {
+
+WavContent ReadWav(const std::string& path) {
+    WavContent wav;
+    SF_INFO info = {};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file == nullptr) return wav;
+    std::vector<float> interleaved(static_cast<size_t>(info.frames) * static_cast<size_t>(info.channels));
+    const sf_count_t read = sf_readf_float(file, interleaved.data(), info.frames);
+    sf_close(file);
+    wav.ok = read == info.frames;
+    wav.rate = info.samplerate;
+    wav.channels = info.channels;
+    for (sf_count_t i = 0; i < read; ++i) wav.first.push_back(interleaved[static_cast<size_t>(i * info.channels)]);
+    return wav;
+}
+
+bool WriteToneWav(const std::string& path, int rate, double hz, double amplitude, double seconds) {
+    SF_INFO info = {};
+    info.samplerate = rate;
+    info.channels = 1;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (file == nullptr) return false;
+    std::vector<float> samples(static_cast<size_t>(seconds * rate));
+    for (size_t i = 0; i < samples.size(); ++i) {
+        samples[i] = static_cast<float>(amplitude * std::sin(2.0 * M_PI * hz * static_cast<double>(i) / rate));
+    }
+    const bool ok = sf_writef_float(file, samples.data(), static_cast<sf_count_t>(samples.size())) ==
+                    static_cast<sf_count_t>(samples.size());
+    sf_close(file);
+    return ok;
+}
+
+double ToneHz(const std::vector<float>& samples, int rate, size_t begin, size_t end) {
+    end = std::min(end, samples.size());
+    double first = -1.0, last = -1.0;
+    int crossings = 0;
+    for (size_t i = begin + 1; i < end; ++i) {
+        const float a = samples[i - 1], b = samples[i];
+        if (a < 0.0f && b >= 0.0f) {
+            const double at = static_cast<double>(i - 1) + a / (a - b);
+            if (first < 0.0) first = at;
+            last = at;
+            ++crossings;
+        }
+    }
+    if (crossings < 2) return 0.0;
+    return (crossings - 1) * rate / (last - first);
+}
+
+float PeakOf(const std::vector<float>& samples, size_t begin, size_t end) {
+    float peak = 0.0f;
+    for (size_t i = begin; i < std::min(end, samples.size()); ++i) peak = std::max(peak, std::fabs(samples[i]));
+    return peak;
+}
+
+}  // namespace zqhosttest

@@ -1,0 +1,23 @@
+// Reading a WAV file with libsndfile and measuring the tone in it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zqhosttest {
+
+struct WavContent {
+    bool ok = false;
+    int rate = 0;
+    int channels = 0;
+    std::vector<float> first;  // the first channel
+};
+WavContent ReadWav(const std::string& path);
+bool WriteToneWav(const std::string& path, int rate, double hz, double amplitude, double seconds);
+
+// The frequency of a steady tone from its upward zero crossings (interpolated between samples)
+// in samples [begin, end); 0 when fewer than two crossings.
+double ToneHz(const std::vector<float>& samples, int rate, size_t begin, size_t end);
+float PeakOf(const std::vector<float>& samples, size_t begin, size_t end);
+
+}  // namespace zqhosttest
