@@ -9,6 +9,7 @@ extern "C" {
 #include "AudioSessionVolume.h"
 #include "EngineReport.h"
 #include "ResamplerSetup.h"
+#include "devices/EndpointProperties.h"
 #include "zqCoreAudio.h"
 
 namespace {
@@ -48,10 +49,7 @@ void CAudioRender::EnumerateAudioDevices() {
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
 
     CComPtr<IMMDeviceEnumerator> enumerator;
-    if (FAILED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_INPROC_SERVER, IID_IMMDeviceEnumerator,
-                                reinterpret_cast<void**>(&enumerator)))) {
-        return;
-    }
+    if (FAILED(CreateDeviceEnumerator(enumerator))) return;
     {
         CComPtr<IMMDevice> defaultDevice;
         if (FAILED(enumerator->GetDefaultAudioEndpoint(eRender, eMultimedia, &defaultDevice))) return;

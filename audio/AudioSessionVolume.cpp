@@ -3,6 +3,8 @@
 #include <cstring>
 #include <new>
 
+#include "devices/EndpointProperties.h"
+
 #include "zqCoreAudio.h"
 
 // {2715279F-4139-4BA0-9CB1-B351F1B58A4A}
@@ -57,8 +59,7 @@ HRESULT CAudioSessionVolume::Initialize(IMMDevice* pDevice) {
     CComPtr<IMMDevice> device = pDevice;
     HRESULT hr = S_OK;
     if (!device) {
-        hr = CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_INPROC_SERVER, IID_IMMDeviceEnumerator,
-                              reinterpret_cast<void**>(&enumerator));
+        hr = CreateDeviceEnumerator(enumerator);
         if (SUCCEEDED(hr)) hr = enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &device);
     }
     CComPtr<IAudioSessionManager> manager;

@@ -4,7 +4,7 @@
 // maker's microphones is brought up to date and the host is told; the host decides.
 #include <cstring>
 
-#include "devices/MicrophoneIdentity.h"
+#include "devices/EndpointProperties.h"
 #include "zqCoreAudio.h"
 
 void CZQCoreAudio::DoDeviceChange(const wchar_t* pwstrDeviceId, DWORD dwNewState) {
@@ -37,11 +37,7 @@ namespace {
 // had (a COM failure, or a value without a GUID).
 bool EndpointContainerId(const wchar_t* pwstrDeviceId, GUID& guid) {
     CComPtr<IMMDeviceEnumerator> enumerator;
-    if (FAILED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_INPROC_SERVER, IID_IMMDeviceEnumerator,
-                                reinterpret_cast<void**>(&enumerator))) ||
-        !enumerator) {
-        return false;
-    }
+    if (FAILED(CreateDeviceEnumerator(enumerator)) || !enumerator) return false;
     CComPtr<IMMDevice> endpoint;
     if (FAILED(enumerator->GetDevice(pwstrDeviceId, &endpoint)) || !endpoint) return false;
     CComPtr<IPropertyStore> store;

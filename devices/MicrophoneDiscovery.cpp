@@ -9,6 +9,7 @@
 // so two discoveries running at once still list each microphone once.
 #include <cstring>
 
+#include "devices/EndpointProperties.h"
 #include "devices/MicrophoneIdentity.h"
 #include "zqCoreAudio.h"
 
@@ -104,11 +105,7 @@ bool CZQCoreAudio::FillDevicesZQ() {
 IMMDevice* CZQCoreAudio::FindHidDevice(_GUID guidContainer, CStringW& strName) {
     LogInfo(L"CoreAudio: call FindHidDevice");
     CComPtr<IMMDeviceEnumerator> enumerator;
-    if (FAILED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_INPROC_SERVER, IID_IMMDeviceEnumerator,
-                                reinterpret_cast<void**>(&enumerator))) ||
-        !enumerator) {
-        return nullptr;
-    }
+    if (FAILED(CreateDeviceEnumerator(enumerator)) || !enumerator) return nullptr;
     CComPtr<IMMDeviceCollection> collection;
     if (FAILED(enumerator->EnumAudioEndpoints(eCapture, DEVICE_STATE_ACTIVE, &collection)) ||
         !collection) {

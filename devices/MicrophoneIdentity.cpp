@@ -56,23 +56,3 @@ GUID ContainerIdFromText(const CStringW& strText) {
     strUpper.MakeUpper();
     return Str2Guid(strUpper);
 }
-
-bool ReadEndpointContainerId(IPropertyStore* pStore, GUID& guid) {
-    PROPVARIANT value;
-    PropVariantInit(&value);
-    if (FAILED(pStore->GetValue(PKEY_Device_ContainerId, &value))) return false;
-    const bool bHasGuid = value.vt == VT_CLSID && value.puuid != nullptr;
-    if (bHasGuid) guid = *value.puuid;
-    PropVariantClear(&value);
-    return bHasGuid;
-}
-
-bool ReadEndpointFriendlyName(IPropertyStore* pStore, CStringW& strName) {
-    PROPVARIANT value;
-    PropVariantInit(&value);
-    if (FAILED(pStore->GetValue(PKEY_Device_FriendlyName, &value))) return false;
-    const bool bHasText = value.vt == VT_LPWSTR;
-    if (bHasText) strName = value.pwszVal != nullptr ? value.pwszVal : L"";
-    PropVariantClear(&value);
-    return bHasText;
-}

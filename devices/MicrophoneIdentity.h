@@ -26,8 +26,3 @@ bool ReadContainerIdText(const CStringW& strSerial, CStringW& strText);
 // The container identifier that the text spells (either letter case, braces optional);
 // GUID_NULL for a text that is not a GUID.
 GUID ContainerIdFromText(const CStringW& strText);
-
-// The endpoint's PKEY_Device_ContainerId; false when it cannot be read or holds no GUID.
-bool ReadEndpointContainerId(IPropertyStore* pStore, GUID& guid);
-// The endpoint's PKEY_Device_FriendlyName; false when it cannot be read or is not text.
-bool ReadEndpointFriendlyName(IPropertyStore* pStore, CStringW& strName);
