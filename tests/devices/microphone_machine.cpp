@@ -38,13 +38,13 @@ Microphone MicrophoneMachineTest::AddMicrophone(const std::string& serial, const
     // The bridge first: a notification of the endpoint then finds the bridge it belongs to.
     mic.bridge = zqvm::AddBridge(mic.description);
     if (withEndpoint) {
-        zqvm::EndpointSpec spec;
-        spec.flow = eCapture;
-        spec.name = L"Microphone (" + std::wstring(serial.begin(), serial.end()) + L")";
-        spec.container = ContainerOf(serial);
-        spec.source = zqvm::CaptureSource::Fed();
+        zqvm::EndpointSpec endpointSpec;
+        endpointSpec.flow = eCapture;
+        endpointSpec.name = L"Microphone (" + std::wstring(serial.begin(), serial.end()) + L")";
+        endpointSpec.container = ContainerOf(serial);
+        endpointSpec.source = zqvm::CaptureSource::Fed();
         std::string error;
-        mic.endpoint = zqvm::AddEndpoint(spec, &error);
+        mic.endpoint = zqvm::AddEndpoint(endpointSpec, &error);
         EXPECT_FALSE(mic.endpoint.empty()) << error;
     }
     return mic;

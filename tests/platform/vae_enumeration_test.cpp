@@ -75,10 +75,10 @@ TEST_F(EnumerationTest, TheBuiltInMachineHasOurMicrophoneAndASpeakerAsDefaults) 
 TEST_F(EnumerationTest, ListsFollowFlowAndStateAndDevicesAreFoundByTheirId) {
     const std::wstring mic = Add(eCapture, 48000, 1, SampleFormat::Int16);
     const std::wstring speakers = Add(eRender, 48000, 2, SampleFormat::Float32);
-    zqvm::EndpointSpec spec;
-    spec.flow = eRender;
-    spec.state = DEVICE_STATE_UNPLUGGED;
-    const std::wstring unplugged = zqvm::AddEndpoint(spec);
+    zqvm::EndpointSpec endpointSpec;
+    endpointSpec.flow = eRender;
+    endpointSpec.state = DEVICE_STATE_UNPLUGGED;
+    const std::wstring unplugged = zqvm::AddEndpoint(endpointSpec);
     ASSERT_FALSE(unplugged.empty());
 
     CComPtr<IMMDeviceEnumerator> enumerator = Enumerator();

@@ -39,16 +39,16 @@ public:
 
     static std::wstring Add(EDataFlow flow, uint32_t rate, uint16_t channels, zqvm::SampleFormat format,
                             zqvm::CaptureSource source = zqvm::CaptureSource::Silence(), bool extensible = false) {
-        zqvm::EndpointSpec spec;
-        spec.flow = flow;
-        spec.name = flow == eCapture ? L"Test microphone" : L"Test speakers";
-        spec.rate = rate;
-        spec.channels = channels;
-        spec.format = format;
-        spec.extensible = extensible;
-        spec.source = std::move(source);
+        zqvm::EndpointSpec endpointSpec;
+        endpointSpec.flow = flow;
+        endpointSpec.name = flow == eCapture ? L"Test microphone" : L"Test speakers";
+        endpointSpec.rate = rate;
+        endpointSpec.channels = channels;
+        endpointSpec.format = format;
+        endpointSpec.extensible = extensible;
+        endpointSpec.source = std::move(source);
         std::string error;
-        std::wstring id = zqvm::AddEndpoint(spec, &error);
+        std::wstring id = zqvm::AddEndpoint(endpointSpec, &error);
         EXPECT_FALSE(id.empty()) << error;
         return id;
     }

@@ -14,10 +14,10 @@ using zqvm::SampleFormat;
 class NotificationTest : public VirtualAudioTest {
 protected:
     static std::wstring AddRender(const wchar_t* name) {
-        zqvm::EndpointSpec spec;
-        spec.flow = eRender;
-        spec.name = name;
-        return zqvm::AddEndpoint(spec);
+        zqvm::EndpointSpec endpointSpec;
+        endpointSpec.flow = eRender;
+        endpointSpec.name = name;
+        return zqvm::AddEndpoint(endpointSpec);
     }
     static std::vector<DeviceEvent> Delivered(RecordingClient& client) {
         EXPECT_TRUE(zqvm::WaitForNotificationsDelivered(kWaitMs));

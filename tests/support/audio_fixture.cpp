@@ -33,29 +33,29 @@ void AudioMachineTest::TearDown() {
 
 std::wstring AudioMachineTest::AddCapture(uint32_t rate, uint16_t channels, zqvm::SampleFormat format,
                                           const zqvm::CaptureSource& source, const wchar_t* name) {
-    zqvm::EndpointSpec spec;
-    spec.flow = eCapture;
-    spec.name = name;
-    spec.rate = rate;
-    spec.channels = channels;
-    spec.format = format;
-    spec.source = source;
+    zqvm::EndpointSpec endpointSpec;
+    endpointSpec.flow = eCapture;
+    endpointSpec.name = name;
+    endpointSpec.rate = rate;
+    endpointSpec.channels = channels;
+    endpointSpec.format = format;
+    endpointSpec.source = source;
     std::string error;
-    std::wstring id = zqvm::AddEndpoint(spec, &error);
+    std::wstring id = zqvm::AddEndpoint(endpointSpec, &error);
     EXPECT_FALSE(id.empty()) << error;
     return id;
 }
 
 std::wstring AudioMachineTest::AddRender(uint32_t rate, uint16_t channels, zqvm::SampleFormat format,
                                          const wchar_t* name, bool makeDefault) {
-    zqvm::EndpointSpec spec;
-    spec.flow = eRender;
-    spec.name = name;
-    spec.rate = rate;
-    spec.channels = channels;
-    spec.format = format;
+    zqvm::EndpointSpec endpointSpec;
+    endpointSpec.flow = eRender;
+    endpointSpec.name = name;
+    endpointSpec.rate = rate;
+    endpointSpec.channels = channels;
+    endpointSpec.format = format;
     std::string error;
-    std::wstring id = zqvm::AddEndpoint(spec, &error);
+    std::wstring id = zqvm::AddEndpoint(endpointSpec, &error);
     EXPECT_FALSE(id.empty()) << error;
     if (makeDefault) {
         for (ERole role : {eConsole, eMultimedia, eCommunications}) zqvm::SetDefaultEndpoint(eRender, role, id);

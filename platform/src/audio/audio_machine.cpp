@@ -68,9 +68,9 @@ CaptureSource CaptureSource::Fed() {
     return source;
 }
 
-std::wstring AddEndpoint(const EndpointSpec& spec, std::string* error) {
+std::wstring AddEndpoint(const EndpointSpec& endpointSpec, std::string* error) {
     std::string why;
-    std::wstring id = Engine::Instance().Add(spec, &why);
+    std::wstring id = Engine::Instance().Add(endpointSpec, &why);
     if (id.empty()) Report("AddEndpoint", why, error);
     return id;
 }

@@ -81,31 +81,31 @@ std::wstring Engine::MakeIdLocked(EDataFlow flow) {
     }
 }
 
-std::shared_ptr<EndpointState> Engine::Build(const zqvm::EndpointSpec& spec, std::string* error) {
+std::shared_ptr<EndpointState> Engine::Build(const zqvm::EndpointSpec& endpointSpec, std::string* error) {
     const auto fail = [error](std::string why) -> std::shared_ptr<EndpointState> {
         if (error) *error = std::move(why);
         return nullptr;
     };
-    if (!IsEndpointFlow(spec.flow)) return fail("an endpoint's flow is render or capture");
-    if (!IsState(spec.state)) return fail("unknown endpoint state");
-    for (ERole role : spec.defaultFor)
+    if (!IsEndpointFlow(endpointSpec.flow)) return fail("an endpoint's flow is render or capture");
+    if (!IsState(endpointSpec.state)) return fail("unknown endpoint state");
+    for (ERole role : endpointSpec.defaultFor)
         if (!IsRole(role)) return fail("unknown role");
-    if (!spec.defaultFor.empty() && spec.state != DEVICE_STATE_ACTIVE)
+    if (!endpointSpec.defaultFor.empty() && endpointSpec.state != DEVICE_STATE_ACTIVE)
         return fail("only an active endpoint can be a default");
     std::string why;
     const std::optional<MixFormat> format =
-        MixFormat::Make(spec.rate, spec.channels, spec.format, spec.extensible, spec.channelMask, &why);
+        MixFormat::Make(endpointSpec.rate, endpointSpec.channels, endpointSpec.format, endpointSpec.extensible, endpointSpec.channelMask, &why);
     if (!format) return fail(why);
     std::optional<ResolvedSource> source;
-    if (spec.flow == eCapture) {
-        source = ResolveSource(spec.source, spec.rate, spec.channels, &why);
+    if (endpointSpec.flow == eCapture) {
+        source = ResolveSource(endpointSpec.source, endpointSpec.rate, endpointSpec.channels, &why);
         if (!source) return fail(why);
     }
-    auto endpoint = std::make_shared<EndpointState>(spec.id, spec.flow, *format, spec.name, spec.container,
-                                                    spec.state, std::max<uint32_t>(spec.keepSeconds, 1),
+    auto endpoint = std::make_shared<EndpointState>(endpointSpec.id, endpointSpec.flow, *format, endpointSpec.name, endpointSpec.container,
+                                                    endpointSpec.state, std::max<uint32_t>(endpointSpec.keepSeconds, 1),
                                                     m_sessionEvents);
     if (source) endpoint->SetSource(*source);
-    if (spec.flow == eRender && !spec.renderWavPath.empty() && !endpoint->sink.OpenWav(spec.renderWavPath, &why))
+    if (endpointSpec.flow == eRender && !endpointSpec.renderWavPath.empty() && !endpoint->sink.OpenWav(endpointSpec.renderWavPath, &why))
         return fail(why);
     return endpoint;
 }
@@ -123,17 +123,17 @@ bool Engine::InsertLocked(const std::shared_ptr<EndpointState>& endpoint, const 
     return true;
 }
 
-std::wstring Engine::Add(const zqvm::EndpointSpec& spec, std::string* error) {
-    zqvm::EndpointSpec named = spec;
+std::wstring Engine::Add(const zqvm::EndpointSpec& endpointSpec, std::string* error) {
+    zqvm::EndpointSpec named = endpointSpec;
     if (named.id.empty()) {
         std::lock_guard lock(m_lock);
-        named.id = MakeIdLocked(spec.flow);
+        named.id = MakeIdLocked(endpointSpec.flow);
     }
     const std::shared_ptr<EndpointState> endpoint = Build(named, error);
     if (!endpoint) return {};
     std::lock_guard lock(m_lock);
     Changes changes;
-    if (!InsertLocked(endpoint, spec.defaultFor, changes, error)) return {};
+    if (!InsertLocked(endpoint, endpointSpec.defaultFor, changes, error)) return {};
     PostLocked(changes);
     return endpoint->id;
 }
@@ -262,19 +262,19 @@ void Engine::Reset() {
     for (const auto& endpoint : removed) endpoint->sink.CloseWav();
 }
 
-bool Engine::Replace(const std::vector<zqvm::EndpointSpec>& specs, std::string* error) {
+bool Engine::Replace(const std::vector<zqvm::EndpointSpec>& endpointSpecs, std::string* error) {
     // Everything is built before anything changes, so a bad description leaves the machine as it was.
     std::vector<std::shared_ptr<EndpointState>> built;
-    for (const zqvm::EndpointSpec& spec : specs) {
-        zqvm::EndpointSpec named = spec;
+    for (const zqvm::EndpointSpec& endpointSpec : endpointSpecs) {
+        zqvm::EndpointSpec named = endpointSpec;
         if (named.id.empty()) {
             std::lock_guard lock(m_lock);
-            named.id = MakeIdLocked(spec.flow);
+            named.id = MakeIdLocked(endpointSpec.flow);
         }
         std::string why;
         built.push_back(Build(named, &why));
         if (!built.back()) {
-            if (error) *error = "endpoint '" + Utf8FromWide(spec.name) + "': " + why;
+            if (error) *error = "endpoint '" + Utf8FromWide(endpointSpec.name) + "': " + why;
             return false;
         }
         for (size_t i = 0; i + 1 < built.size(); ++i) {
@@ -287,7 +287,7 @@ bool Engine::Replace(const std::vector<zqvm::EndpointSpec>& specs, std::string* 
     Reset();
     std::lock_guard lock(m_lock);
     Changes quiet;
-    for (size_t i = 0; i < built.size(); ++i) InsertLocked(built[i], specs[i].defaultFor, quiet, nullptr);
+    for (size_t i = 0; i < built.size(); ++i) InsertLocked(built[i], endpointSpecs[i].defaultFor, quiet, nullptr);
     return true;  // quiet is dropped: a machine being loaded reports nothing
 }
 

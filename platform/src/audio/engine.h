@@ -37,8 +37,8 @@ public:
 
     // Makes an endpoint from its description (format, source, sink file); nullptr and *error when it
     // cannot be made. The endpoint is not part of the machine yet.
-    std::shared_ptr<EndpointState> Build(const zqvm::EndpointSpec& spec, std::string* error);
-    std::wstring Add(const zqvm::EndpointSpec& spec, std::string* error);
+    std::shared_ptr<EndpointState> Build(const zqvm::EndpointSpec& endpointSpec, std::string* error);
+    std::wstring Add(const zqvm::EndpointSpec& endpointSpec, std::string* error);
     bool Remove(const std::wstring& id);
     bool SetState(const std::wstring& id, DWORD state);
     bool SetDefault(EDataFlow flow, ERole role, const std::wstring& id);
@@ -47,7 +47,7 @@ public:
     void Reset();
     // Reset, then the endpoints described, without notifications. Nothing changes when any
     // description is wrong.
-    bool Replace(const std::vector<zqvm::EndpointSpec>& specs, std::string* error);
+    bool Replace(const std::vector<zqvm::EndpointSpec>& endpointSpecs, std::string* error);
 
 private:
     struct Change {

@@ -75,12 +75,12 @@ public:
             return false;
         }
         for (const pugi::xml_node node : machine.children("endpoint")) {
-            zqvm::EndpointSpec spec;
-            if (!Endpoint(node, spec)) {
+            zqvm::EndpointSpec endpointSpec;
+            if (!Endpoint(node, endpointSpec)) {
                 error = "line " + std::to_string(LineOf(m_at.offset_debug())) + ": " + m_error;
                 return false;
             }
-            endpoints.push_back(std::move(spec));
+            endpoints.push_back(std::move(endpointSpec));
         }
         for (const pugi::xml_node node : machine.children("bridge")) {
             zqvm::BridgeDescription bridge;
@@ -220,65 +220,65 @@ private:
         return true;
     }
 
-    bool Endpoint(const pugi::xml_node& node, zqvm::EndpointSpec& spec) {
+    bool Endpoint(const pugi::xml_node& node, zqvm::EndpointSpec& endpointSpec) {
         if (!OnlyKnownAttributes(node, {"id", "flow", "name", "container", "rate", "channels", "format", "extensible",
                                         "channel_mask", "state", "default", "keep_seconds"}))
             return false;
         const std::string flow = node.attribute("flow").value();
         if (flow == "capture")
-            spec.flow = eCapture;
+            endpointSpec.flow = eCapture;
         else if (flow == "render")
-            spec.flow = eRender;
+            endpointSpec.flow = eRender;
         else
             return Fail(node, "flow must be capture or render");
-        spec.id = WideFromUtf8(node.attribute("id").value());
-        spec.name = WideFromUtf8(node.attribute("name").value());
+        endpointSpec.id = WideFromUtf8(node.attribute("id").value());
+        endpointSpec.name = WideFromUtf8(node.attribute("name").value());
         if (const pugi::xml_attribute container = node.attribute("container")) {
             const std::optional<GUID> guid = ParseGuid(container.value());
             if (!guid) return Fail(node, std::string("container is not a GUID: '") + container.value() + "'");
-            spec.container = *guid;
+            endpointSpec.container = *guid;
         }
-        uint64_t rate = spec.rate, channels = spec.channels, mask = 0, keep = spec.keepSeconds;
+        uint64_t rate = endpointSpec.rate, channels = endpointSpec.channels, mask = 0, keep = endpointSpec.keepSeconds;
         if (!Unsigned(node, "rate", 1000000, rate) || !Unsigned(node, "channels", 8, channels) ||
             !Unsigned(node, "channel_mask", 0xFFFFFFFFu, mask) || !Unsigned(node, "keep_seconds", 3600, keep) ||
-            !Boolean(node, "extensible", spec.extensible))
+            !Boolean(node, "extensible", endpointSpec.extensible))
             return false;
-        spec.rate = static_cast<uint32_t>(rate);
-        spec.channels = static_cast<uint16_t>(channels);
-        spec.channelMask = static_cast<uint32_t>(mask);
-        spec.keepSeconds = static_cast<uint32_t>(keep);
+        endpointSpec.rate = static_cast<uint32_t>(rate);
+        endpointSpec.channels = static_cast<uint16_t>(channels);
+        endpointSpec.channelMask = static_cast<uint32_t>(mask);
+        endpointSpec.keepSeconds = static_cast<uint32_t>(keep);
         const std::string format = node.attribute("format").as_string("float32");
         if (format == "float32")
-            spec.format = zqvm::SampleFormat::Float32;
+            endpointSpec.format = zqvm::SampleFormat::Float32;
         else if (format == "int16")
-            spec.format = zqvm::SampleFormat::Int16;
+            endpointSpec.format = zqvm::SampleFormat::Int16;
         else if (format == "int24")
-            spec.format = zqvm::SampleFormat::Int24;
+            endpointSpec.format = zqvm::SampleFormat::Int24;
         else if (format == "int32")
-            spec.format = zqvm::SampleFormat::Int32;
+            endpointSpec.format = zqvm::SampleFormat::Int32;
         else
             return Fail(node, "format must be float32, int16, int24 or int32");
         const std::string state = node.attribute("state").as_string("active");
         if (state == "active")
-            spec.state = DEVICE_STATE_ACTIVE;
+            endpointSpec.state = DEVICE_STATE_ACTIVE;
         else if (state == "disabled")
-            spec.state = DEVICE_STATE_DISABLED;
+            endpointSpec.state = DEVICE_STATE_DISABLED;
         else if (state == "notpresent")
-            spec.state = DEVICE_STATE_NOTPRESENT;
+            endpointSpec.state = DEVICE_STATE_NOTPRESENT;
         else if (state == "unplugged")
-            spec.state = DEVICE_STATE_UNPLUGGED;
+            endpointSpec.state = DEVICE_STATE_UNPLUGGED;
         else
             return Fail(node, "state must be active, disabled, notpresent or unplugged");
-        if (!Roles(node, spec.defaultFor)) return false;
+        if (!Roles(node, endpointSpec.defaultFor)) return false;
 
         if (const pugi::xml_node source = node.child("source")) {
-            if (spec.flow != eCapture) return Fail(source, "only capture endpoints have a <source>");
-            if (!Source(source, spec.source)) return false;
+            if (endpointSpec.flow != eCapture) return Fail(source, "only capture endpoints have a <source>");
+            if (!Source(source, endpointSpec.source)) return false;
         }
         if (const pugi::xml_node sink = node.child("sink")) {
-            if (spec.flow != eRender) return Fail(sink, "only render endpoints have a <sink>");
+            if (endpointSpec.flow != eRender) return Fail(sink, "only render endpoints have a <sink>");
             if (!OnlyKnownAttributes(sink, {"wav"})) return false;
-            spec.renderWavPath = Path(sink.attribute("wav").value());
+            endpointSpec.renderWavPath = Path(sink.attribute("wav").value());
         }
         return true;
     }

@@ -34,7 +34,7 @@ private:
 
 enum class Length { None, Short, Char, Long, LongLong, Size, IntMax, PtrDiff, Wide, LongDouble };
 
-struct Spec {
+struct Conversion {
     bool leftAlign = false;
     char flags[8] = {};
     int flagCount = 0;
@@ -57,66 +57,66 @@ int ReadNumber(const wchar_t*& p) {
     return static_cast<int>(value);
 }
 
-bool ParseSpec(const wchar_t*& p, Spec& spec, va_list& args) {
+bool ParseConversion(const wchar_t*& p, Conversion& conv, va_list& args) {
     for (;; ++p) {
-        if (*p == L'-') spec.leftAlign = true;
+        if (*p == L'-') conv.leftAlign = true;
         else if (*p == L'+' || *p == L' ' || *p == L'#' || *p == L'0') {
-            if (spec.flagCount < 6) spec.flags[spec.flagCount++] = static_cast<char>(*p);
+            if (conv.flagCount < 6) conv.flags[conv.flagCount++] = static_cast<char>(*p);
         } else break;
     }
     if (*p == L'*') {
         int w = va_arg(args, int);
         if (w < 0) {
-            spec.leftAlign = true;
+            conv.leftAlign = true;
             w = w == INT_MIN ? kMaxField : -w;
         }
-        spec.width = w > kMaxField ? kMaxField : w;
+        conv.width = w > kMaxField ? kMaxField : w;
         ++p;
     } else if (*p >= L'0' && *p <= L'9') {
-        spec.width = ReadNumber(p);
+        conv.width = ReadNumber(p);
     }
     if (*p == L'.') {
         ++p;
         if (*p == L'*') {
             int prec = va_arg(args, int);
-            spec.precision = prec < 0 ? -1 : (prec > kMaxField ? kMaxField : prec);
+            conv.precision = prec < 0 ? -1 : (prec > kMaxField ? kMaxField : prec);
             ++p;
         } else {
-            spec.precision = ReadNumber(p);
+            conv.precision = ReadNumber(p);
         }
     }
     switch (*p) {
         case L'h':
             ++p;
-            spec.length = Length::Short;
-            if (*p == L'h') { spec.length = Length::Char; ++p; }
+            conv.length = Length::Short;
+            if (*p == L'h') { conv.length = Length::Char; ++p; }
             break;
         case L'l':
             ++p;
-            spec.length = Length::Long;
-            if (*p == L'l') { spec.length = Length::LongLong; ++p; }
+            conv.length = Length::Long;
+            if (*p == L'l') { conv.length = Length::LongLong; ++p; }
             break;
-        case L'w': ++p; spec.length = Length::Wide; break;
-        case L'L': ++p; spec.length = Length::LongDouble; break;
-        case L'j': ++p; spec.length = Length::IntMax; break;
-        case L'z': ++p; spec.length = Length::Size; break;
-        case L't': ++p; spec.length = Length::PtrDiff; break;
+        case L'w': ++p; conv.length = Length::Wide; break;
+        case L'L': ++p; conv.length = Length::LongDouble; break;
+        case L'j': ++p; conv.length = Length::IntMax; break;
+        case L'z': ++p; conv.length = Length::Size; break;
+        case L't': ++p; conv.length = Length::PtrDiff; break;
         case L'I':
             ++p;
-            if (p[0] == L'6' && p[1] == L'4') { spec.length = Length::LongLong; p += 2; }
-            else if (p[0] == L'3' && p[1] == L'2') { spec.length = Length::None; p += 2; }
-            else spec.length = Length::Size;
+            if (p[0] == L'6' && p[1] == L'4') { conv.length = Length::LongLong; p += 2; }
+            else if (p[0] == L'3' && p[1] == L'2') { conv.length = Length::None; p += 2; }
+            else conv.length = Length::Size;
             break;
         default: break;
     }
-    spec.conversion = *p;
+    conv.conversion = *p;
     if (*p != L'\0') ++p;
     return true;
 }
 
-void Pad(Sink& sink, const Spec& spec, long long contentLength, bool before) {
-    if (spec.width <= contentLength || spec.leftAlign == before) return;
-    sink.Repeat(L' ', spec.width - contentLength);
+void Pad(Sink& sink, const Conversion& conv, long long contentLength, bool before) {
+    if (conv.width <= contentLength || conv.leftAlign == before) return;
+    sink.Repeat(L' ', conv.width - contentLength);
 }
 
 // A narrow character as the Microsoft "C" locale reads it when the C library cannot.
@@ -130,18 +130,18 @@ size_t DecodeNarrow(const char* s, size_t avail, wchar_t& out, std::mbstate_t& s
     return n == 0 ? 1 : n;
 }
 
-void PutNarrowString(Sink& sink, const Spec& spec, const char* s) {
+void PutNarrowString(Sink& sink, const Conversion& conv, const char* s) {
     if (s == nullptr) s = "(null)";
     // Count the characters first so the padding can precede them.
     long long chars = 0;
     size_t len = std::strlen(s);
     std::mbstate_t state{};
-    for (size_t i = 0; i < len && (spec.precision < 0 || chars < spec.precision);) {
+    for (size_t i = 0; i < len && (conv.precision < 0 || chars < conv.precision);) {
         wchar_t ch;
         i += DecodeNarrow(s + i, len - i, ch, state);
         ++chars;
     }
-    Pad(sink, spec, chars, true);
+    Pad(sink, conv, chars, true);
     state = std::mbstate_t{};
     long long written = 0;
     for (size_t i = 0; i < len && written < chars; ++written) {
@@ -149,22 +149,22 @@ void PutNarrowString(Sink& sink, const Spec& spec, const char* s) {
         i += DecodeNarrow(s + i, len - i, ch, state);
         sink.Put(ch);
     }
-    Pad(sink, spec, chars, false);
+    Pad(sink, conv, chars, false);
 }
 
-void PutWideString(Sink& sink, const Spec& spec, const wchar_t* s) {
+void PutWideString(Sink& sink, const Conversion& conv, const wchar_t* s) {
     if (s == nullptr) s = L"(null)";
     long long len = static_cast<long long>(std::wcslen(s));
-    if (spec.precision >= 0 && spec.precision < len) len = spec.precision;
-    Pad(sink, spec, len, true);
+    if (conv.precision >= 0 && conv.precision < len) len = conv.precision;
+    Pad(sink, conv, len, true);
     for (long long i = 0; i < len; ++i) sink.Put(s[i]);
-    Pad(sink, spec, len, false);
+    Pad(sink, conv, len, false);
 }
 
-void PutChar(Sink& sink, const Spec& spec, wchar_t ch) {
-    Pad(sink, spec, 1, true);
+void PutChar(Sink& sink, const Conversion& conv, wchar_t ch) {
+    Pad(sink, conv, 1, true);
     sink.Put(ch);
-    Pad(sink, spec, 1, false);
+    Pad(sink, conv, 1, false);
 }
 
 // Numbers go through the C library's narrow formatter, one conversion at a time. The format is
@@ -172,21 +172,21 @@ void PutChar(Sink& sink, const Spec& spec, wchar_t ch) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 template <typename T>
-void PutNumber(Sink& sink, const Spec& spec, const char* lengthText, char conversion, T value) {
+void PutNumber(Sink& sink, const Conversion& conv, const char* lengthText, char conversion, T value) {
     char format[32];
     int n = 0;
     format[n++] = '%';
-    if (spec.leftAlign) format[n++] = '-';
-    for (int i = 0; i < spec.flagCount; ++i) format[n++] = spec.flags[i];
+    if (conv.leftAlign) format[n++] = '-';
+    for (int i = 0; i < conv.flagCount; ++i) format[n++] = conv.flags[i];
     format[n++] = '*';
     format[n++] = '.';
     format[n++] = '*';
     for (const char* l = lengthText; *l; ++l) format[n++] = *l;
     format[n++] = conversion;
     format[n] = '\0';
-    int width = spec.width < 0 ? 0 : spec.width;
+    int width = conv.width < 0 ? 0 : conv.width;
     char small[128];
-    int needed = std::snprintf(small, sizeof small, format, width, spec.precision, value);
+    int needed = std::snprintf(small, sizeof small, format, width, conv.precision, value);
     if (needed < 0) return;
     if (static_cast<size_t>(needed) < sizeof small) {
         for (int i = 0; i < needed; ++i) sink.Put(static_cast<unsigned char>(small[i]));
@@ -194,75 +194,75 @@ void PutNumber(Sink& sink, const Spec& spec, const char* lengthText, char conver
     }
     // Only a very wide field gets here; it is rare enough to allocate.
     std::string big(static_cast<size_t>(needed) + 1, '\0');
-    std::snprintf(big.data(), big.size(), format, width, spec.precision, value);
+    std::snprintf(big.data(), big.size(), format, width, conv.precision, value);
     for (int i = 0; i < needed; ++i) sink.Put(static_cast<unsigned char>(big[static_cast<size_t>(i)]));
 }
 #pragma GCC diagnostic pop
 
-bool PutInteger(Sink& sink, const Spec& spec, char conversion, va_list& args) {
+bool PutInteger(Sink& sink, const Conversion& conv, char conversion, va_list& args) {
     const bool isSigned = conversion == 'd' || conversion == 'i';
-    switch (spec.length) {
+    switch (conv.length) {
         case Length::LongLong:
         case Length::IntMax:
-            if (isSigned) PutNumber(sink, spec, "ll", conversion, va_arg(args, long long));
-            else PutNumber(sink, spec, "ll", conversion, va_arg(args, unsigned long long));
+            if (isSigned) PutNumber(sink, conv, "ll", conversion, va_arg(args, long long));
+            else PutNumber(sink, conv, "ll", conversion, va_arg(args, unsigned long long));
             return true;
         case Length::Size:
         case Length::PtrDiff:
-            if (isSigned) PutNumber(sink, spec, "ll", conversion, static_cast<long long>(va_arg(args, intptr_t)));
-            else PutNumber(sink, spec, "ll", conversion, static_cast<unsigned long long>(va_arg(args, uintptr_t)));
+            if (isSigned) PutNumber(sink, conv, "ll", conversion, static_cast<long long>(va_arg(args, intptr_t)));
+            else PutNumber(sink, conv, "ll", conversion, static_cast<unsigned long long>(va_arg(args, uintptr_t)));
             return true;
         case Length::Short:
-            PutNumber(sink, spec, "h", conversion, va_arg(args, int));
+            PutNumber(sink, conv, "h", conversion, va_arg(args, int));
             return true;
         case Length::Char:
-            PutNumber(sink, spec, "hh", conversion, va_arg(args, int));
+            PutNumber(sink, conv, "hh", conversion, va_arg(args, int));
             return true;
         default:
             // "%ld" is 32 bits wide on Windows, and so is every LONG the system passes.
-            if (isSigned) PutNumber(sink, spec, "", conversion, va_arg(args, int));
-            else PutNumber(sink, spec, "", conversion, va_arg(args, unsigned int));
+            if (isSigned) PutNumber(sink, conv, "", conversion, va_arg(args, int));
+            else PutNumber(sink, conv, "", conversion, va_arg(args, unsigned int));
             return true;
     }
 }
 
-bool FormatOne(Sink& sink, Spec& spec, va_list& args) {
-    const bool narrowSide = spec.length == Length::Short || spec.length == Length::Char;
-    const bool wideSide = spec.length == Length::Long || spec.length == Length::Wide;
-    switch (spec.conversion) {
+bool FormatOne(Sink& sink, Conversion& conv, va_list& args) {
+    const bool narrowSide = conv.length == Length::Short || conv.length == Length::Char;
+    const bool wideSide = conv.length == Length::Long || conv.length == Length::Wide;
+    switch (conv.conversion) {
         case L's':
-            if (narrowSide) PutNarrowString(sink, spec, va_arg(args, const char*));
-            else PutWideString(sink, spec, va_arg(args, const wchar_t*));
+            if (narrowSide) PutNarrowString(sink, conv, va_arg(args, const char*));
+            else PutWideString(sink, conv, va_arg(args, const wchar_t*));
             return true;
         case L'S':
-            if (wideSide) PutWideString(sink, spec, va_arg(args, const wchar_t*));
-            else PutNarrowString(sink, spec, va_arg(args, const char*));
+            if (wideSide) PutWideString(sink, conv, va_arg(args, const wchar_t*));
+            else PutNarrowString(sink, conv, va_arg(args, const char*));
             return true;
         case L'c':
             if (narrowSide) {
                 unsigned char byte = static_cast<unsigned char>(va_arg(args, int));
-                PutChar(sink, spec, static_cast<wchar_t>(byte));
+                PutChar(sink, conv, static_cast<wchar_t>(byte));
             } else {
-                PutChar(sink, spec, static_cast<wchar_t>(va_arg(args, int)));
+                PutChar(sink, conv, static_cast<wchar_t>(va_arg(args, int)));
             }
             return true;
         case L'C':
             if (wideSide) {
-                PutChar(sink, spec, static_cast<wchar_t>(va_arg(args, int)));
+                PutChar(sink, conv, static_cast<wchar_t>(va_arg(args, int)));
             } else {
                 unsigned char byte = static_cast<unsigned char>(va_arg(args, int));
-                PutChar(sink, spec, static_cast<wchar_t>(byte));
+                PutChar(sink, conv, static_cast<wchar_t>(byte));
             }
             return true;
         case L'd': case L'i': case L'u': case L'x': case L'X': case L'o':
-            return PutInteger(sink, spec, static_cast<char>(spec.conversion), args);
+            return PutInteger(sink, conv, static_cast<char>(conv.conversion), args);
         case L'e': case L'E': case L'f': case L'F': case L'g': case L'G': case L'a': case L'A':
             // Windows' long double is a double, so "%Lf" takes a double too.
-            PutNumber(sink, spec, "", static_cast<char>(spec.conversion), va_arg(args, double));
+            PutNumber(sink, conv, "", static_cast<char>(conv.conversion), va_arg(args, double));
             return true;
         case L'p':
-            spec.flagCount = 0;
-            PutNumber(sink, spec, "", 'p', va_arg(args, void*));
+            conv.flagCount = 0;
+            PutNumber(sink, conv, "", 'p', va_arg(args, void*));
             return true;
         default:
             return false;  // "%n", "%Z", an unknown or a missing conversion
@@ -292,9 +292,9 @@ long long FormatWide(wchar_t* out, size_t outSize, const wchar_t* format, va_lis
             sink.Put(*p++);
             continue;
         }
-        Spec spec;
-        ParseSpec(p, spec, ap);
-        if (!FormatOne(sink, spec, ap)) {
+        Conversion conv;
+        ParseConversion(p, conv, ap);
+        if (!FormatOne(sink, conv, ap)) {
             result = -1;
             break;
         }

@@ -96,7 +96,7 @@ struct EndpointSpec {
 // that has none when it is added active or becomes active; when a default endpoint leaves the
 // active state or the machine, the first active endpoint of its flow (in the order added)
 // takes over, or the role is left without a default.
-ZQPLATFORM_API std::wstring AddEndpoint(const EndpointSpec& spec, std::string* error = nullptr);
+ZQPLATFORM_API std::wstring AddEndpoint(const EndpointSpec& endpointSpec, std::string* error = nullptr);
 // OnDeviceRemoved; every object of the endpoint then returns AUDCLNT_E_DEVICE_INVALIDATED.
 ZQPLATFORM_API bool RemoveEndpoint(const std::wstring& id);
 // OnDeviceStateChanged. Leaving DEVICE_STATE_ACTIVE invalidates the endpoint's audio objects
