@@ -103,12 +103,12 @@ void CAudioRender::SwapConversion(WAVEFORMATEX*& mixFormat, SwrContext*& resampl
         return;
     }
     Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-    const WORD oldBlockAlign = m_pRenderMixFormat != nullptr ? m_pRenderMixFormat->nBlockAlign : 0;
+    const bool bWithdrawn = m_pRenderMixFormat != nullptr && mixFormat == nullptr;
     std::swap(m_pRenderMixFormat, mixFormat);
     std::swap(m_pResamplerContext, resampler);
-    // Frames queued for a device of another frame size would play as noise on the new one.
-    const WORD newBlockAlign = m_pRenderMixFormat != nullptr ? m_pRenderMixFormat->nBlockAlign : 0;
-    if (oldBlockAlign != 0 && newBlockAlign != 0 && oldBlockAlign != newBlockAlign) {
+    // What is queued was converted for the device that goes now: played on the next one (of
+    // another frame size or sample format) it would be noise, so it goes with its device.
+    if (bWithdrawn) {
         BYTE scrap[4096];
         while (capture->m_pSyncHost->Read(scrap, sizeof scrap) != 0) {
         }

@@ -25,11 +25,7 @@ ActionResult Perform(const ScheduledAction& action, HostSession& session, Simula
             std::string which = serial;
             const auto& listed = session.Devices().microphones;
             if (which.empty() && !listed.empty()) which = listed.front().serial;
-            std::optional<std::pair<uint8_t, uint8_t>> versions;
-            for (const MicrophoneInfo& m : listed) {
-                if (m.serial == which) versions = std::make_pair(static_cast<uint8_t>(m.api), static_cast<uint8_t>(m.fw));
-            }
-            result.ok = microphone.Unplug(which, versions, &error);
+            result.ok = microphone.Unplug(which, &error);
             result.text = result.ok ? "unplugged " + microphone.Serial() : error;
             break;
         }

@@ -133,7 +133,11 @@ void HostSession::OnMessage(UINT message, WPARAM wParam, LPARAM lParam) {
 
 void HostSession::Pump(DWORD ms) {
     zqvm::PumpUntil([this] { return HasWork(); }, ms);
-    if (HasWork()) DoWork();
+    if (!HasWork()) return;
+    // Messages of the same change that are queued already (one WM_AUDIO_RENDER_CHANGED per
+    // role) ask for the same work: handled first, they make one rebuild.
+    zqvm::PumpPending();
+    DoWork();
 }
 
 bool HostSession::Settle(DWORD timeoutMs) {

@@ -7,8 +7,6 @@
 // thread and tells the host by window message. Host's thread only; COM initialised on it.
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 
 #include "zqCoreAudio.h"
@@ -18,10 +16,9 @@ namespace zqhost {
 
 class SimulatedMicrophone {
 public:
-    // Unplugs the bridge with that serial number (empty: the first bridge listed). The version
-    // reply is not readable from outside the bridge: versions, when known (from the library's
-    // record), make the reply it gives when plugged in again; otherwise the usual reply.
-    bool Unplug(const std::string& serial, std::optional<std::pair<uint8_t, uint8_t>> versions, std::string* error);
+    // Unplugs the bridge with that serial number (empty: the first bridge listed); plugging in
+    // again adds the same bridge, with the same strings, firmware and container.
+    bool Unplug(const std::string& serial, std::string* error);
     bool Replug(std::string* error);
     bool IsUnplugged() const { return m_unplugged; }
     const std::string& Serial() const { return m_serial; }

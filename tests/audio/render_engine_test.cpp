@@ -131,6 +131,22 @@ TEST_F(RenderEngine, MuteHandsBuffersOverSilentWhileTheQueueDrainsAlike) {
     EXPECT_TRUE(core->IsRenderMute());
 }
 
+// Frames queued for one device are in its format: a device of another format must not play
+// them, so they go when their device goes; the next device gets only what is queued for it.
+TEST_F(RenderEngine, FramesQueuedForTheOldDeviceGoWithIt) {
+    InitWith(48000);
+    const std::wstring headset = AddRender(44100, 2, zqvm::SampleFormat::Int16, L"Headset", false);
+    Queue(700);
+    ASSERT_EQ(QueuedFrames(), 700u);
+    ASSERT_TRUE(core->SetRenderDevice(Device(headset)));
+    EXPECT_EQ(QueuedFrames(), 0u);
+    Queue(100);
+    render->StartRender();
+    speaker = headset;
+    RenderPeriod(1);
+    EXPECT_EQ(QueuedFrames(), 0u);  // played by the headset
+}
+
 TEST_F(RenderEngine, StartAndStopRules) {
     InitWith(48000);
     recorder->Clear();

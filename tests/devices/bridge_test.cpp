@@ -123,7 +123,7 @@ TEST(BridgeText, StopsAtTheFirstNulOrTheEndOfTheBuffer) {
 
 TEST_F(Bridges, RemovingABridgeMovesTheLaterOnesDownAndBreaksItsOpenHandle) {
     const zqvm::BridgeId first = zqvm::AddBridge(Bridge("KESTRAVON", "KV-1 USB", "SN-A"));
-    zqvm::AddBridge(Bridge("KESTRAVON", "KV-1 USB", "SN-B"));
+    const zqvm::BridgeId last = zqvm::AddBridge(Bridge("KESTRAVON", "KV-1 USB", "SN-B"));
     HID_UART_DEVICE device = nullptr;
     ASSERT_EQ(HidUart_Open(&device, 0, 0, 0), HID_UART_SUCCESS);
     HID_UART_DEVICE second = nullptr;
@@ -134,6 +134,10 @@ TEST_F(Bridges, RemovingABridgeMovesTheLaterOnesDownAndBreaksItsOpenHandle) {
     CStringW text;
     ReadBridgeString(0, HID_UART_GET_SERIAL_STR, text);
     EXPECT_EQ(text, L"SN-B");
+    const std::vector<zqvm::PresentBridge> present = zqvm::PresentBridges();
+    ASSERT_EQ(present.size(), 1u);
+    EXPECT_EQ(present[0].id, last);
+    EXPECT_EQ(present[0].description.serial.bytes, "SN-B");
 
     BYTE query = 0x03;
     DWORD written = 0;

@@ -7,11 +7,6 @@
 namespace zqhosttest {
 namespace {
 
-#define ASSERT_SUMMARY(result)                                                                     \
-    ASSERT_FALSE((result).run.timedOut) << "zqmonitor did not finish\n" << (result).run.err;       \
-    ASSERT_EQ((result).run.exitCode, 0) << (result).run.err;                                       \
-    ASSERT_TRUE((result).json.has_value()) << (result).parseError << "\n" << (result).run.out
-
 // The messages of the log with that name, in the order the host received them.
 std::vector<JsonValue> MessagesNamed(const JsonValue& summary, const std::string& name) {
     std::vector<JsonValue> found;
@@ -23,9 +18,9 @@ std::vector<JsonValue> MessagesNamed(const JsonValue& summary, const std::string
 
 TEST(HostMessages, UnplugAndReplugTheMicrophone) {
     TestFolder folder;
-    MachineSpec spec;
-    spec.serial = "KV1-PLUG-0007";
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 2.5, {"--unplug-at", "0.6", "--replug-at", "1.4"});
+    MachineSpec endpointSpec;
+    endpointSpec.serial = "KV1-PLUG-0007";
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 2.5, {"--unplug-at", "0.6", "--replug-at", "1.4"});
     ASSERT_SUMMARY(result);
     const JsonValue& summary = *result.json;
     for (const JsonValue& action : summary["actions"].Items()) {
@@ -61,7 +56,7 @@ TEST(HostMessages, UnplugAndReplugTheMicrophone) {
     ASSERT_EQ(mics.size(), 1u);
     EXPECT_EQ(mics[0]["serial"].String(), "KV1-PLUG-0007");
     EXPECT_EQ(mics[0]["fw"].Number(), 0x12);
-    EXPECT_EQ(mics[0]["endpoint_name"].String(), spec.microphoneName);
+    EXPECT_EQ(mics[0]["endpoint_name"].String(), endpointSpec.microphoneName);
     EXPECT_EQ(summary["capture_devices"].size(), 1u);
 }
 
@@ -74,6 +69,40 @@ TEST(HostMessages, UnpluggedMicrophoneStaysAway) {
     EXPECT_FALSE(summary["messages"]["WM_AUDIO_DEVICE_CHANGED"]["by_wparam"].Has("0")) << result.run.out;
     EXPECT_EQ(summary["microphones"].size(), 0u);
     EXPECT_EQ(summary["capture_devices"].size(), 0u);
+}
+
+// With two microphones, --mic chooses which one is pulled: its bridge and its endpoint go, the
+// other stays listed and is the one captured from after the Refresh.
+TEST(HostMessages, UnplugsTheMicrophoneNamed) {
+    TestFolder folder;
+    const std::string machine = R"xml(<machine>
+  <bridge product="KV-1 USB Microphone" serial="KV1-FIRST-0001" container="{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}"/>
+  <bridge product="KV-1 USB Microphone" serial="KV1-SECOND-0002" container="{0D6F3A22-8B17-4E5C-A1D9-7C3B2E9F4A60}"/>
+  <endpoint flow="capture" name="Microphone (first)" container="{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}"
+            rate="48000" channels="1" format="int16" default="all">
+    <source kind="tone" frequency="1000" level_dbfs="-6"/>
+  </endpoint>
+  <endpoint flow="capture" name="Microphone (second)" container="{0D6F3A22-8B17-4E5C-A1D9-7C3B2E9F4A60}"
+            rate="48000" channels="1" format="int16">
+    <source kind="tone" frequency="1000" level_dbfs="-6"/>
+  </endpoint>
+  <endpoint flow="render" name="Speakers (Virtual Audio)" rate="48000" channels="2" format="float32" default="all"/>
+</machine>
+)xml";
+    const SummaryRun result = RunSummary(folder, machine, 1.5, {"--mic", "KV1-FIRST-0001", "--unplug-at", "0.5"});
+    ASSERT_SUMMARY(result);
+    const JsonValue& summary = *result.json;
+    const std::vector<JsonValue> device = MessagesNamed(summary, "WM_AUDIO_DEVICE_CHANGED");
+    ASSERT_EQ(device.size(), 1u) << result.run.out;
+    EXPECT_EQ(device[0]["wparam"].Number(), 1);
+    EXPECT_EQ(device[0]["serial"].String(), "KV1-FIRST-0001");
+    const JsonValue& mics = summary["microphones"];
+    ASSERT_EQ(mics.size(), 1u) << result.run.out;
+    EXPECT_EQ(mics[0]["serial"].String(), "KV1-SECOND-0002");
+    EXPECT_EQ(mics[0]["endpoint_name"].String(), "Microphone (second)");
+    const JsonValue& capture = summary["capture_devices"];
+    ASSERT_EQ(capture.size(), 1u);
+    EXPECT_EQ(capture[0]["name"].String(), "Microphone (second)");
 }
 
 TEST(HostMessages, VolumeSetByTheSystemMixerIsShown) {
@@ -90,9 +119,9 @@ TEST(HostMessages, VolumeSetByTheSystemMixerIsShown) {
 
 TEST(HostMessages, NewDefaultSpeakerRebuildsTheRenderSide) {
     TestFolder folder;
-    MachineSpec spec;
-    spec.renderNames = {"Speakers (First)", "Headphones (Second)"};
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.5, {"--switch-render-at", "0.5"});
+    MachineSpec endpointSpec;
+    endpointSpec.renderNames = {"Speakers (First)", "Headphones (Second)"};
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.5, {"--switch-render-at", "0.5"});
     ASSERT_SUMMARY(result);
     const JsonValue& summary = *result.json;
     // One message per role whose default changed; the host rebuilds once for those it has.
@@ -102,6 +131,31 @@ TEST(HostMessages, NewDefaultSpeakerRebuildsTheRenderSide) {
     EXPECT_TRUE(rebuilt) << result.run.out;
     EXPECT_TRUE(summary["settings"]["started"].Bool());
     EXPECT_GT(summary["levels"]["render_dbfs"].Number(), -60.0);
+}
+
+// Monitoring goes on in each new speaker's own mix format (to the 48 kHz float headset and back
+// to the 44.1 kHz 16-bit speakers): what the speakers are given stays the microphone's tone
+// (-6 dBFS at the microphone, the render session at half volume), with no frames queued in the
+// old format played as the new one.
+TEST(HostMessages, SpeakerOfAnotherFormatGetsTheToneAfterTheSwitch) {
+    TestFolder folder;
+    const std::string machine = R"xml(<machine>
+  <bridge product="KV-1 USB Microphone" serial="KV1-2024-0001" container="{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}"/>
+  <endpoint flow="capture" name="Microphone (KV-1 USB Microphone)" container="{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}"
+            rate="48000" channels="1" format="int16" default="all">
+    <source kind="tone" frequency="1000" level_dbfs="-6"/>
+  </endpoint>
+  <endpoint flow="render" name="Speakers (44.1 kHz)" rate="44100" channels="2" format="int16" default="all"/>
+  <endpoint flow="render" name="Headset (48 kHz)" rate="48000" channels="2" format="float32"/>
+</machine>
+)xml";
+    const SummaryRun result =
+        RunSummary(folder, machine, 1.5, {"--switch-render-at", "0.5", "--switch-render-at", "1.0"});
+    ASSERT_SUMMARY(result);
+    const JsonValue& summary = *result.json;
+    ASSERT_GE(summary["messages"]["WM_AUDIO_RENDER_CHANGED"]["count"].Number(), 1) << result.run.out;
+    EXPECT_GT(summary["levels"]["render_dbfs"].Number(), -60.0) << "nothing reached the speakers";
+    EXPECT_LT(summary["levels"]["render_dbfs"].Number(), -6.0) << "the speakers were given more than the tone";
 }
 
 }  // namespace

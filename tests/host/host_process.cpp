@@ -95,28 +95,24 @@ std::string TestFolder::Write(const std::string& name, const std::string& text) 
     return path;
 }
 
-std::string MachineXml(const MachineSpec& spec) {
+std::string MachineXml(const MachineSpec& endpointSpec) {
     const char* container = "{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}";
     std::ostringstream xml;
     xml << "<machine>\n"
-        << "  <bridge product=\"" << spec.product << "\" serial=\"" << spec.serial << "\" container=\"" << container
-        << "\" version_reply=\"" << spec.versionReply << "\"/>\n"
-        << "  <endpoint flow=\"capture\" name=\"" << spec.microphoneName << "\" container=\"" << container
+        << "  <bridge product=\"" << endpointSpec.product << "\" serial=\"" << endpointSpec.serial << "\" container=\"" << container
+        << "\" version_reply=\"" << endpointSpec.versionReply << "\"/>\n"
+        << "  <endpoint flow=\"capture\" name=\"" << endpointSpec.microphoneName << "\" container=\"" << container
         << "\" rate=\"48000\" channels=\"1\" format=\"int16\" default=\"all\">\n"
-        << "    <source kind=\"tone\" frequency=\"" << spec.toneHz << "\" level_dbfs=\"" << spec.toneDbfs << "\"/>\n"
+        << "    <source kind=\"tone\" frequency=\"" << endpointSpec.toneHz << "\" level_dbfs=\"" << endpointSpec.toneDbfs << "\"/>\n"
         << "  </endpoint>\n";
-    for (size_t i = 0; i < spec.renderNames.size(); ++i) {
-        xml << "  <endpoint flow=\"render\" name=\"" << spec.renderNames[i] << "\" rate=\"" << spec.renderRate
-            << "\" channels=\"2\" format=\"" << spec.renderFormat << "\"" << (i == 0 ? " default=\"all\"" : "")
+    for (size_t i = 0; i < endpointSpec.renderNames.size(); ++i) {
+        xml << "  <endpoint flow=\"render\" name=\"" << endpointSpec.renderNames[i] << "\" rate=\"" << endpointSpec.renderRate
+            << "\" channels=\"2\" format=\"" << endpointSpec.renderFormat << "\"" << (i == 0 ? " default=\"all\"" : "")
             << "/>\n";
     }
     xml << "</machine>\n";
     return xml.str();
 }
-
-}  // namespace zqhosttest
-
-namespace zqhosttest {
 
 SummaryRun RunSummary(const TestFolder& folder, const std::string& machineXml, double seconds,
                       const std::vector<std::string>& extraArgs) {

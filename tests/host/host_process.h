@@ -1,14 +1,17 @@
-// Runs the built zqmonitor as a child process with a bounded wait, and writes the machine
-// descriptions the tests run it on.
+// Runs the built zqmonitor as a child process with a bounded wait, writes the machine
+// descriptions the tests run it on, and reads the JSON summary it prints.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "json_value.h"
 
 namespace zqhosttest {
 
 struct HostRun {
-    int exitCode = -1;     // the process's exit status; -1 when it did not exit normally
+    int exitCode = -1;      // the process's exit status; -1 when it did not exit normally
     bool timedOut = false;  // killed after the time limit
     std::string out;        // standard output
     std::string err;        // standard error
@@ -46,13 +49,7 @@ struct MachineSpec {
     unsigned renderRate = 48000;
     std::string renderFormat = "float32";
 };
-std::string MachineXml(const MachineSpec& spec);
-
-}  // namespace zqhosttest
-
-#include "json_value.h"
-
-namespace zqhosttest {
+std::string MachineXml(const MachineSpec& endpointSpec);
 
 // A run of zqmonitor --seconds N --json on a machine description written to the folder, with
 // its log in the folder too; json is set when the output was one JSON value.
@@ -65,3 +62,10 @@ SummaryRun RunSummary(const TestFolder& folder, const std::string& machineXml, d
                       const std::vector<std::string>& extraArgs = {});
 
 }  // namespace zqhosttest
+
+// The run finished, exited 0 and printed one JSON value; otherwise the test stops with what
+// the host said.
+#define ASSERT_SUMMARY(result)                                                                 \
+    ASSERT_FALSE((result).run.timedOut) << "zqmonitor did not finish\n" << (result).run.err;   \
+    ASSERT_EQ((result).run.exitCode, 0) << (result).run.err;                                   \
+    ASSERT_TRUE((result).json.has_value()) << (result).parseError << "\n" << (result).run.out

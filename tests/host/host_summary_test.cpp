@@ -11,17 +11,11 @@ namespace {
 
 constexpr double kBinHz = 48000.0 / 4096.0;  // the analyzer's bin spacing
 
-// The run and its summary are usable; otherwise the assertion says what the host said.
-#define ASSERT_SUMMARY(result)                                                                     \
-    ASSERT_FALSE((result).run.timedOut) << "zqmonitor did not finish\n" << (result).run.err;       \
-    ASSERT_EQ((result).run.exitCode, 0) << (result).run.err;                                       \
-    ASSERT_TRUE((result).json.has_value()) << (result).parseError << "\n" << (result).run.out
-
 TEST(HostSummary, ListsTheMicrophoneWithItsVersionsAndFriendlyName) {
     TestFolder folder;
-    MachineSpec spec;
-    spec.serial = "KV1-TEST-0042";
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.0);
+    MachineSpec endpointSpec;
+    endpointSpec.serial = "KV1-TEST-0042";
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.0);
     ASSERT_SUMMARY(result);
     const JsonValue& mics = (*result.json)["microphones"];
     ASSERT_EQ(mics.size(), 1u) << result.run.out;
@@ -31,19 +25,19 @@ TEST(HostSummary, ListsTheMicrophoneWithItsVersionsAndFriendlyName) {
     EXPECT_EQ(mics[0]["api"].Number(), 5);
     EXPECT_EQ(mics[0]["fw"].Number(), 0x12);
     EXPECT_EQ(mics[0]["friendly_name"].String(), "KV-1");  // host/config.xml: (5, 0x12, KV-1 USB Microphone)
-    EXPECT_EQ(mics[0]["endpoint_name"].String(), spec.microphoneName);
+    EXPECT_EQ(mics[0]["endpoint_name"].String(), endpointSpec.microphoneName);
 
     const JsonValue& capture = (*result.json)["capture_devices"];
     ASSERT_EQ(capture.size(), 1u);
-    EXPECT_EQ(capture[0]["name"].String(), spec.microphoneName);
+    EXPECT_EQ(capture[0]["name"].String(), endpointSpec.microphoneName);
     EXPECT_EQ(capture[0]["serial"].String(), "KV1-TEST-0042");
 }
 
 TEST(HostSummary, FirmwareVersionChoosesTheFriendlyName) {
     TestFolder folder;
-    MachineSpec spec;
-    spec.versionReply = "AA 05 13";
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.0);
+    MachineSpec endpointSpec;
+    endpointSpec.versionReply = "AA 05 13";
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.0);
     ASSERT_SUMMARY(result);
     const JsonValue& mics = (*result.json)["microphones"];
     ASSERT_EQ(mics.size(), 1u) << result.run.out;
@@ -54,9 +48,9 @@ TEST(HostSummary, FirmwareVersionChoosesTheFriendlyName) {
 
 TEST(HostSummary, ProductOutsideTheTableIsNotListed) {
     TestFolder folder;
-    MachineSpec spec;
-    spec.product = "Some Other Microphone";
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.0);
+    MachineSpec endpointSpec;
+    endpointSpec.product = "Some Other Microphone";
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.0);
     ASSERT_SUMMARY(result);
     EXPECT_EQ((*result.json)["microphones"].size(), 0u) << result.run.out;
     EXPECT_EQ((*result.json)["capture_devices"].size(), 0u) << result.run.out;
@@ -64,9 +58,9 @@ TEST(HostSummary, ProductOutsideTheTableIsNotListed) {
 
 TEST(HostSummary, RenderListStartsWithDefaultThenTheEndpointsInOrder) {
     TestFolder folder;
-    MachineSpec spec;
-    spec.renderNames = {"Speakers (First)", "Headphones (Second)"};
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.0);
+    MachineSpec endpointSpec;
+    endpointSpec.renderNames = {"Speakers (First)", "Headphones (Second)"};
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.0);
     ASSERT_SUMMARY(result);
     const JsonValue& render = (*result.json)["render_devices"];
     ASSERT_EQ(render.size(), 3u) << result.run.out;
@@ -79,15 +73,15 @@ class HostTone : public ::testing::TestWithParam<double> {};
 
 TEST_P(HostTone, StrongestInputBinIsTheToneAndTheMeterItsLevel) {
     TestFolder folder;
-    MachineSpec spec;
-    spec.toneHz = GetParam();
-    spec.toneDbfs = -6.0;
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.5);
+    MachineSpec endpointSpec;
+    endpointSpec.toneHz = GetParam();
+    endpointSpec.toneDbfs = -6.0;
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.5);
     ASSERT_SUMMARY(result);
     const JsonValue& input = (*result.json)["spectrum"]["input"];
     ASSERT_FALSE(input["hz"].IsNull()) << "the input spectrum is silent\n" << result.run.out;
-    EXPECT_NEAR(input["hz"].Number(), spec.toneHz, kBinHz) << result.run.out;
-    EXPECT_NEAR(input["bin"].Number(), spec.toneHz / kBinHz, 1.0);
+    EXPECT_NEAR(input["hz"].Number(), endpointSpec.toneHz, kBinHz) << result.run.out;
+    EXPECT_NEAR(input["bin"].Number(), endpointSpec.toneHz / kBinHz, 1.0);
     // The capture meter's peak of a -6 dBFS tone, and streams that ran.
     EXPECT_NEAR((*result.json)["levels"]["capture_dbfs"].Number(), -6.0, 0.5) << result.run.out;
     EXPECT_GT((*result.json)["levels"]["render_dbfs"].Number(), -60.0) << "nothing reached the speaker";

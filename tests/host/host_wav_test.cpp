@@ -7,11 +7,6 @@
 namespace zqhosttest {
 namespace {
 
-#define ASSERT_SUMMARY(result)                                                                     \
-    ASSERT_FALSE((result).run.timedOut) << "zqmonitor did not finish\n" << (result).run.err;       \
-    ASSERT_EQ((result).run.exitCode, 0) << (result).run.err;                                       \
-    ASSERT_TRUE((result).json.has_value()) << (result).parseError << "\n" << (result).run.out
-
 // The last half second of the recording: the streams are running by then.
 void ExpectTone(const WavContent& wav, double hz) {
     ASSERT_TRUE(wav.ok);
@@ -24,10 +19,10 @@ void ExpectTone(const WavContent& wav, double hz) {
 
 TEST(HostWav, OutputHoldsTheMicrophonesTone) {
     TestFolder folder;
-    MachineSpec spec;
-    spec.toneHz = 1000.0;
+    MachineSpec endpointSpec;
+    endpointSpec.toneHz = 1000.0;
     const std::string output = folder.Path("speaker.wav");
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.5, {"--output", output});
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.5, {"--output", output});
     ASSERT_SUMMARY(result);
     const WavContent wav = ReadWav(output);
     ASSERT_TRUE(wav.ok) << "cannot read " << output;
@@ -38,12 +33,12 @@ TEST(HostWav, OutputHoldsTheMicrophonesTone) {
 
 TEST(HostWav, OutputAtTheSpeakersOwnRate) {
     TestFolder folder;
-    MachineSpec spec;
-    spec.toneHz = 1000.0;
-    spec.renderRate = 44100;
-    spec.renderFormat = "int16";
+    MachineSpec endpointSpec;
+    endpointSpec.toneHz = 1000.0;
+    endpointSpec.renderRate = 44100;
+    endpointSpec.renderFormat = "int16";
     const std::string output = folder.Path("speaker.wav");
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.5, {"--output", output});
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.5, {"--output", output});
     ASSERT_SUMMARY(result);
     const WavContent wav = ReadWav(output);
     EXPECT_EQ(wav.rate, 44100);
@@ -55,9 +50,9 @@ TEST(HostWav, InputFileReplacesTheMachinesSource) {
     const std::string input = folder.Path("input.wav");
     ASSERT_TRUE(WriteToneWav(input, 48000, 3000.0, 0.5, 1.0));
     const std::string output = folder.Path("speaker.wav");
-    MachineSpec spec;
-    spec.toneHz = 1000.0;  // what the machine would play without --input
-    const SummaryRun result = RunSummary(folder, MachineXml(spec), 1.5, {"--input", input, "--output", output});
+    MachineSpec endpointSpec;
+    endpointSpec.toneHz = 1000.0;  // what the machine would play without --input
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.5, {"--input", input, "--output", output});
     ASSERT_SUMMARY(result);
     EXPECT_NEAR((*result.json)["spectrum"]["input"]["hz"].Number(), 3000.0, 48000.0 / 4096.0) << result.run.out;
     ExpectTone(ReadWav(output), 3000.0);

@@ -431,6 +431,15 @@ void RemoveAllBridges() {
     b.changed.notify_all();
 }
 
+std::vector<PresentBridge> PresentBridges() {
+    Bridges& b = TheBridges();
+    std::lock_guard<std::mutex> lock(b.mutex);
+    std::vector<PresentBridge> out;
+    out.reserve(b.present.size());
+    for (const auto& bridge : b.present) out.push_back({bridge->id, bridge->description});
+    return out;
+}
+
 bool ChangeBridge(BridgeId id, const BridgeDescription& description) {
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);

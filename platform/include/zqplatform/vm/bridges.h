@@ -70,6 +70,13 @@ ZQPLATFORM_API BridgeId AddBridge(const BridgeDescription& description);
 // HID_UART_DEVICE_IO_FAILED but HidUart_Close, which frees it.
 ZQPLATFORM_API bool RemoveBridge(BridgeId id);
 ZQPLATFORM_API void RemoveAllBridges();
+// The present bridges in listing order (as HidUart_GetNumDevices counts them), each with its
+// identifier and its description as last added or changed.
+struct PresentBridge {
+    BridgeId id = 0;
+    BridgeDescription description;
+};
+ZQPLATFORM_API std::vector<PresentBridge> PresentBridges();
 // Replaces the description of a present bridge (strings, firmware, failures); an open handle
 // stays open. False for an unknown bridge.
 ZQPLATFORM_API bool ChangeBridge(BridgeId id, const BridgeDescription& description);
