@@ -4,7 +4,6 @@
 #include <new>
 
 #include "devices/EndpointProperties.h"
-
 #include "zqCoreAudio.h"
 
 // {2715279F-4139-4BA0-9CB1-B351F1B58A4A}
