@@ -2,37 +2,12 @@
 
 #include <cstdint>
 
+#include "zqCoreAudio.h"
+
 namespace zqhost {
 
-std::string Utf8(const wchar_t* text) {
-    std::string out;
-    if (text == nullptr) return out;
-    for (; *text != L'\0'; ++text) {
-        uint32_t c = static_cast<uint32_t>(*text);
-        // Surrogate pairs, should a 16-bit text ever reach here.
-        if (c >= 0xD800 && c <= 0xDBFF && text[1] >= 0xDC00 && text[1] <= 0xDFFF) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<uint32_t>(text[1]) - 0xDC00);
-            ++text;
-        }
-        if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
+// The framework's own encoder: characters that are not Unicode scalar values become U+FFFD.
+std::string Utf8(const wchar_t* text) { return text == nullptr ? std::string() : CStringW(text).ToUtf8(); }
 
 std::wstring Wide(const std::string& utf8) {
     std::wstring out;
