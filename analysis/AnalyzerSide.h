@@ -2,13 +2,12 @@
 // steps are written once for both sides.
 #pragma once
 
-#include "AudioAnalyzer.h"
-
-class CAudioCapture;
+#include "analysis/AudioAnalyzer.h"
+#include "audio/AudioCapture.h"
 
 struct CAudioAnalyzer::Side {
     bool bOutput;                                    // the output side differs in the hold view
-    CAudioSharedMem CAudioCapture::*pFeed;           // m_AudioSharedCapture or m_AudioSharedRender
+    CAudioCapture::Feed feed;                        // the capture engine's feed of this side
     std::span<float> samples;
     CPeakHistory& dataPeak;
     std::span<float> windowed;

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "AnalyzerSide.h"
-#include "SpectrumMath.h"
+#include "analysis/AnalyzerSide.h"
+#include "analysis/SpectrumMath.h"
 #include "audio/AudioCapture.h"
 #include "zqCoreAudio.h"
 
@@ -16,7 +16,7 @@ static_assert(std::atomic<float>::is_always_lock_free, "the shared arrays must b
 }  // namespace
 
 CAudioAnalyzer::Side CAudioAnalyzer::InputSide() {
-    return Side{false,           &CAudioCapture::m_AudioSharedCapture,
+    return Side{false,           CAudioCapture::Feed::Input,
                 m_vecSamplesIn,  m_vecDataPeakIn,
                 m_vecWindowedIn, m_vecReIn,
                 m_vecImIn,       m_vecPowerIn,
@@ -27,7 +27,7 @@ CAudioAnalyzer::Side CAudioAnalyzer::InputSide() {
 }
 
 CAudioAnalyzer::Side CAudioAnalyzer::OutputSide() {
-    return Side{true,             &CAudioCapture::m_AudioSharedRender,
+    return Side{true,             CAudioCapture::Feed::Output,
                 m_vecSamplesOut,  m_vecDataPeakOut,
                 m_vecWindowedOut, m_vecReOut,
                 m_vecImOut,       m_vecPowerOut,
@@ -46,10 +46,7 @@ void CAudioAnalyzer::AnalyzeSide(const Side& side) {
 
     // The read buffer: zeros stand for whatever the ring could not give.
     alignas(64) float block[kBlockSamples] = {};
-    {
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-        (capture->*side.pFeed).Read(block, sizeof block);
-    }
+    capture->ReadFeed(side.feed, block, sizeof block);
 
     // Sample history: the oldest block drops out at the end, the new one goes first.
     float* samples = side.samples.data();

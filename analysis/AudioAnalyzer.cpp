@@ -1,6 +1,6 @@
 // The analyzer object and its thread: arrays, start, the three timers and the four-way wait,
 // stop and join. The jobs are in AnalyzerTick.cpp and AnalyzerDisplay.cpp.
-#include "AudioAnalyzer.h"
+#include "analysis/AudioAnalyzer.h"
 
 #include <cstring>
 #include <new>

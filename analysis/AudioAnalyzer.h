@@ -26,7 +26,7 @@
 #include <memory>
 #include <span>
 
-#include "PeakHistory.h"
+#include "analysis/PeakHistory.h"
 #include "zqPlatform.h"
 
 class CAudioSharedMem;

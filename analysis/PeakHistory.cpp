@@ -1,5 +1,5 @@
 // CPeakHistory: a ring read under a sequence count (a seqlock whose data are atomics).
-#include "PeakHistory.h"
+#include "analysis/PeakHistory.h"
 
 #include <stdexcept>
 

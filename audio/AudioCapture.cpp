@@ -1,14 +1,11 @@
-// The capture engine: device list, opening and releasing a capture stream, start and stop.
-// The capture thread itself is in AudioCaptureThread.cpp.
-#include "AudioCapture.h"
+// The capture engine: device list, opening and releasing a capture stream, start and stop, and
+// the buffer operations of the other threads. The capture thread itself is in
+// AudioCaptureThread.cpp.
+#include "audio/AudioCapture.h"
 
-extern "C" {
-#include <libswresample/swresample.h>
-}
-
-#include "EngineFormat.h"
-#include "EngineReport.h"
-#include "ResamplerSetup.h"
+#include "audio/EngineFormat.h"
+#include "audio/EngineReport.h"
+#include "audio/SharedStreamOpen.h"
 #include "zqCoreAudio.h"
 
 namespace {
@@ -21,12 +18,28 @@ constexpr size_t kSyncHostBytes = 48000;                   // 125 ms of engine-r
 constexpr size_t kResamplerSlackFrames = 256;
 constexpr size_t kMaxRenderBlockAlign = 32;
 constexpr size_t kMaxRenderRateRatio = 4;
-constexpr DWORD kEventAccess = EVENT_MODIFY_STATE | SYNCHRONIZE;
 
-void CloseIfOpen(HANDLE& handle) {
-    if (handle != nullptr) {
-        CloseHandle(handle);
-        handle = nullptr;
+const SharedStreamTexts kCaptureStreamTexts = {
+    L"AudioCapture: Create shutdown event ...",
+    L"AudioCapture: Create samples ready event ...",
+    L"AudioCapture: Activate audio client ...",
+    L"AudioCapture: Load the MixFormat. This may differ depending on the shared mode used ...",
+    L"AudioCapture: Initialize audio client ...",
+    L"AudioCapture: Retrieve the buffer size for the audio client ...",
+    L"AudioCapture: Set ready event ...",
+    L"AudioCapture: Get new capture clientt ...",
+    L"Unable to get new capture client: %x.\n",
+    L"AudioCapture: Get Capture Simple Audio Volume ...",
+    L"Unable to get Capture Simple Audio Volume: %x.\n",
+    L"AudioCapture: Get Capture Audio Meter Info ...",
+    L"Unable to get Capture Audio Meter Info: %x.\n",
+};
+
+void CreateFeed(CAudioSharedMem& feed) {
+    if (feed.CreateBuffer()) {
+        g_pCore->LogInfo(L"Create shared capture CreateBuffer: OK!");
+    } else {
+        g_pCore->LogError(L"Create shared capture CreateBuffer: FAIL!");
     }
 }
 
@@ -34,25 +47,14 @@ void CloseIfOpen(HANDLE& handle) {
 
 CAudioCapture::CAudioCapture()
     : m_CaptureThread(nullptr),
-      m_CaptureShutdownEvent(nullptr),
-      m_CaptureAudioSamplesReadyEvent(nullptr),
-      m_pCaptureMixFormat(nullptr),
       m_nFrameSize(0),
       m_nBufferFrames(0),
-      m_pSyncHost(nullptr),
-      m_pResamplerContext(nullptr) {
+      m_pRenderFormat(nullptr),
+      m_pRenderResampler(nullptr) {
     g_pCore->LogInfo(L"AudioCapture contructor initialize ...");
-    if (m_AudioSharedCapture.CreateBuffer()) {
-        g_pCore->LogInfo(L"Create shared capture CreateBuffer: OK!");
-    } else {
-        g_pCore->LogError(L"Create shared capture CreateBuffer: FAIL!");
-    }
-    if (m_AudioSharedRender.CreateBuffer()) {
-        g_pCore->LogInfo(L"Create shared capture CreateBuffer: OK!");
-    } else {
-        g_pCore->LogError(L"Create shared capture CreateBuffer: FAIL!");
-    }
-    m_pSyncHost = new CCircularBuffer(kSyncHostBytes);
+    CreateFeed(m_AudioSharedCapture);
+    CreateFeed(m_AudioSharedRender);
+    m_pSyncHost = std::make_unique<CCircularBuffer>(kSyncHostBytes);
 }
 
 CAudioCapture::~CAudioCapture() {
@@ -64,8 +66,7 @@ CAudioCapture::~CAudioCapture() {
     g_pCore->LogInfo(L"AudioSharedRender close");
     if (m_AudioSharedRender.IsOpen()) m_AudioSharedRender.Close();
     g_pCore->LogInfo(L"SyncHost close");
-    delete m_pSyncHost;
-    m_pSyncHost = nullptr;
+    m_pSyncHost.reset();
     g_pCore->LogInfo(L"AudioCapture destructor OK");
 }
 
@@ -73,16 +74,10 @@ void CAudioCapture::EnumerateAudioDevices() {
     g_pCore->LogInfo(L"AudioCapture: Enumerate audio devices capture:");
     ReleaseAudioDevices();
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
-    // The microphone list is changed from the notification thread too: copy it under its lock.
-    Concurrency::critical_section::scoped_lock listLock(g_pCore->m_csHidDevices);
-    const std::vector<CWMAudioDevice*>& microphones = g_pCore->m_vecHidDevices;
-    g_pCore->LogInfo(L"AudioCapture: Num of devices capture %d:", static_cast<int>(microphones.size()));
-    for (size_t i = 0; i < microphones.size(); ++i) {
-        if (microphones[i] == nullptr) continue;
-        auto* copy = new CWMAudioDevice;
-        *copy = *microphones[i];
-        m_Devices.push_back(copy);
-        g_pCore->LogInfo(L"AudioCapture: [%d]: %s", static_cast<int>(i), copy->GetFriendlyName().GetString());
+    const size_t count = g_pCore->CopyMicrophones(m_Devices);
+    g_pCore->LogInfo(L"AudioCapture: Num of devices capture %d:", static_cast<int>(count));
+    for (size_t i = 0; i < m_Devices.size(); ++i) {
+        g_pCore->LogInfo(L"AudioCapture: [%d]: %s", static_cast<int>(i), m_Devices[i]->GetFriendlyName().GetString());
     }
 }
 
@@ -115,78 +110,30 @@ HRESULT CAudioCapture::SetAudioDevice(IMMDevice* pDevice) {
         L"Create our shutdown and samples ready events- we want auto reset events that start in the not-signaled "
         L"state.");
     g_pCore->LogInfo(L"");
-    g_pCore->LogInfo(L"AudioCapture: Create shutdown event ...");
-    m_CaptureShutdownEvent = CreateEventExW(nullptr, nullptr, 0, kEventAccess);
-    if (m_CaptureShutdownEvent == nullptr) {
-        ReportEngineFailure(L"Unable to create shutdown event: %d.\n", GetLastError());
-        return E_FAIL;
+    const SharedStreamMembers members = {m_CaptureShutdownEvent,
+                                         m_CaptureAudioSamplesReadyEvent,
+                                         m_spCaptureAudioClient,
+                                         m_pCaptureMixFormat,
+                                         m_nBufferFrames,
+                                         IID_IAudioCaptureClient,
+                                         reinterpret_cast<void**>(&m_spCaptureClient),
+                                         m_spVolume,
+                                         m_spMeterInfo,
+                                         m_csControls};
+    const HRESULT hr = OpenSharedStream(pDevice, kCaptureBufferDuration, 1.0f, kCaptureStreamTexts, members);
+    if (m_pCaptureMixFormat) {
+        m_nFrameSize = static_cast<size_t>(m_pCaptureMixFormat->nChannels) * (m_pCaptureMixFormat->wBitsPerSample / 8);
     }
-    g_pCore->LogInfo(L"AudioCapture: Create samples ready event ...");
-    m_CaptureAudioSamplesReadyEvent = CreateEventExW(nullptr, nullptr, 0, kEventAccess);
-    if (m_CaptureAudioSamplesReadyEvent == nullptr) {
-        ReportEngineFailure(L"Unable to create samples ready event: %d.\n", GetLastError());
-        return E_FAIL;
-    }
-    g_pCore->LogInfo(L"AudioCapture: Activate audio client ...");
-    HRESULT hr = m_spCaptureDevice->Activate(IID_IAudioClient, CLSCTX_INPROC_SERVER, nullptr,
-                                             reinterpret_cast<void**>(&m_spCaptureAudioClient));
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to activate audio client: %x.\n", hr);
-        return hr;
-    }
-    g_pCore->LogInfo(L"AudioCapture: Load the MixFormat. This may differ depending on the shared mode used ...");
-    hr = m_spCaptureAudioClient->GetMixFormat(&m_pCaptureMixFormat);
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get mix format on audio client: %x.\n", hr);
-        return hr;
-    }
-    m_nFrameSize = static_cast<size_t>(m_pCaptureMixFormat->nChannels) * (m_pCaptureMixFormat->wBitsPerSample / 8);
-    g_pCore->LogInfo(L"AudioCapture: Initialize audio client ...");
-    hr = m_spCaptureAudioClient->Initialize(AUDCLNT_SHAREMODE_SHARED,
-                                            AUDCLNT_STREAMFLAGS_EVENTCALLBACK | AUDCLNT_STREAMFLAGS_NOPERSIST,
-                                            kCaptureBufferDuration, 0, m_pCaptureMixFormat, nullptr);
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to initialize audio client: %x.\n", hr);
-        return hr;
-    }
-    g_pCore->LogInfo(L"AudioCapture: Retrieve the buffer size for the audio client ...");
-    hr = m_spCaptureAudioClient->GetBufferSize(&m_nBufferFrames);
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get audio client buffer: %x. \n", hr);
-        return hr;
-    }
-    g_pCore->LogInfo(L"AudioCapture: Set ready event ...");
-    hr = m_spCaptureAudioClient->SetEventHandle(m_CaptureAudioSamplesReadyEvent);
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to set ready event: %x.\n", hr);
-        return hr;
-    }
-    g_pCore->LogInfo(L"AudioCapture: Get new capture clientt ...");
-    hr = m_spCaptureAudioClient->GetService(IID_IAudioCaptureClient, reinterpret_cast<void**>(&m_spCaptureClient));
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get new capture client: %x.\n", hr);
-        return hr;
-    }
-    g_pCore->LogInfo(L"AudioCapture: Get Capture Simple Audio Volume ...");
-    hr = m_spCaptureAudioClient->GetService(IID_ISimpleAudioVolume, reinterpret_cast<void**>(&m_spVolume));
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get Capture Simple Audio Volume: %x.\n", hr);
-        return hr;
-    }
-    m_spVolume->SetMasterVolume(1.0f, nullptr);
-    g_pCore->LogInfo(L"AudioCapture: Get Capture Audio Meter Info ...");
-    hr = m_spCaptureDevice->Activate(IID_IAudioMeterInformation, CLSCTX_ALL, nullptr,
-                                     reinterpret_cast<void**>(&m_spMeterInfo));
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get Capture Audio Meter Info: %x.\n", hr);
-        return hr;
-    }
+    if (FAILED(hr)) return hr;
     SizePacketBuffers(m_nBufferFrames);
-    return CreateCaptureResampler(m_pCaptureMixFormat, &m_pResamplerContext);
+    SwrContext* resampler = nullptr;
+    const HRESULT result = CreateCaptureResampler(m_pCaptureMixFormat.get(), &resampler);
+    m_pResamplerContext.reset(resampler);
+    return result;
 }
 
 void CAudioCapture::SizePacketBuffers(UINT32 frames) {
-    const WAVEFORMATEX* mix = m_pCaptureMixFormat;
+    const WAVEFORMATEX* mix = m_pCaptureMixFormat.get();
     const size_t sampleBytes = mix->wBitsPerSample / 8;
     m_vecPacketCopy.assign(static_cast<size_t>(frames) * mix->nChannels * sampleBytes, 0);
     // Room for the largest output the conversions can be asked for: a device buffer's worth
@@ -203,19 +150,21 @@ void CAudioCapture::ReleaseResoursesAudio() {
     g_pCore->LogInfo(L"AudioCapture: StopCapture ...");
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
     g_pCore->LogInfo(L"AudioCapture: Close CaptureShutdownEvent ...");
-    CloseIfOpen(m_CaptureShutdownEvent);
+    m_CaptureShutdownEvent.reset();
     g_pCore->LogInfo(L"AudioCapture: Close CaptureAudioSamplesReadyEvent ...");
-    CloseIfOpen(m_CaptureAudioSamplesReadyEvent);
+    m_CaptureAudioSamplesReadyEvent.reset();
     g_pCore->LogInfo(L"AudioCapture: Close CaptureMixFormat ...");
-    CoTaskMemFree(m_pCaptureMixFormat);
-    m_pCaptureMixFormat = nullptr;
+    m_pCaptureMixFormat.reset();
     m_spCaptureDevice.Release();
     m_spCaptureAudioClient.Release();
     m_spCaptureClient.Release();
-    m_spVolume.Release();
-    m_spMeterInfo.Release();
+    {
+        Concurrency::critical_section::scoped_lock controls(m_csControls);
+        m_spVolume.Release();
+        m_spMeterInfo.Release();
+    }
     g_pCore->LogInfo(L"AudioCapture: Close ResamplerContext ...");
-    if (m_pResamplerContext != nullptr) swr_free(&m_pResamplerContext);
+    m_pResamplerContext.reset();
 }
 
 bool CAudioCapture::StartCapture() {
@@ -246,9 +195,9 @@ void CAudioCapture::StopCapture() {
         g_pCore->LogWarning(L"!IsStarted");
         return;
     }
-    if (m_CaptureShutdownEvent != nullptr) {
+    if (m_CaptureShutdownEvent) {
         g_pCore->LogInfo(L"AudioCapture: Set CaptureShutdownEvent ...");
-        SetEvent(m_CaptureShutdownEvent);
+        SetEvent(m_CaptureShutdownEvent.get());
     }
     if (m_spCaptureAudioClient) {
         g_pCore->LogInfo(L"AudioCapture: Stop CaptureAudioClient");
@@ -256,7 +205,27 @@ void CAudioCapture::StopCapture() {
         if (FAILED(hr)) ReportEngineFailure(L"Unable to stop audio client: %x\n", hr);
     }
     g_pCore->LogInfo(L"AudioCapture: Stop CaptureThread ...");
-    WaitForSingleObject(m_CaptureThread, INFINITE);
-    CloseHandle(m_CaptureThread);
+    const UniqueHandle thread(m_CaptureThread.load());
+    WaitForSingleObject(thread.get(), INFINITE);
     m_CaptureThread = nullptr;
 }
+
+size_t CAudioCapture::ReadFeed(Feed feed, void* dst, size_t bytes) {
+    Concurrency::critical_section::scoped_lock lock(m_csPacket);
+    return (feed == Feed::Input ? m_AudioSharedCapture : m_AudioSharedRender).Read(dst, bytes);
+}
+
+void CAudioCapture::InstallRenderConversion(const WAVEFORMATEX* pMixFormat, SwrContext* pResampler) {
+    Concurrency::critical_section::scoped_lock lock(m_csPacket);
+    const bool bWithdrawn = m_pRenderFormat != nullptr && pMixFormat == nullptr;
+    m_pRenderFormat = pMixFormat;
+    m_pRenderResampler = pResampler;
+    if (bWithdrawn) {
+        BYTE scrap[4096];
+        while (m_pSyncHost->Read(scrap, sizeof scrap) != 0) {
+        }
+    }
+}
+
+CComPtr<IAudioMeterInformation> CAudioCapture::MeterInfo() { return CopyUnder(m_csControls, m_spMeterInfo); }
+CComPtr<ISimpleAudioVolume> CAudioCapture::Volume() { return CopyUnder(m_csControls, m_spVolume); }

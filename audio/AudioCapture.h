@@ -1,25 +1,37 @@
 // The capture engine: one capture endpoint in shared, event-driven mode and its capture thread.
 //
-// Threads: the host's thread calls every operation through the core object; the capture
-// thread runs WASAPICaptureThread; the render thread and the analyzer thread read the three
-// buffers below under m_csPacket. Locks: m_csDevices guards m_Devices and the opening and
-// closing of the stream (never held while joining the thread); m_csPacket guards the three
-// buffers and the capture thread's use of the render engine's resampler and mix format; no lock
-// is taken while m_csPacket is held.
+// Threads: the host's thread calls the device and stream operations through the core object;
+// the capture thread runs WASAPICaptureThread. Captured audio leaves the thread through three
+// buffers that this engine alone holds: the two analyzer feeds and the render queue. Other
+// threads reach them only through the operations below, each of which takes m_csPacket for
+// its own length: the analyzer thread reads a feed (ReadFeed), the render thread refills its
+// device from the queue (WithQueue), and the render engine installs the conversion into its
+// device's format (InstallRenderConversion).
+//
+// Locks: m_csDevices guards m_Devices and the opening and closing of the stream (never held
+// while joining the thread); m_csPacket guards the three buffers and the render conversion and
+// is held by the capture thread per packet; m_csControls is held only to copy or replace the
+// meter and volume pointers, so the meter getters never wait for a device open. Lock order:
+// m_csDevices, then m_csControls or m_csPacket; nothing is taken while m_csPacket is held.
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <vector>
 
-#include "AudioSharedMem.h"
-#include "CircularBuffer.h"
+#include "audio/AudioSharedMem.h"
+#include "audio/CircularBuffer.h"
+#include "audio/ResamplerSetup.h"
 #include "zqPlatform.h"
 
-struct SwrContext;
 class CWMAudioDevice;
 
 class CAudioCapture {
 public:
+    // The two analyzer feeds: what the microphone hears, and what is passed on to the render
+    // device. Both carry the same packets; the analyzer drains each for one side.
+    enum class Feed { Input, Output };
+
     CAudioCapture();
     ~CAudioCapture();
     CAudioCapture(const CAudioCapture&) = delete;
@@ -42,35 +54,66 @@ public:
 
     static DWORD WINAPI WASAPICaptureThread(LPVOID pContext);
 
-    // Read by the core and the render engine under the locks named above.
+    // ---- for the other threads ----
+    // Analyzer thread: removes up to bytes bytes of the feed's mono samples into dst; returns
+    // how many it removed.
+    size_t ReadFeed(Feed feed, void* dst, size_t bytes);
+    // Render thread (and tests): fill(queue) runs with the packet lock held, for one refill.
+    template <typename Fill>
+    decltype(auto) WithQueue(Fill&& fill) {
+        Concurrency::critical_section::scoped_lock lock(m_csPacket);
+        return fill(*m_pSyncHost);
+    }
+    // Tests and benchmarks: visit(input feed, output feed) with the packet lock held.
+    template <typename Visit>
+    decltype(auto) WithFeeds(Visit&& visit) {
+        Concurrency::critical_section::scoped_lock lock(m_csPacket);
+        return visit(m_AudioSharedCapture, m_AudioSharedRender);
+    }
+    // Render engine: the render device's mix format and the resampler into it that the capture
+    // thread converts with; both stay the render engine's. Nulls withdraw them, and what is
+    // queued for the device that goes is dropped with them: played on another device (of
+    // another frame size or sample format) it would be noise.
+    void InstallRenderConversion(const WAVEFORMATEX* pMixFormat, SwrContext* pResampler);
+    // Meter and session-volume getters, from any thread: the current interfaces, with a
+    // reference of the caller's (empty while no device is open).
+    CComPtr<IAudioMeterInformation> MeterInfo();
+    CComPtr<ISimpleAudioVolume> Volume();
+
+    // The capture thread's work for one packet of the open device, under m_csPacket; public so
+    // that benchmarks can time it alone.
+    void ProcessPacket(const BYTE* data, UINT32 frames);
+
     CComPtr<IMMDevice> m_spCaptureDevice;
     CComPtr<IAudioClient> m_spCaptureAudioClient;
     CComPtr<IAudioCaptureClient> m_spCaptureClient;
-    CComPtr<ISimpleAudioVolume> m_spVolume;
-    CComPtr<IAudioMeterInformation> m_spMeterInfo;
+    CComPtr<ISimpleAudioVolume> m_spVolume;          // written under m_csControls too
+    CComPtr<IAudioMeterInformation> m_spMeterInfo;   // written under m_csControls too
     std::atomic<HANDLE> m_CaptureThread;  // read by the meters from other threads
-    HANDLE m_CaptureShutdownEvent;
-    HANDLE m_CaptureAudioSamplesReadyEvent;
-    WAVEFORMATEX* m_pCaptureMixFormat;
+    UniqueHandle m_CaptureShutdownEvent;
+    UniqueHandle m_CaptureAudioSamplesReadyEvent;
+    CoTaskMemPtr<WAVEFORMATEX> m_pCaptureMixFormat;
     size_t m_nFrameSize;
     UINT32 m_nBufferFrames;
-    CAudioSharedMem m_AudioSharedCapture;
-    CAudioSharedMem m_AudioSharedRender;
-    CCircularBuffer* m_pSyncHost;
-    SwrContext* m_pResamplerContext;
-    Concurrency::critical_section m_csPacket;
+    SwrContextPtr m_pResamplerContext;
     Concurrency::critical_section m_csBypass;
     std::vector<CWMAudioDevice*> m_Devices;
     Concurrency::critical_section m_csDevices;
 
-    // The capture thread's work for one packet of the open device, with m_csPacket held;
-    // public so that benchmarks can time it alone.
-    void ProcessPacket(const BYTE* data, UINT32 frames);
-
 private:
     void CaptureLoop();
+    void ProcessPacketLocked(const BYTE* data, UINT32 frames);
     void ForwardToRender(const float* engineFrames, int count);
     void SizePacketBuffers(UINT32 frames);
+
+    CAudioSharedMem m_AudioSharedCapture;
+    CAudioSharedMem m_AudioSharedRender;
+    std::unique_ptr<CCircularBuffer> m_pSyncHost;
+    // The render device's format and resampler, installed by the render engine.
+    const WAVEFORMATEX* m_pRenderFormat;
+    SwrContext* m_pRenderResampler;
+    Concurrency::critical_section m_csPacket;
+    Concurrency::critical_section m_csControls;
 
     // Scratch of the capture thread, sized when a device opens and reused for every packet, so
     // that streaming allocates nothing; a packet larger than any before grows them once.

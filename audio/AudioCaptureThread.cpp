@@ -10,9 +10,9 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
-#include "AudioCapture.h"
-#include "AudioRender.h"
-#include "EngineFormat.h"
+#include "audio/AudioCapture.h"
+#include "audio/EngineFormat.h"
+#include "audio/StreamThread.h"
 #include "zqCoreAudio.h"
 
 namespace {
@@ -29,19 +29,12 @@ bool IsUsable(SwrContext* context) { return context != nullptr && swr_is_initial
 }  // namespace
 
 DWORD WINAPI CAudioCapture::WASAPICaptureThread(LPVOID pContext) {
-    auto* engine = static_cast<CAudioCapture*>(pContext);
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    DWORD taskIndex = 0;
-    HANDLE mmcss = AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);
-    engine->CaptureLoop();
-    if (mmcss != nullptr) AvRevertMmThreadCharacteristics(mmcss);
-    CoUninitialize();
-    g_pCore->LogInfo(L"AudioCapture: WASAPICaptureThread end of thread");
-    return 0;
+    return RunStreamThread([](void* engine) { static_cast<CAudioCapture*>(engine)->CaptureLoop(); }, pContext,
+                           L"AudioCapture: WASAPICaptureThread end of thread");
 }
 
 void CAudioCapture::CaptureLoop() {
-    const HANDLE waits[2] = {m_CaptureShutdownEvent, m_CaptureAudioSamplesReadyEvent};
+    const HANDLE waits[2] = {m_CaptureShutdownEvent.get(), m_CaptureAudioSamplesReadyEvent.get()};
     for (;;) {
         const DWORD woken = WaitForMultipleObjects(2, waits, FALSE, INFINITE);
         if (woken == WAIT_OBJECT_0) return;
@@ -55,21 +48,22 @@ void CAudioCapture::CaptureLoop() {
         if (FAILED(m_spCaptureClient->GetBuffer(&data, &frames, &flags, nullptr, nullptr))) continue;
 
         const UINT32 usable = m_nFrameSize == 0 ? 0 : std::min<UINT32>(frames, m_nBufferFrames / static_cast<UINT32>(m_nFrameSize));
-        if (usable != 0 && (flags & AUDCLNT_BUFFERFLAGS_SILENT) == 0 && data != nullptr) {
-            Concurrency::critical_section::scoped_lock lock(m_csPacket);
-            ProcessPacket(data, frames);
-        }
+        if (usable != 0 && (flags & AUDCLNT_BUFFERFLAGS_SILENT) == 0 && data != nullptr) ProcessPacket(data, frames);
         const HRESULT hr = m_spCaptureClient->ReleaseBuffer(frames);
         if (FAILED(hr)) g_pCore->LogError(L"Unable to release capture buffer: %x!\n", hr);
     }
 }
 
-// Called with m_csPacket held.
 void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames) {
+    Concurrency::critical_section::scoped_lock lock(m_csPacket);
+    ProcessPacketLocked(data, frames);
+}
+
+void CAudioCapture::ProcessPacketLocked(const BYTE* data, UINT32 frames) {
     // Every channel of the copy carries the first channel of the frame, in the device's sample
     // format, so the capture resampler (configured from the mix format) reads it as it expects,
     // and never more than frames x frame size bytes of the packet are read.
-    const WAVEFORMATEX* mix = m_pCaptureMixFormat;
+    const WAVEFORMATEX* mix = m_pCaptureMixFormat.get();
     const size_t sampleBytes = mix->wBitsPerSample / 8;
     const size_t channels = mix->nChannels;
     BYTE* copy = Reserve(m_vecPacketCopy, static_cast<size_t>(frames) * channels * sampleBytes);
@@ -79,7 +73,7 @@ void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames) {
     }
 
     if (!g_pCore->IsBypass()) return;
-    SwrContext* context = m_pResamplerContext;
+    SwrContext* context = m_pResamplerContext.get();
     if (!IsUsable(context)) return;  // a refused format: every conversion is skipped
 
     const int64_t capacity =
@@ -95,14 +89,12 @@ void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames) {
     ForwardToRender(engineFrames, count);
 }
 
-// Called with m_csPacket held: the render engine replaces its resampler and mix format only
-// under the same lock.
+// With m_csPacket held: the render engine installs and withdraws its conversion under the same
+// lock.
 void CAudioCapture::ForwardToRender(const float* engineFrames, int count) {
-    CAudioRender* render = g_pCore->GetRenderEngine();
-    if (render == nullptr || render->m_pResamplerContext == nullptr || render->m_pRenderMixFormat == nullptr) return;
-    SwrContext* context = render->m_pResamplerContext;
-    if (!IsUsable(context)) return;
-    const WAVEFORMATEX* mix = render->m_pRenderMixFormat;
+    const WAVEFORMATEX* mix = m_pRenderFormat;
+    SwrContext* context = m_pRenderResampler;
+    if (mix == nullptr || !IsUsable(context)) return;
     // The queue holds the render device's own frames, so its frame size is the device's.
     const size_t blockAlign = mix->nBlockAlign;
     const int64_t capacity = av_rescale_rnd(count + swr_get_delay(context, ENGINE_SAMPLE_RATE),

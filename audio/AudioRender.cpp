@@ -1,40 +1,35 @@
 // The render engine: device list, opening and releasing a render stream, start and stop.
-#include "AudioRender.h"
+#include "audio/AudioRender.h"
 
-extern "C" {
-#include <libswresample/swresample.h>
-}
-
-#include "AudioCapture.h"
-#include "AudioSessionVolume.h"
-#include "EngineReport.h"
-#include "ResamplerSetup.h"
+#include "audio/AudioCapture.h"
+#include "audio/EngineReport.h"
+#include "audio/SharedStreamOpen.h"
 #include "devices/EndpointProperties.h"
 #include "zqCoreAudio.h"
 
 namespace {
 
 constexpr REFERENCE_TIME kRenderBufferDuration = 300000;  // 30 ms
-constexpr DWORD kEventAccess = EVENT_MODIFY_STATE | SYNCHRONIZE;
 
-void CloseIfOpen(HANDLE& handle) {
-    if (handle != nullptr) {
-        CloseHandle(handle);
-        handle = nullptr;
-    }
-}
+const SharedStreamTexts kRenderStreamTexts = {
+    L"AudioRender: Create RenderShutdownEvent",
+    L"AudioRender: Create RenderAudioSamplesReadyEvent",
+    L"AudioRender: RenderDevice->Activate ...",
+    nullptr,
+    L"AudioRender: RenderAudioClient->Initialize ...",
+    L"AudioRender: Retrieve the buffer size for the audio client. ...",
+    L"AudioRender: SetEventHandle(m_RenderAudioSamplesReadyEvent) ...",
+    L"AudioRender: RenderAudioClient->GetService m_spRenderClient ...",
+    L"Unable to get new Render client: %x.\n",
+    L"AudioRender: RenderAudioClient->GetService m_spVolume ...",
+    L"Unable to get Render Simple Audio Volume: %x.\n",
+    L"AudioRender: RenderDevice->Activate m_spMeterInfo ...",
+    L"Unable to get Render Audio Meter Info: %x.\n",
+};
 
 }  // namespace
 
-CAudioRender::CAudioRender()
-    : m_RenderThread(nullptr),
-      m_RenderShutdownEvent(nullptr),
-      m_RenderAudioSamplesReadyEvent(nullptr),
-      m_pRenderMixFormat(nullptr),
-      m_nBufferFrames(0),
-      m_pResamplerContext(nullptr),
-      m_pASV(nullptr),
-      m_bMute(false) {
+CAudioRender::CAudioRender() : m_RenderThread(nullptr), m_nBufferFrames(0), m_bMute(false) {
     g_pCore->LogInfo(L"AudioRender constructor");
 }
 
@@ -95,23 +90,13 @@ void CAudioRender::ReleaseAudioDevices() {
     m_Devices.clear();
 }
 
-void CAudioRender::SwapConversion(WAVEFORMATEX*& mixFormat, SwrContext*& resampler) {
+void CAudioRender::ShareConversion(bool install) {
     CAudioCapture* capture = g_pCore->GetCaptureEngine();
-    if (capture == nullptr) {
-        std::swap(m_pRenderMixFormat, mixFormat);
-        std::swap(m_pResamplerContext, resampler);
-        return;
-    }
-    Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-    const bool bWithdrawn = m_pRenderMixFormat != nullptr && mixFormat == nullptr;
-    std::swap(m_pRenderMixFormat, mixFormat);
-    std::swap(m_pResamplerContext, resampler);
-    // What is queued was converted for the device that goes now: played on the next one (of
-    // another frame size or sample format) it would be noise, so it goes with its device.
-    if (bWithdrawn) {
-        BYTE scrap[4096];
-        while (capture->m_pSyncHost->Read(scrap, sizeof scrap) != 0) {
-        }
+    if (capture == nullptr) return;
+    if (install) {
+        capture->InstallRenderConversion(m_pRenderMixFormat.get(), m_pResamplerContext.get());
+    } else {
+        capture->InstallRenderConversion(nullptr, nullptr);
     }
 }
 
@@ -126,85 +111,34 @@ HRESULT CAudioRender::SetAudioDevice(IMMDevice* pDevice) {
 
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
     g_pCore->LogInfo(L"AudioRender: CAudioSessionVolume::CreateInstance ...");
-    if (FAILED(CAudioSessionVolume::CreateInstance(g_pCore->GetHwnd(), pDevice, &m_pASV))) m_pASV = nullptr;
-    if (m_pASV != nullptr) {
+    CAudioSessionVolume* pASV = nullptr;
+    if (SUCCEEDED(CAudioSessionVolume::CreateInstance(g_pCore->GetHwnd(), pDevice, &pASV))) {
+        Concurrency::critical_section::scoped_lock controls(m_csControls);
+        m_pASV.Attach(pASV);
+    }
+    if (pASV != nullptr) {
         g_pCore->LogInfo(L"AudioRender: ASV EnableNotifications");
-        m_pASV->EnableNotifications(TRUE);
+        pASV->EnableNotifications(TRUE);
     }
     g_pCore->LogInfo(
         L"AudioRender: Create our shutdown and samples ready events- we want auto reset events that start in the "
         L"not-signaled state.");
-    g_pCore->LogInfo(L"AudioRender: Create RenderShutdownEvent");
-    m_RenderShutdownEvent = CreateEventExW(nullptr, nullptr, 0, kEventAccess);
-    if (m_RenderShutdownEvent == nullptr) {
-        ReportEngineFailure(L"Unable to create shutdown event: %d.\n", GetLastError());
-        return E_FAIL;
-    }
-    g_pCore->LogInfo(L"AudioRender: Create RenderAudioSamplesReadyEvent");
-    m_RenderAudioSamplesReadyEvent = CreateEventExW(nullptr, nullptr, 0, kEventAccess);
-    if (m_RenderAudioSamplesReadyEvent == nullptr) {
-        ReportEngineFailure(L"Unable to create samples ready event: %d.\n", GetLastError());
-        return E_FAIL;
-    }
-    g_pCore->LogInfo(L"AudioRender: RenderDevice->Activate ...");
-    HRESULT hr = m_spRenderDevice->Activate(IID_IAudioClient, CLSCTX_INPROC_SERVER, nullptr,
-                                            reinterpret_cast<void**>(&m_spRenderAudioClient));
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to activate audio client: %x.\n", hr);
-        return hr;
-    }
-    WAVEFORMATEX* mixFormat = nullptr;
-    hr = m_spRenderAudioClient->GetMixFormat(&mixFormat);
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get mix format on audio client: %x.\n", hr);
-        return hr;
-    }
-    SwrContext* noResampler = nullptr;
-    SwapConversion(mixFormat, noResampler);  // the format is in place; the resampler follows once built
-    g_pCore->LogInfo(L"AudioRender: RenderAudioClient->Initialize ...");
-    hr = m_spRenderAudioClient->Initialize(AUDCLNT_SHAREMODE_SHARED,
-                                           AUDCLNT_STREAMFLAGS_EVENTCALLBACK | AUDCLNT_STREAMFLAGS_NOPERSIST,
-                                           kRenderBufferDuration, 0, m_pRenderMixFormat, nullptr);
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to initialize audio client: %x.\n", hr);
-        return hr;
-    }
-    g_pCore->LogInfo(L"AudioRender: Retrieve the buffer size for the audio client. ...");
-    hr = m_spRenderAudioClient->GetBufferSize(&m_nBufferFrames);
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get audio client buffer: %x. \n", hr);
-        return hr;
-    }
-    g_pCore->LogInfo(L"AudioRender: SetEventHandle(m_RenderAudioSamplesReadyEvent) ...");
-    hr = m_spRenderAudioClient->SetEventHandle(m_RenderAudioSamplesReadyEvent);
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to set ready event: %x.\n", hr);
-        return hr;
-    }
-    g_pCore->LogInfo(L"AudioRender: RenderAudioClient->GetService m_spRenderClient ...");
-    hr = m_spRenderAudioClient->GetService(IID_IAudioRenderClient, reinterpret_cast<void**>(&m_spRenderClient));
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get new Render client: %x.\n", hr);
-        return hr;
-    }
-    g_pCore->LogInfo(L"AudioRender: RenderAudioClient->GetService m_spVolume ...");
-    hr = m_spRenderAudioClient->GetService(IID_ISimpleAudioVolume, reinterpret_cast<void**>(&m_spVolume));
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get Render Simple Audio Volume: %x.\n", hr);
-        return hr;
-    }
-    m_spVolume->SetMasterVolume(0.5f, nullptr);
-    g_pCore->LogInfo(L"AudioRender: RenderDevice->Activate m_spMeterInfo ...");
-    hr = m_spRenderDevice->Activate(IID_IAudioMeterInformation, CLSCTX_ALL, nullptr,
-                                    reinterpret_cast<void**>(&m_spMeterInfo));
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to get Render Audio Meter Info: %x.\n", hr);
-        return hr;
-    }
+    const SharedStreamMembers members = {m_RenderShutdownEvent,
+                                         m_RenderAudioSamplesReadyEvent,
+                                         m_spRenderAudioClient,
+                                         m_pRenderMixFormat,
+                                         m_nBufferFrames,
+                                         IID_IAudioRenderClient,
+                                         reinterpret_cast<void**>(&m_spRenderClient),
+                                         m_spVolume,
+                                         m_spMeterInfo,
+                                         m_csControls};
+    const HRESULT hr = OpenSharedStream(pDevice, kRenderBufferDuration, 0.5f, kRenderStreamTexts, members);
+    if (FAILED(hr)) return hr;
     SwrContext* resampler = nullptr;
-    const int result = CreateRenderResampler(m_pRenderMixFormat, &resampler);
-    WAVEFORMATEX* sameFormat = m_pRenderMixFormat;  // swapped with itself: only the resampler changes
-    SwapConversion(sameFormat, resampler);
+    const int result = CreateRenderResampler(m_pRenderMixFormat.get(), &resampler);
+    m_pResamplerContext.reset(resampler);
+    ShareConversion(true);  // complete: the capture thread sees the pair or nothing
     return result;
 }
 
@@ -213,27 +147,27 @@ void CAudioRender::ReleaseResoursesAudio() {
     StopRender();
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
     g_pCore->LogInfo(L"AudioRender: close RenderShutdownEvent");
-    CloseIfOpen(m_RenderShutdownEvent);
+    m_RenderShutdownEvent.reset();
     g_pCore->LogInfo(L"AudioRender: close RenderAudioSamplesReadyEvent");
-    CloseIfOpen(m_RenderAudioSamplesReadyEvent);
+    m_RenderAudioSamplesReadyEvent.reset();
     g_pCore->LogInfo(L"AudioRender: close RenderMixFormat");
-    WAVEFORMATEX* mixFormat = nullptr;
-    SwrContext* resampler = nullptr;
-    SwapConversion(mixFormat, resampler);  // the capture thread stops using both from here on
-    CoTaskMemFree(mixFormat);
+    ShareConversion(false);  // the capture thread stops using the format and the resampler here
+    m_pRenderMixFormat.reset();
     m_spRenderDevice.Release();
     m_spRenderAudioClient.Release();
     m_spRenderClient.Release();
-    m_spMeterInfo.Release();
-    m_spVolume.Release();
-    if (m_pASV != nullptr) {
-        m_pASV->Release();
-        m_pASV = nullptr;
+    CComPtr<CAudioSessionVolume> asv;
+    {
+        Concurrency::critical_section::scoped_lock controls(m_csControls);
+        m_spMeterInfo.Release();
+        asv.Attach(m_pASV.Detach());
     }
+    m_spVolume.Release();
+    asv.Release();  // the session sink withdraws its notification request and goes
     g_pCore->LogInfo(L"AudioRender: close ASV");
-    if (resampler != nullptr) {
+    if (m_pResamplerContext) {
         g_pCore->LogInfo(L"AudioRender: close ResamplerContext");
-        swr_free(&resampler);
+        m_pResamplerContext.reset();
     }
 }
 
@@ -262,14 +196,22 @@ void CAudioRender::StopRender() {
         g_pCore->LogWarning(L"!IsStarted");
         return;
     }
-    if (m_RenderShutdownEvent != nullptr) SetEvent(m_RenderShutdownEvent);
+    if (m_RenderShutdownEvent) SetEvent(m_RenderShutdownEvent.get());
     if (m_spRenderAudioClient) {
         g_pCore->LogInfo(L"AudioRender: RenderAudioClient->Stop");
         const HRESULT hr = m_spRenderAudioClient->Stop();
         if (FAILED(hr)) ReportEngineFailure(L"Unable to stop audio client: %x\n", hr);
     }
     g_pCore->LogInfo(L"AudioRender: stop RenderThread");
-    WaitForSingleObject(m_RenderThread, INFINITE);
-    CloseHandle(m_RenderThread);
+    const UniqueHandle thread(m_RenderThread.load());
+    WaitForSingleObject(thread.get(), INFINITE);
     m_RenderThread = nullptr;
+}
+
+CComPtr<IAudioMeterInformation> CAudioRender::MeterInfo() { return CopyUnder(m_csControls, m_spMeterInfo); }
+
+CComPtr<ISimpleAudioVolume> CAudioRender::SessionVolume() {
+    Concurrency::critical_section::scoped_lock controls(m_csControls);
+    if (!m_pASV) return {};
+    return CComPtr<ISimpleAudioVolume>(m_pASV->m_pSimpleVolume);
 }

@@ -1,22 +1,25 @@
 // The render engine: one render endpoint in shared, event-driven mode and its render thread,
 // which moves the frames the capture thread queued into the device. The engine owns the
-// resampler from the engine format to the device's format; the capture thread drives it.
+// resampler from the engine format to the device's format; the capture thread drives it once
+// this engine has installed it into the capture engine (InstallRenderConversion), and this
+// engine withdraws it there before it frees it.
 //
 // Threads: the host's thread calls every operation through the core object; the render thread
-// runs WASAPIRenderThread; the capture thread reads m_pResamplerContext and m_pRenderMixFormat
-// under the capture engine's m_csPacket, so this engine replaces them only under that lock too.
-// Lock order: m_csDevices, then the capture engine's m_csPacket.
+// runs WASAPIRenderThread and refills the device from the capture engine's queue under that
+// engine's packet lock. Locks: m_csDevices guards m_Devices and the opening and closing of the
+// stream; m_csControls is held only to copy or replace the meter and session-volume pointers.
+// Lock order: m_csDevices, then the capture engine's m_csPacket or m_csControls.
 #pragma once
 
 #include <atomic>
 #include <vector>
 
+#include "audio/AudioSessionVolume.h"
+#include "audio/ResamplerSetup.h"
 #include "zqPlatform.h"
 
-struct SwrContext;
 class CWMAudioDevice;
 class CAudioCapture;
-class CAudioSessionVolume;
 
 class CAudioRender {
 public:
@@ -37,18 +40,23 @@ public:
 
     static DWORD WINAPI WASAPIRenderThread(LPVOID pContext);
 
+    // Meter and session-volume getters, from any thread: the current interfaces, with a
+    // reference of the caller's (empty while no device is open).
+    CComPtr<IAudioMeterInformation> MeterInfo();
+    CComPtr<ISimpleAudioVolume> SessionVolume();
+
     CComPtr<IMMDevice> m_spRenderDevice;
     CComPtr<IAudioClient> m_spRenderAudioClient;
     CComPtr<IAudioRenderClient> m_spRenderClient;
-    CComPtr<IAudioMeterInformation> m_spMeterInfo;
+    CComPtr<IAudioMeterInformation> m_spMeterInfo;  // written under m_csControls too
     CComPtr<ISimpleAudioVolume> m_spVolume;
     std::atomic<HANDLE> m_RenderThread;  // read by the meters from other threads
-    HANDLE m_RenderShutdownEvent;
-    HANDLE m_RenderAudioSamplesReadyEvent;
-    WAVEFORMATEX* m_pRenderMixFormat;
+    UniqueHandle m_RenderShutdownEvent;
+    UniqueHandle m_RenderAudioSamplesReadyEvent;
+    CoTaskMemPtr<WAVEFORMATEX> m_pRenderMixFormat;
     UINT32 m_nBufferFrames;
-    SwrContext* m_pResamplerContext;
-    CAudioSessionVolume* m_pASV;
+    SwrContextPtr m_pResamplerContext;
+    CComPtr<CAudioSessionVolume> m_pASV;  // written under m_csControls too
     // Written by the host's thread, read by the render thread at every buffer: one whole byte.
     std::atomic<bool> m_bMute;
     std::vector<CWMAudioDevice*> m_Devices;
@@ -56,6 +64,9 @@ public:
 
 private:
     void RenderLoop(CAudioCapture* capture);
-    // Installs (or removes, with nulls) the mix format and resampler the capture thread uses.
-    void SwapConversion(WAVEFORMATEX*& mixFormat, SwrContext*& resampler);
+    // Installs this engine's mix format and resampler into the capture engine, or withdraws
+    // them (install false); nothing without a capture engine.
+    void ShareConversion(bool install);
+
+    Concurrency::critical_section m_csControls;
 };

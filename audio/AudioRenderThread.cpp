@@ -3,26 +3,21 @@
 // silence of its own: with nothing queued it leaves the device alone until the next event.
 #include <algorithm>
 
-#include "AudioCapture.h"
-#include "AudioRender.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioRender.h"
+#include "audio/StreamThread.h"
 #include "zqCoreAudio.h"
 
 DWORD WINAPI CAudioRender::WASAPIRenderThread(LPVOID pContext) {
-    auto* engine = static_cast<CAudioRender*>(pContext);
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    DWORD taskIndex = 0;
-    HANDLE mmcss = AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);
-    engine->RenderLoop(g_pCore->GetCaptureEngine());
-    if (mmcss != nullptr) AvRevertMmThreadCharacteristics(mmcss);
-    CoUninitialize();
-    g_pCore->LogInfo(L"AudioRender: WASAPIRenderThread end of thread");
-    return 0;
+    return RunStreamThread(
+        [](void* engine) { static_cast<CAudioRender*>(engine)->RenderLoop(g_pCore->GetCaptureEngine()); }, pContext,
+        L"AudioRender: WASAPIRenderThread end of thread");
 }
 
 void CAudioRender::RenderLoop(CAudioCapture* capture) {
-    const HANDLE waits[2] = {m_RenderShutdownEvent, m_RenderAudioSamplesReadyEvent};
+    const HANDLE waits[2] = {m_RenderShutdownEvent.get(), m_RenderAudioSamplesReadyEvent.get()};
     // The mix format does not change while the thread runs; the queue holds frames of its size.
-    const size_t blockAlign = m_pRenderMixFormat != nullptr ? m_pRenderMixFormat->nBlockAlign : 8;
+    const size_t blockAlign = m_pRenderMixFormat ? m_pRenderMixFormat->nBlockAlign : 8;
     for (;;) {
         const DWORD woken = WaitForMultipleObjects(2, waits, FALSE, INFINITE);
         if (woken == WAIT_OBJECT_0) return;
@@ -35,13 +30,16 @@ void CAudioRender::RenderLoop(CAudioCapture* capture) {
         const UINT32 free = bufferFrames > queued ? bufferFrames - queued : 0;
         if (free == 0 || capture == nullptr || blockAlign == 0) continue;
 
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-        const UINT32 frames =
-            std::min<UINT32>(free, static_cast<UINT32>(capture->m_pSyncHost->GetCount() / blockAlign));
-        if (frames == 0) continue;
-        BYTE* data = nullptr;
-        if (FAILED(m_spRenderClient->GetBuffer(frames, &data)) || data == nullptr) continue;
-        capture->m_pSyncHost->Read(data, static_cast<size_t>(frames) * blockAlign);
-        m_spRenderClient->ReleaseBuffer(frames, m_bMute.load(std::memory_order_relaxed) ? AUDCLNT_BUFFERFLAGS_SILENT : 0);
+        // One refill under the capture engine's packet lock: the capture thread queues more
+        // only between refills.
+        capture->WithQueue([&](CCircularBuffer& queue) {
+            const UINT32 frames = std::min<UINT32>(free, static_cast<UINT32>(queue.GetCount() / blockAlign));
+            if (frames == 0) return;
+            BYTE* data = nullptr;
+            if (FAILED(m_spRenderClient->GetBuffer(frames, &data)) || data == nullptr) return;
+            queue.Read(data, static_cast<size_t>(frames) * blockAlign);
+            m_spRenderClient->ReleaseBuffer(frames,
+                                            m_bMute.load(std::memory_order_relaxed) ? AUDCLNT_BUFFERFLAGS_SILENT : 0);
+        });
     }
 }

@@ -1,4 +1,4 @@
-#include "AudioSessionVolume.h"
+#include "audio/AudioSessionVolume.h"
 
 #include <cstring>
 #include <new>

@@ -1,12 +1,12 @@
 // The analyzer feed buffer: a ring of mono samples and a latest-packet block.
-#include "AudioSharedMem.h"
+#include "audio/AudioSharedMem.h"
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 
-#include "AudioLog.h"
-#include "CircularBuffer.h"
+#include "audio/AudioLog.h"
+#include "audio/CircularBuffer.h"
 
 namespace {
 constexpr size_t kHeaderBytes = 8;  // int32 frame count, int32 1

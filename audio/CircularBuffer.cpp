@@ -1,5 +1,5 @@
 // The byte ring: split copies at the end of the storage, positions wrap to 0 exactly there.
-#include "CircularBuffer.h"
+#include "audio/CircularBuffer.h"
 
 #include <algorithm>
 #include <cstring>

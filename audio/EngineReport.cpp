@@ -1,4 +1,4 @@
-#include "EngineReport.h"
+#include "audio/EngineReport.h"
 
 #include "zqCoreAudio.h"
 

@@ -1,6 +1,6 @@
 // The two name tables of the resampler log block. The texts are part of the log that the
 // maker's support reads; they are kept exactly, odd spacing included.
-#include "FormatNames.h"
+#include "audio/FormatNames.h"
 
 #include <iterator>
 

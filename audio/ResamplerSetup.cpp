@@ -1,6 +1,6 @@
 // The resampler set-up: option values from the mix format, the log block that records them,
 // initialisation and its verdict.
-#include "ResamplerSetup.h"
+#include "audio/ResamplerSetup.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -8,9 +8,9 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
-#include "AudioLog.h"
-#include "EngineFormat.h"
-#include "FormatNames.h"
+#include "audio/AudioLog.h"
+#include "audio/EngineFormat.h"
+#include "audio/FormatNames.h"
 
 namespace {
 

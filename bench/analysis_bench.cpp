@@ -50,10 +50,11 @@ struct Bench {
     }
     void Refill() {
         CAudioCapture* capture = core->GetCaptureEngine();
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
         const auto count = static_cast<uint32_t>(frames.size() / 2);
-        capture->m_AudioSharedCapture.WritePacket(frames.data(), count);
-        capture->m_AudioSharedRender.WritePacket(frames.data(), count);
+        capture->WithFeeds([&](CAudioSharedMem& input, CAudioSharedMem& output) {
+            input.WritePacket(frames.data(), count);
+            output.WritePacket(frames.data(), count);
+        });
     }
 
     std::unique_ptr<CZQCoreAudio> core;

@@ -16,8 +16,8 @@
 
 #include <malloc.h>
 
-#include "AudioCapture.h"
-#include "AudioRender.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioRender.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/audio_machine.h"
 #include "zqplatform/vm/clock.h"
@@ -136,15 +136,16 @@ void BM_CapturePacketWork(benchmark::State& state) {
         packet[2 * i + 1] = v;
     }
     for (auto _ : state) {
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
         capture->ProcessPacket(reinterpret_cast<const BYTE*>(packet.data()), 441);
         // Keep the queues from filling up, as the render thread and the analyzer would.
         BYTE drain[8192];
-        while (capture->m_pSyncHost->Read(drain, sizeof drain) != 0) {
+        capture->WithQueue([&](CCircularBuffer& queue) {
+            while (queue.Read(drain, sizeof drain) != 0) {
+            }
+        });
+        while (capture->ReadFeed(CAudioCapture::Feed::Input, drain, sizeof drain) != 0) {
         }
-        while (capture->m_AudioSharedCapture.Read(drain, sizeof drain) != 0) {
-        }
-        while (capture->m_AudioSharedRender.Read(drain, sizeof drain) != 0) {
+        while (capture->ReadFeed(CAudioCapture::Feed::Output, drain, sizeof drain) != 0) {
         }
     }
     // Seconds per packet over the 10 ms a packet lasts, in percent: elapsed / (iterations / 1e4).

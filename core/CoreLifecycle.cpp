@@ -1,19 +1,20 @@
 // The core's lifecycle sequences. Each step is announced by a log line; a failing step is
 // logged by the part that failed and the sequence goes on.
-#include "AudioCapture.h"
-#include "AudioRender.h"
-#include "NotificationClient.h"
 #include "analysis/AudioAnalyzer.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioRender.h"
+#include "core/NotificationClient.h"
 #include "zqCoreAudio.h"
 
 void CZQCoreAudio::Init(HWND hWnd) {
     LogInfo(L"CoreAudio: Init ...");
     m_hWnd = hWnd;
-    m_pCapture = new CAudioCapture;
-    m_pRender = new CAudioRender;
-    m_pAnalyzer = new CAudioAnalyzer;
-    if (m_pAnalyzer != nullptr) m_pAnalyzer->StartThread();  // reports its own failure
-    m_pNotifyClient = new CMMNotificationClient;
+    m_pCapture = std::make_unique<CAudioCapture>();
+    m_pRender = std::make_unique<CAudioRender>();
+    m_pAnalyzer = std::make_unique<CAudioAnalyzer>();
+    m_pAnalyzer->StartThread();  // reports its own failure
+    m_pNotifyClient = std::make_unique<CMMNotificationClient>();
+    OpenComponents();
     m_pNotifyClient->Register();  // a failed registration only means no notifications
     LogInfo(L"CoreAudio: CMMNotificationClient Init");
     LoadConfig();
@@ -24,31 +25,29 @@ void CZQCoreAudio::Init(HWND hWnd) {
 
 void CZQCoreAudio::Shutdown() {
     LogInfo(L"CoreAudio: Shutdown");
+    // From here on the getters on other threads leave the components alone.
+    CloseComponents();
     // From here on no notification changes the microphone list or messages the host; one under
     // way finishes first (the host's window may be handling its message meanwhile).
-    if (m_pNotifyClient != nullptr) m_pNotifyClient->CloseCallbacks();
+    if (m_pNotifyClient) m_pNotifyClient->CloseCallbacks();
     ClearDeviceZQ();
-    if (m_pAnalyzer != nullptr) {
+    if (m_pAnalyzer) {
         // Its thread reads the capture engine's buffers every tick: gone before that engine.
         SetEvent(m_pAnalyzer->m_hShutdownEvent);
         m_pAnalyzer->JoinThread();
     }
     Stop();
-    if (m_pNotifyClient != nullptr) m_pNotifyClient->Unregister();
+    if (m_pNotifyClient) m_pNotifyClient->Unregister();
     LogInfo(L"CoreAudio: DestroyCapture");
-    if (m_pCapture != nullptr) m_pCapture->ReleaseAudioDevices();
+    if (m_pCapture) m_pCapture->ReleaseAudioDevices();
     LogInfo(L"CoreAudio: DestroyRender ...");
-    if (m_pRender != nullptr) m_pRender->ReleaseAudioDevices();
-    delete m_pNotifyClient;  // outright, whatever its reference count
-    m_pNotifyClient = nullptr;
+    if (m_pRender) m_pRender->ReleaseAudioDevices();
+    m_pNotifyClient.reset();  // outright, whatever its reference count
     // The capture engine goes before the render engine; the render thread, which reads the
     // capture engine's queue, was joined by Stop above.
-    delete m_pCapture;
-    m_pCapture = nullptr;
-    delete m_pRender;
-    m_pRender = nullptr;
-    delete m_pAnalyzer;
-    m_pAnalyzer = nullptr;
+    m_pCapture.reset();
+    m_pRender.reset();
+    m_pAnalyzer.reset();
     m_hWnd = nullptr;
     LogInfo(L"CoreAudio: Shutdown OK");
 }
@@ -139,14 +138,14 @@ bool CZQCoreAudio::SetRenderDevice(IMMDevice* pDevice) {
 namespace {
 
 template <typename Engine>
-unsigned int CountOf(Engine* engine) {
+unsigned int CountOf(const std::unique_ptr<Engine>& engine) {
     if (engine == nullptr) return 0;
     Concurrency::critical_section::scoped_lock lock(engine->m_csDevices);
     return static_cast<unsigned int>(engine->m_Devices.size());
 }
 
 template <typename Engine>
-CWMAudioDevice* RecordAt(Engine* engine, int index) {
+CWMAudioDevice* RecordAt(const std::unique_ptr<Engine>& engine, int index) {
     if (engine == nullptr) return nullptr;
     Concurrency::critical_section::scoped_lock lock(engine->m_csDevices);
     // Compared as unsigned, so a negative index is out of range too.

@@ -1,13 +1,17 @@
 // The core object: construction, destruction, the four settings and the accessors.
+#include <thread>
+
+#include "analysis/AudioAnalyzer.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioRender.h"
+#include "core/NotificationClient.h"
 #include "zqCoreAudio.h"
 
 CZQCoreAudio* g_pCore = nullptr;
 
 CZQCoreAudio::CZQCoreAudio()
-    : m_pAnalyzer(nullptr),
-      m_pCapture(nullptr),
-      m_pRender(nullptr),
-      m_pNotifyClient(nullptr),
+    : m_bComponentsOpen(false),
+      m_nComponentReaders(0),
       m_hWnd(nullptr),
       m_bBypass(true),
       m_nWaveScale(480),
@@ -30,9 +34,9 @@ CZQCoreAudio::~CZQCoreAudio() {
 
 bool CZQCoreAudio::IsInit() { return m_hWnd != nullptr; }
 
-CAudioCapture* CZQCoreAudio::GetCaptureEngine() { return m_pCapture; }
-CAudioRender* CZQCoreAudio::GetRenderEngine() { return m_pRender; }
-CMMNotificationClient* CZQCoreAudio::GetNotifyClient() { return m_pNotifyClient; }
+CAudioCapture* CZQCoreAudio::GetCaptureEngine() { return m_pCapture.get(); }
+CAudioRender* CZQCoreAudio::GetRenderEngine() { return m_pRender.get(); }
+CMMNotificationClient* CZQCoreAudio::GetNotifyClient() { return m_pNotifyClient.get(); }
 HWND CZQCoreAudio::GetHwnd() { return m_hWnd; }
 _SECURITY_ATTRIBUTES* CZQCoreAudio::GetSA() { return m_SA.GetSecurityAttributes(); }
 
@@ -43,3 +47,12 @@ void CZQCoreAudio::SetWhichFunction(int nFunction) { m_nWhichFunction.exchange(n
 int CZQCoreAudio::GetWhichFunction() { return m_nWhichFunction.load(); }
 void CZQCoreAudio::SetSpectrumView(DWORD dwView) { m_dwSpectrumView.exchange(dwView); }
 int CZQCoreAudio::GetSpectrumView() { return static_cast<int>(m_dwSpectrumView.load()); }
+
+void CZQCoreAudio::OpenComponents() { m_bComponentsOpen.store(true); }
+
+void CZQCoreAudio::CloseComponents() {
+    m_bComponentsOpen.store(false);
+    // A getter inside holds no lock and calls nothing that waits long: yielding until the
+    // last one has left is short.
+    while (m_nComponentReaders.load() != 0) std::this_thread::yield();
+}

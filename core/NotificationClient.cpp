@@ -1,4 +1,4 @@
-#include "NotificationClient.h"
+#include "core/NotificationClient.h"
 
 #include "zqCoreAudio.h"
 
@@ -41,6 +41,10 @@ void CMMNotificationClient::Register() {
 
 void CMMNotificationClient::CloseCallbacks() {
     m_bClosed.store(true);
+    // Shutdown may run inside the host's handling of the device message that a callback under
+    // way sent: that callback cannot return before the host's handler does, and the handler
+    // waits here. Replying now lets the callback return; the host has the message already.
+    if (m_nCallbacks.load() > 0 && InSendMessage()) ReplyMessage(0);
     // A callback under way may wait in SendMessageW for this very thread's window: handle the
     // messages sent to it until the callback has returned.
     while (m_nCallbacks.load() > 0) {

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -223,20 +224,37 @@ public:
     float GetSpectrumAmpPeakOut(int nIndex);
 
 private:
-    friend class CAudioCapture;  // copies the microphone list under its lock
+    friend class CAudioCapture;  // copies the microphone list (CopyMicrophones)
+    class CComponentsReader;     // a getter's admission to the components (ComponentsReader.h)
 
     void LoadConfig();
     void LoadPlugins();
     bool IsDeviceInConfig(const CStringW& strProduct);
     void LogV(zqLogEventType eType, const wchar_t* format, va_list args);
+    // Appends copies of the microphone records to list, under the list's lock; returns how
+    // many records the microphone list holds.
+    size_t CopyMicrophones(std::vector<CWMAudioDevice*>& list);
+    // The volumes the level getters read and set; empty while the components are closed.
+    CComPtr<ISimpleAudioVolume> CaptureVolume();
+    CComPtr<ISimpleAudioVolume> RenderVolume();
+    // Init, once every component exists: from here on the getters use them.
+    void OpenComponents();
+    // Shutdown, before any component goes: the getters return their empty values from here
+    // on, and the getters already inside have left when this returns.
+    void CloseComponents();
 
     std::vector<_ZQ_CONFIG> m_vecProducts;
     std::vector<CWMAudioDevice*> m_vecHidDevices;
     std::vector<_ZQ_PLUGIN_INFO> m_vecPlugins;
-    CAudioAnalyzer* m_pAnalyzer;
-    CAudioCapture* m_pCapture;
-    CAudioRender* m_pRender;
-    CMMNotificationClient* m_pNotifyClient;
+    // Owned from Init to Shutdown. The host's thread alone creates and destroys them; other
+    // threads reach them through the getters, admitted by m_bComponentsOpen and counted in
+    // m_nComponentReaders, which Shutdown waits to drain before it destroys anything.
+    std::unique_ptr<CAudioAnalyzer> m_pAnalyzer;
+    std::unique_ptr<CAudioCapture> m_pCapture;
+    std::unique_ptr<CAudioRender> m_pRender;
+    std::unique_ptr<CMMNotificationClient> m_pNotifyClient;
+    std::atomic<bool> m_bComponentsOpen;
+    std::atomic<int> m_nComponentReaders;
     HWND m_hWnd;
     std::atomic<bool> m_bBypass;
     std::atomic<int32_t> m_nWaveScale;
@@ -247,6 +265,10 @@ private:
     // Serialises the microphone list, the publication of the product table and the removed
     // serial numbers between the notification thread and the host's thread.
     Concurrency::critical_section m_csHidDevices;
+    // One discovery at a time: two at once would both open the same bridges, and the one that
+    // finds a bridge held by the other would list its microphone without versions or name.
+    // Taken before m_csHidDevices.
+    Concurrency::critical_section m_csDiscovery;
     // The serial numbers that removal messages point to, kept until the core object goes, so
     // that a posted message's text stays valid however late the host handles it.
     std::set<std::wstring> m_setRemovedSerials;

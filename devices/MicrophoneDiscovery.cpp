@@ -3,10 +3,11 @@
 // the capture endpoint of the same USB device through its container identifier.
 //
 // Runs on the host's thread (Init, RebuildCapture, Refresh) and on the notification thread
-// (a device added or become active). The microphone list's lock is held only around reads of
-// the list and the product table and around the append, never across a version query (at
-// least 150 ms) or a call into the audio engine; the duplicate test is repeated at the append,
-// so two discoveries running at once still list each microphone once.
+// (a device added or become active), one discovery at a time (m_csDiscovery): a bridge is
+// opened by one version query at a time, so every microphone gets its versions and its name.
+// The microphone list's lock is held only around reads of the list and the product table and
+// around the append, never across a version query (at least 150 ms) or a call into the audio
+// engine, so the host's getters and a removal are not held up by a discovery.
 #include <cstring>
 
 #include "devices/EndpointProperties.h"
@@ -31,6 +32,7 @@ bool IsListed(const std::vector<CWMAudioDevice*>& list, const CStringW& strSN) {
 }  // namespace
 
 bool CZQCoreAudio::FillDevicesZQ() {
+    Concurrency::critical_section::scoped_lock discovery(m_csDiscovery);
     LogInfo(L"CoreAudio: call FillDevicesZQ");
     DWORD dwCount = 0;
     if (HidUart_GetNumDevices(&dwCount, 0, 0) != HID_UART_SUCCESS) return true;
@@ -92,12 +94,9 @@ bool CZQCoreAudio::FillDevicesZQ() {
             }
         }
 
+        // Only a discovery appends, and discoveries run one at a time: the test above holds.
         Concurrency::critical_section::scoped_lock lock(m_csHidDevices);
-        if (IsListed(m_vecHidDevices, strSN)) {
-            delete pDevice;  // another discovery listed it meanwhile
-        } else {
-            m_vecHidDevices.push_back(pDevice);
-        }
+        m_vecHidDevices.push_back(pDevice);
     }
     return true;
 }

@@ -29,4 +29,5 @@
 #  include "zqplatform/win/hiduart.h"
 #  include "zqplatform/win/avrt.h"
 #endif
+#include "zqplatform/owning.h"
 #include "zqplatform/zqSystem.h"

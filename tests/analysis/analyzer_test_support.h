@@ -43,9 +43,16 @@ inline std::vector<float> Values(const CPeakHistory& history) {
     return values;
 }
 
-using Feed = CAudioSharedMem CAudioCapture::*;
-constexpr Feed kInputFeed = &CAudioCapture::m_AudioSharedCapture;
-constexpr Feed kOutputFeed = &CAudioCapture::m_AudioSharedRender;
+using Feed = CAudioCapture::Feed;
+constexpr Feed kInputFeed = Feed::Input;
+constexpr Feed kOutputFeed = Feed::Output;
+
+// Writes count engine frames into one analyzer feed of the capture engine, as its thread does.
+inline void WriteFeed(CAudioCapture& capture, Feed feed, const float* frames, uint32_t count) {
+    capture.WithFeeds([&](CAudioSharedMem& input, CAudioSharedMem& output) {
+        (feed == Feed::Input ? input : output).WritePacket(frames, count);
+    });
+}
 
 class CoreWithEngines : public ::testing::Test {
 protected:
@@ -71,8 +78,7 @@ protected:
             frames.push_back(s);
             frames.push_back(-s);
         }
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-        (capture->*feed).WritePacket(frames.data(), static_cast<uint32_t>(mono.size()));
+        WriteFeed(*capture, feed, frames.data(), static_cast<uint32_t>(mono.size()));
     }
 
     std::unique_ptr<CZQCoreAudio> core;

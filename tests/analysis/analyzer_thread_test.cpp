@@ -6,6 +6,8 @@ namespace {
 
 using zqtest::kMs100ns;
 using zqtest::WaitUntil;
+using zqtest::kInputFeed;
+using zqtest::WriteFeed;
 
 class AnalyzerThread : public ::testing::Test {
 protected:
@@ -107,10 +109,7 @@ TEST(AnalyzerInCore, InitStartsTheThreadAndShutdownJoinsItBeforeTheEnginesGo) {
         frames.push_back(0.5f);
         frames.push_back(0.5f);
     }
-    {
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-        capture->m_AudioSharedCapture.WritePacket(frames.data(), 4800);
-    }
+    WriteFeed(*capture, kInputFeed, frames.data(), 4800);
     EXPECT_TRUE(WaitUntil([&] { return core.GetSpectrumAmpIn(0) > 1.0f; })) << "no tick reached the spectrum";
     core.Shutdown();  // the thread reads the capture engine until joined
     EXPECT_EQ(core.GetSpectrumAmpIn(0), 0.0f);

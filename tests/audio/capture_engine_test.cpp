@@ -9,8 +9,8 @@
 #include <future>
 #include <vector>
 
-#include "AudioCapture.h"
-#include "AudioRender.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioRender.h"
 #include "audio_fixture.h"
 #include "zqplatform/vm/kernel_faults.h"
 
@@ -45,20 +45,22 @@ protected:
 
     // The latest-packet block of the analyzer's input buffer: frame count and frames.
     std::vector<float> LatestPacket() {
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-        const uint8_t* block = capture->m_AudioSharedCapture.GetBlock();
-        int32_t count = 0;
-        std::memcpy(&count, block, 4);
-        std::vector<float> frames(static_cast<size_t>(std::max(count, 0)) * 2);
-        if (!frames.empty()) std::memcpy(frames.data(), block + 8, frames.size() * sizeof(float));
-        return frames;
+        return capture->WithFeeds([](CAudioSharedMem& input, CAudioSharedMem&) {
+            const uint8_t* block = input.GetBlock();
+            int32_t count = 0;
+            std::memcpy(&count, block, 4);
+            std::vector<float> frames(static_cast<size_t>(std::max(count, 0)) * 2);
+            if (!frames.empty()) std::memcpy(frames.data(), block + 8, frames.size() * sizeof(float));
+            return frames;
+        });
     }
 
     std::vector<float> QueuedForRender() {
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-        std::vector<float> queued(capture->m_pSyncHost->GetCount() / sizeof(float));
-        if (!queued.empty()) capture->m_pSyncHost->Read(queued.data(), queued.size() * sizeof(float));
-        return queued;
+        return capture->WithQueue([](CCircularBuffer& queue) {
+            std::vector<float> queued(queue.GetCount() / sizeof(float));
+            if (!queued.empty()) queue.Read(queued.data(), queued.size() * sizeof(float));
+            return queued;
+        });
     }
 
     std::wstring speaker;
@@ -132,7 +134,7 @@ TEST_F(CaptureEngine, AWakeUpWithoutAPacketReleasesZeroFramesAndFeedsNothing) {
     const uint64_t released = zqvm::CapturePacketsReleased(mic);
     recorder->Clear();
     // The samples-ready event without a packet behind it: GetBuffer yields 0 frames.
-    ASSERT_TRUE(SetEvent(capture->m_CaptureAudioSamplesReadyEvent));
+    ASSERT_TRUE(SetEvent(capture->m_CaptureAudioSamplesReadyEvent.get()));
     ASSERT_TRUE(zqvm::FeedFrames(mic, std::vector<float>(960, 0.5f)));
     CapturePeriod();  // the next real packet is still handled normally
     EXPECT_EQ(zqvm::CapturePacketsReleased(mic), released + 1);
@@ -168,7 +170,7 @@ TEST_F(CaptureEngine, ANullDeviceReleasesTheStreamAndOpensNothing) {
     ASSERT_TRUE(capture->StartCapture());
     EXPECT_EQ(capture->SetAudioDevice(nullptr), 1);
     EXPECT_EQ(capture->m_CaptureThread, nullptr);
-    EXPECT_EQ(capture->m_CaptureShutdownEvent, nullptr);
+    EXPECT_FALSE(capture->m_CaptureShutdownEvent);
     EXPECT_FALSE(capture->m_spCaptureAudioClient);
     EXPECT_EQ(zqvm::EndpointRefCount(mic), 0);
     EXPECT_EQ(capture->SetFirstAudioDevice(), E_FAIL);  // no microphone listed

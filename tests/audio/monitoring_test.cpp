@@ -6,8 +6,8 @@
 #include <cmath>
 #include <vector>
 
-#include "AudioCapture.h"
-#include "AudioRender.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioRender.h"
 #include "audio_fixture.h"
 #include "zqplatform/vm/message_pump.h"
 

@@ -6,8 +6,8 @@
 #include <future>
 #include <vector>
 
-#include "AudioCapture.h"
-#include "AudioRender.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioRender.h"
 #include "audio_fixture.h"
 #include "zqplatform/vm/kernel_faults.h"
 
@@ -30,17 +30,17 @@ protected:
 
     // Queues frames for the render thread as the capture thread would, values 1, 2, 3, ...
     void Queue(size_t frames) {
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-        for (size_t i = 0; i < frames; ++i) {
-            const float value = static_cast<float>(++queuedValue);
-            const float frame[2] = {value, value};
-            ASSERT_EQ(capture->m_pSyncHost->Write(frame, sizeof frame), sizeof frame);
-        }
+        capture->WithQueue([&](CCircularBuffer& queue) {
+            for (size_t i = 0; i < frames; ++i) {
+                const float value = static_cast<float>(++queuedValue);
+                const float frame[2] = {value, value};
+                ASSERT_EQ(queue.Write(frame, sizeof frame), sizeof frame);
+            }
+        });
     }
 
     size_t QueuedFrames() {
-        Concurrency::critical_section::scoped_lock lock(capture->m_csPacket);
-        return capture->m_pSyncHost->GetCount() / 8;
+        return capture->WithQueue([](CCircularBuffer& queue) { return queue.GetCount() / 8; });
     }
 
     // One device period and the render thread's refill after it.

@@ -2,7 +2,7 @@
 // own changes do not.
 #include <gtest/gtest.h>
 
-#include "AudioSessionVolume.h"
+#include "audio/AudioSessionVolume.h"
 #include "audio_fixture.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <future>
 #include <thread>
 
-#include "NotificationClient.h"
+#include "core/NotificationClient.h"
 #include "microphone_machine.h"
 #include "zqplatform/vm/message_pump.h"
 

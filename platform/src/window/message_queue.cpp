@@ -34,16 +34,32 @@ DWORD MessageTime() {
     return static_cast<DWORD>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
 }
 
+namespace {
+
+// The sent messages the calling thread is handling, innermost last (a procedure may pump and
+// so handle another one inside).
+thread_local std::vector<std::shared_ptr<SentMessage>> t_handling;
+
+// With the lock held: hands the result to the sender and wakes it, once.
+void CompleteLocked(SentMessage& sent, LRESULT result) {
+    if (sent.done) return;
+    sent.result = result;
+    sent.done = true;
+    sent.sender->wake.notify_all();
+}
+
+}  // namespace
+
 void HandleSentLocked(std::unique_lock<std::mutex>& held, const std::shared_ptr<SentMessage>& sent) {
     WindowState& state = State();
     const std::shared_ptr<Window> window = FindWindowLocked(state, sent->hwnd);
     const WNDPROC proc = window ? window->proc : nullptr;
+    t_handling.push_back(sent);
     held.unlock();
     const LRESULT result = proc != nullptr ? proc(sent->hwnd, sent->message, sent->wParam, sent->lParam) : 0;
     held.lock();
-    sent->result = result;
-    sent->done = true;
-    sent->sender->wake.notify_all();
+    t_handling.pop_back();
+    CompleteLocked(*sent, result);  // nothing when the procedure replied early
 }
 
 NextMessage TakeNextMessage(MSG& out, const TakeOptions& options) {
@@ -164,6 +180,20 @@ BOOL PeekMessageW(LPMSG lpMsg, HWND hWnd, UINT wMsgFilterMin, UINT wMsgFilterMax
     options.wait = false;
     const NextMessage next = TakeNextMessage(*lpMsg, options);
     return next == NextMessage::None ? FALSE : TRUE;
+}
+
+BOOL InSendMessage(void) {
+    WindowState& state = State();
+    std::lock_guard<std::mutex> guard(state.lock);
+    return !t_handling.empty() && !t_handling.back()->done ? TRUE : FALSE;
+}
+
+BOOL ReplyMessage(LRESULT lResult) {
+    WindowState& state = State();
+    std::lock_guard<std::mutex> guard(state.lock);
+    if (t_handling.empty() || t_handling.back()->done) return FALSE;
+    CompleteLocked(*t_handling.back(), lResult);
+    return TRUE;
 }
 
 BOOL TranslateMessage(const MSG* /*lpMsg*/) { return FALSE; }

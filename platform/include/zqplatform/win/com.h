@@ -2,6 +2,7 @@
 // and the counted pointer CComPtr.
 #pragma once
 
+#include <memory>
 #include <utility>
 
 #include "zqplatform/win/wintypes.h"
@@ -141,7 +142,7 @@ public:
     }
     CComPtr& operator=(const CComPtr& other) noexcept { return *this = other.p; }
     CComPtr& operator=(CComPtr&& other) noexcept {
-        if (this != &other) {
+        if (this != std::addressof(other)) {
             T* old = std::exchange(p, std::exchange(other.p, nullptr));
             if (old) old->Release();
         }

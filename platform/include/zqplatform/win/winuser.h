@@ -138,6 +138,13 @@ ZQPLATFORM_API DWORD GetWindowThreadProcessId(HWND hWnd, LPDWORD lpdwProcessId);
 ZQPLATFORM_API BOOL PostMessageW(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam);
 // 0 with ERROR_INVALID_WINDOW_HANDLE for a window that does not exist.
 ZQPLATFORM_API LRESULT SendMessageW(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam);
+// TRUE while the calling thread's window procedure handles a message that another thread sent
+// and that has not been replied to yet.
+ZQPLATFORM_API BOOL InSendMessage(void);
+// Completes the message another thread sent to the calling thread and is being handled now:
+// its sender returns with lResult at once, while the procedure goes on (what it returns later
+// is dropped). FALSE when there is no such message, or it was replied to already.
+ZQPLATFORM_API BOOL ReplyMessage(LRESULT lResult);
 // Handles sent messages while it waits for a posted one matching the filter (hWnd: that
 // window only, (HWND)-1: thread messages only; min and max both 0: any message). FALSE for
 // WM_QUIT (whatever the filter), -1 for a null lpMsg.

@@ -28,3 +28,11 @@ CWMAudioDevice* CZQCoreAudio::GetHidCaptureDevice(int nIndex) {
     if (nIndex < 0 || static_cast<size_t>(nIndex) >= m_vecHidDevices.size()) return nullptr;
     return m_vecHidDevices[static_cast<size_t>(nIndex)];
 }
+
+size_t CZQCoreAudio::CopyMicrophones(std::vector<CWMAudioDevice*>& list) {
+    Concurrency::critical_section::scoped_lock lock(m_csHidDevices);
+    for (CWMAudioDevice* microphone : m_vecHidDevices) {
+        if (microphone != nullptr) list.push_back(new CWMAudioDevice(*microphone));
+    }
+    return m_vecHidDevices.size();
+}

@@ -1,8 +1,11 @@
 // The core's spectrum and waveform-peak getters: one element of the analyzer's shared arrays,
-// read without a lock (atomic loads: the element's old or new value).
+// read without a lock (atomic loads: the element's old or new value). Callable from any thread
+// at any time of the core object's life: admitted by a components reader, they return 0.0
+// while the analyzer is not there.
 #include <stdexcept>
 
 #include "analysis/AudioAnalyzer.h"
+#include "core/ComponentsReader.h"
 #include "zqCoreAudio.h"
 
 namespace {
@@ -35,35 +38,41 @@ int DataPeakPlace(int nIndex, int nShift) {
 }  // namespace
 
 float CZQCoreAudio::GetSpectrumAmpIn(int nIndex) {
-    if (m_pAnalyzer == nullptr) return 0.0f;
-    return SpectrumValue(m_pAnalyzer->m_vecSpectrumAmpIn, nIndex);
+    return CComponentsReader::Use(*this, 0.0f, [&](const CComponentsReader& components) {
+        return SpectrumValue(components.Analyzer().m_vecSpectrumAmpIn, nIndex);
+    });
 }
 
+// With bypass on, the output side shows what the input side shows.
 float CZQCoreAudio::GetSpectrumAmpOut(int nIndex) {
-    if (m_pAnalyzer == nullptr) return 0.0f;
-    // With bypass on, the output side shows what the input side shows.
-    const bool bypass = m_bBypass.load();
-    return SpectrumValue(bypass ? m_pAnalyzer->m_vecSpectrumAmpIn : m_pAnalyzer->m_vecSpectrumAmpOut, nIndex);
+    return CComponentsReader::Use(*this, 0.0f, [&](const CComponentsReader& components) {
+        const CAudioAnalyzer& analyzer = components.Analyzer();
+        return SpectrumValue(m_bBypass.load() ? analyzer.m_vecSpectrumAmpIn : analyzer.m_vecSpectrumAmpOut, nIndex);
+    });
 }
 
 float CZQCoreAudio::GetSpectrumAmpPeakIn(int nIndex) {
-    if (m_pAnalyzer == nullptr) return 0.0f;
-    return SpectrumValue(m_pAnalyzer->m_vecSpectrumAmpPeakIn, nIndex);
+    return CComponentsReader::Use(*this, 0.0f, [&](const CComponentsReader& components) {
+        return SpectrumValue(components.Analyzer().m_vecSpectrumAmpPeakIn, nIndex);
+    });
 }
 
 float CZQCoreAudio::GetSpectrumAmpPeakOut(int nIndex) {
-    if (m_pAnalyzer == nullptr) return 0.0f;
-    const bool bypass = m_bBypass.load();
-    return SpectrumValue(bypass ? m_pAnalyzer->m_vecSpectrumAmpPeakIn : m_pAnalyzer->m_vecSpectrumAmpPeakOut,
-                         nIndex);
+    return CComponentsReader::Use(*this, 0.0f, [&](const CComponentsReader& components) {
+        const CAudioAnalyzer& analyzer = components.Analyzer();
+        return SpectrumValue(m_bBypass.load() ? analyzer.m_vecSpectrumAmpPeakIn : analyzer.m_vecSpectrumAmpPeakOut,
+                             nIndex);
+    });
 }
 
 float CZQCoreAudio::GetDataPeakIn(int nIndex, int nShift) {
-    if (m_pAnalyzer == nullptr) return 0.0f;
-    return m_pAnalyzer->m_vecDataPeakIn.At(DataPeakPlace(nIndex, nShift));
+    return CComponentsReader::Use(*this, 0.0f, [&](const CComponentsReader& components) {
+        return components.Analyzer().m_vecDataPeakIn.At(DataPeakPlace(nIndex, nShift));
+    });
 }
 
 float CZQCoreAudio::GetDataPeakOut(int nIndex, int nShift) {
-    if (m_pAnalyzer == nullptr) return 0.0f;
-    return m_pAnalyzer->m_vecDataPeakOut.At(DataPeakPlace(nIndex, nShift));
+    return CComponentsReader::Use(*this, 0.0f, [&](const CComponentsReader& components) {
+        return components.Analyzer().m_vecDataPeakOut.At(DataPeakPlace(nIndex, nShift));
+    });
 }
