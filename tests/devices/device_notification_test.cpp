@@ -176,6 +176,25 @@ TEST_F(DeviceNotifications, ShutdownWhileANotificationWaitsForTheHostsWindowDoes
     EXPECT_EQ(core->GetHidCaptureDeviceCount(), 0u);  // cleared, and nothing added after
 }
 
+// A host may shut the library down from the handler of the very message a notification sent.
+TEST_F(DeviceNotifications, ShutdownInsideTheHandlerOfTheSentDeviceMessageReturns) {
+    core->Init(window->Handle());
+    bool shutDownInHandler = false;
+    window->OnMessage([&](const ReceivedMessage& m) {
+        if (m.message != WM_AUDIO_DEVICE_CHANGED || m.wParam != 0) return;
+        core->Shutdown();  // the notification thread waits in SendMessageW for this handler
+        shutDownInHandler = true;
+    });
+    AddMicrophone("KV1-LATE");
+    ASSERT_TRUE(zqvm::PumpUntil([&] { return shutDownInHandler; }, kWait));
+    EXPECT_EQ(DeviceMessages().size(), 1u);
+    EXPECT_FALSE(core->IsInit());
+    EXPECT_EQ(core->GetNotifyClient(), nullptr);
+    ASSERT_TRUE(zqvm::WaitForNotificationsDelivered(kWait));
+    EXPECT_EQ(zqvm::NotificationClientCount(), 0u);
+    EXPECT_TRUE(recorder->Contains(L"CoreAudio: Shutdown OK"));
+}
+
 // Microphones come and go on the engine's thread while the host refreshes, starts and stops,
 // pumping its messages in between, and finally shuts down while they still come and go.
 TEST_F(DeviceNotifications, MicrophonesComingAndGoingWhileTheHostRefreshesAndShutsDown) {
@@ -229,6 +248,53 @@ TEST_F(DeviceNotifications, MicrophonesComingAndGoingWhileTheHostRefreshesAndShu
     EXPECT_EQ(zqvm::NotificationClientCount(), 0u);
     EXPECT_EQ(core->GetHidCaptureDeviceCount(), 0u);
     EXPECT_FALSE(core->IsInit());
+}
+
+// A microphone's endpoint comes and goes (its bridge stays) while the host refreshes: the
+// discovery of each arrival runs beside the host's, and every record either lists must carry
+// its bridge's versions and the name they select.
+TEST_F(DeviceNotifications, ArrivalsDuringRefreshesListTheMicrophoneWithItsVersionsAndName) {
+    AddRender(48000, 2, zqvm::SampleFormat::Float32);
+    const zqtest::Microphone mic = AddMicrophone("KV1-STORM");
+    core->Init(window->Handle());
+    int wrong = 0;
+    int checked = 0;
+    auto check = [&] {
+        for (unsigned int i = 0; i < core->GetHidCaptureDeviceCount(); ++i) {
+            CWMAudioDevice* record = core->GetHidCaptureDevice(static_cast<int>(i));
+            ++checked;
+            if (record->GetVerAPI() != 0x05 || record->GetVerFW() != 0x12 || record->GetFriendlyName() != L"KV-1 Studio") {
+                ++wrong;
+            }
+        }
+        if (core->GetHidCaptureDeviceCount() > 1) ++wrong;  // listed twice
+    };
+    // While the sent message is handled the notification thread waits for the handler: the
+    // records hold still.
+    window->OnMessage([&](const ReceivedMessage& m) {
+        if (m.message == WM_AUDIO_DEVICE_CHANGED && m.wParam == 0) check();
+    });
+    std::atomic<bool> finished{false};
+    bool delivered = true;
+    std::thread plugger([&] {
+        for (int i = 0; i < 200; ++i) {
+            zqvm::SetEndpointState(mic.endpoint, DEVICE_STATE_UNPLUGGED);
+            delivered = zqvm::WaitForNotificationsDelivered(kWait) && delivered;
+            zqvm::SetEndpointState(mic.endpoint, DEVICE_STATE_ACTIVE);
+            delivered = zqvm::WaitForNotificationsDelivered(kWait) && delivered;
+        }
+        finished.store(true);
+    });
+    while (!finished.load()) {
+        core->Refresh();
+        window->Pump();
+    }
+    plugger.join();
+    window->Pump();
+    EXPECT_TRUE(delivered);
+    EXPECT_GT(checked, 0);
+    EXPECT_EQ(wrong, 0) << "records listed twice or without their versions or name";
+    core->Shutdown();
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 
 #include "microphone_machine.h"
 
@@ -84,6 +86,33 @@ TEST_F(Discovery, RunningTwiceListsEachMicrophoneOnceAndAddsOnlyNewOnes) {
     EXPECT_TRUE(core->FillDevicesZQ());
     EXPECT_EQ(ListedSerials(), (std::vector<std::wstring>{L"KV1-A", L"KV1-B"}));
     EXPECT_EQ(core->GetHidCaptureDevice(0), first);  // the record already listed stays as it is
+}
+
+// Two discoveries at once (a microphone plugged in while the host refreshes): each bridge is
+// queried by one of them at a time, so every microphone is listed once, fully described.
+TEST_F(Discovery, TwoDiscoveriesAtOnceListEachMicrophoneOnceWithItsVersionsAndName) {
+    AddMicrophone("KV1-A");
+    AddMicrophone("KV1-B");
+    core->Init(window->Handle());
+    for (int round = 0; round < 20; ++round) {
+        core->ClearDeviceZQ();
+        std::atomic<int> ready{0};
+        auto discover = [&] {
+            ready.fetch_add(1);
+            while (ready.load() < 2) std::this_thread::yield();  // both start together
+            core->FillDevicesZQ();
+        };
+        std::thread other(discover);
+        discover();
+        other.join();
+        ASSERT_EQ(ListedSerials(), (std::vector<std::wstring>{L"KV1-A", L"KV1-B"})) << "round " << round;
+        for (unsigned int i = 0; i < 2; ++i) {
+            CWMAudioDevice* record = core->GetHidCaptureDevice(static_cast<int>(i));
+            EXPECT_EQ(record->GetVerAPI(), 0x05) << "round " << round;
+            EXPECT_EQ(record->GetVerFW(), 0x12) << "round " << round;
+            EXPECT_EQ(record->GetFriendlyName(), CStringW(L"KV-1 Studio")) << "round " << round;
+        }
+    }
 }
 
 TEST_F(Discovery, VersionsChooseTheFriendlyNameAndAFailedQueryLeavesZeros) {
