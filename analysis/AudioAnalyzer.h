@@ -9,7 +9,8 @@
 //   sets m_hShutdownEvent and calls JoinThread before the capture engine, whose feed buffers
 //   and packet lock every tick uses, is deleted; then it deletes the analyzer.
 // - The analyzer thread is the only writer of every array and counter, and holds m_cs around
-//   each job. Lock order: m_cs, then the capture engine's m_csPacket (held only for one Read).
+//   each job. Lock order: m_cs, then the capture engine's packet lock (held only for one
+//   ReadFeed).
 // - The host's threads read the shared arrays (SharedArray, CPeakHistory below) one element at
 //   a time through the core's getters, without a lock: every access to them, on either side, is
 //   atomic, so a read yields an element's old or new value. The thread keeps the displayed

@@ -125,6 +125,7 @@ HRESULT CAudioCapture::SetAudioDevice(IMMDevice* pDevice) {
         m_nFrameSize = static_cast<size_t>(m_pCaptureMixFormat->nChannels) * (m_pCaptureMixFormat->wBitsPerSample / 8);
     }
     if (FAILED(hr)) return hr;
+    m_bStreamOpen = true;
     SizePacketBuffers(m_nBufferFrames);
     SwrContext* resampler = nullptr;
     const HRESULT result = CreateCaptureResampler(m_pCaptureMixFormat.get(), &resampler);
@@ -149,6 +150,7 @@ void CAudioCapture::ReleaseResoursesAudio() {
     StopCapture();
     g_pCore->LogInfo(L"AudioCapture: StopCapture ...");
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    m_bStreamOpen = false;
     g_pCore->LogInfo(L"AudioCapture: Close CaptureShutdownEvent ...");
     m_CaptureShutdownEvent.reset();
     g_pCore->LogInfo(L"AudioCapture: Close CaptureAudioSamplesReadyEvent ...");
@@ -171,6 +173,10 @@ bool CAudioCapture::StartCapture() {
     g_pCore->LogInfo(L"AudioCapture: StartCapture");
     if (!m_spCaptureAudioClient) {
         g_pCore->LogError(L"!m_spCaptureAudioClient.p");
+        return false;
+    }
+    if (!m_bStreamOpen) {
+        g_pCore->LogError(L"AudioCapture: the capture device did not open: no stream to start");
         return false;
     }
     if (m_CaptureThread != nullptr) return true;

@@ -114,6 +114,8 @@ private:
     SwrContext* m_pRenderResampler;
     Concurrency::critical_section m_csPacket;
     Concurrency::critical_section m_csControls;
+    // Every step of the last open succeeded: only then is there a stream to start.
+    bool m_bStreamOpen = false;
 
     // Scratch of the capture thread, sized when a device opens and reused for every packet, so
     // that streaming allocates nothing; a packet larger than any before grows them once.

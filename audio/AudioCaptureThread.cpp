@@ -4,6 +4,7 @@
 // Once streaming it allocates nothing: every buffer was sized when the device opened.
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 extern "C" {
 #include <libavutil/mathematics.h>
@@ -12,6 +13,7 @@ extern "C" {
 
 #include "audio/AudioCapture.h"
 #include "audio/EngineFormat.h"
+#include "audio/StreamFailureWatch.h"
 #include "audio/StreamThread.h"
 #include "zqCoreAudio.h"
 
@@ -35,22 +37,36 @@ DWORD WINAPI CAudioCapture::WASAPICaptureThread(LPVOID pContext) {
 
 void CAudioCapture::CaptureLoop() {
     const HANDLE waits[2] = {m_CaptureShutdownEvent.get(), m_CaptureAudioSamplesReadyEvent.get()};
+    CStreamFailureWatch watch(L"AudioCapture: the capture stream keeps failing (%s: %x); the host is told to rebuild it",
+                              WM_AUDIO_DEVICE_CHANGED);
+    // A packet whose release failed is still held by the device, which hands out no other
+    // until it goes: the release is tried again at the next wake-up.
+    std::optional<UINT32> unreleased;
     for (;;) {
         const DWORD woken = WaitForMultipleObjects(2, waits, FALSE, INFINITE);
         if (woken == WAIT_OBJECT_0) return;
         if (woken != WAIT_OBJECT_0 + 1) continue;
 
+        if (unreleased && SUCCEEDED(m_spCaptureClient->ReleaseBuffer(*unreleased))) unreleased.reset();
         BYTE* data = nullptr;
         UINT32 frames = 0;
         DWORD flags = 0;
         // A device that was pulled fails here and signals no more: the thread then just waits
         // for its shutdown event.
-        if (FAILED(m_spCaptureClient->GetBuffer(&data, &frames, &flags, nullptr, nullptr))) continue;
+        const HRESULT got = m_spCaptureClient->GetBuffer(&data, &frames, &flags, nullptr, nullptr);
+        if (FAILED(got)) {
+            watch.Failed(L"IAudioCaptureClient::GetBuffer", got);
+            continue;
+        }
+        watch.Passed();
 
         const UINT32 usable = m_nFrameSize == 0 ? 0 : std::min<UINT32>(frames, m_nBufferFrames / static_cast<UINT32>(m_nFrameSize));
         if (usable != 0 && (flags & AUDCLNT_BUFFERFLAGS_SILENT) == 0 && data != nullptr) ProcessPacket(data, frames);
         const HRESULT hr = m_spCaptureClient->ReleaseBuffer(frames);
-        if (FAILED(hr)) g_pCore->LogError(L"Unable to release capture buffer: %x!\n", hr);
+        if (FAILED(hr)) {
+            g_pCore->LogError(L"Unable to release capture buffer: %x!\n", hr);
+            unreleased = frames;
+        }
     }
 }
 

@@ -135,6 +135,7 @@ HRESULT CAudioRender::SetAudioDevice(IMMDevice* pDevice) {
                                          m_csControls};
     const HRESULT hr = OpenSharedStream(pDevice, kRenderBufferDuration, 0.5f, kRenderStreamTexts, members);
     if (FAILED(hr)) return hr;
+    m_bStreamOpen = true;
     SwrContext* resampler = nullptr;
     const int result = CreateRenderResampler(m_pRenderMixFormat.get(), &resampler);
     m_pResamplerContext.reset(resampler);
@@ -146,6 +147,7 @@ void CAudioRender::ReleaseResoursesAudio() {
     g_pCore->LogInfo(L"AudioRender: ReleaseResoursesAudio");
     StopRender();
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    m_bStreamOpen = false;
     g_pCore->LogInfo(L"AudioRender: close RenderShutdownEvent");
     m_RenderShutdownEvent.reset();
     g_pCore->LogInfo(L"AudioRender: close RenderAudioSamplesReadyEvent");
@@ -174,6 +176,10 @@ void CAudioRender::ReleaseResoursesAudio() {
 bool CAudioRender::StartRender() {
     g_pCore->LogInfo(L"AudioRender: StartRender");
     if (!m_spRenderAudioClient) return false;
+    if (!m_bStreamOpen) {
+        g_pCore->LogError(L"AudioRender: the render device did not open: no stream to start");
+        return false;
+    }
     if (m_RenderThread != nullptr) return true;
     g_pCore->LogInfo(L"AudioRender: start WASAPIRenderThread");
     m_RenderThread = CreateThread(nullptr, 0, WASAPIRenderThread, this, 0, nullptr);

@@ -69,4 +69,6 @@ private:
     void ShareConversion(bool install);
 
     Concurrency::critical_section m_csControls;
+    // Every step of the last open succeeded: only then is there a stream to start.
+    bool m_bStreamOpen = false;
 };

@@ -2,9 +2,11 @@
 // has room for, straight from the capture engine's queue into the device buffer. It writes no
 // silence of its own: with nothing queued it leaves the device alone until the next event.
 #include <algorithm>
+#include <optional>
 
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
+#include "audio/StreamFailureWatch.h"
 #include "audio/StreamThread.h"
 #include "zqCoreAudio.h"
 
@@ -18,28 +20,59 @@ void CAudioRender::RenderLoop(CAudioCapture* capture) {
     const HANDLE waits[2] = {m_RenderShutdownEvent.get(), m_RenderAudioSamplesReadyEvent.get()};
     // The mix format does not change while the thread runs; the queue holds frames of its size.
     const size_t blockAlign = m_pRenderMixFormat ? m_pRenderMixFormat->nBlockAlign : 8;
+    CStreamFailureWatch watch(L"AudioRender: the render stream keeps failing (%s: %x); the host is told to rebuild it",
+                              WM_AUDIO_RENDER_CHANGED);
+    // A buffer whose hand-over failed is still held: it is handed over again at the next
+    // wake-up, before anything else.
+    struct Unreleased {
+        UINT32 frames;
+        DWORD flags;
+    };
+    std::optional<Unreleased> unreleased;
     for (;;) {
         const DWORD woken = WaitForMultipleObjects(2, waits, FALSE, INFINITE);
         if (woken == WAIT_OBJECT_0) return;
         if (woken != WAIT_OBJECT_0 + 1) continue;
 
+        if (unreleased && SUCCEEDED(m_spRenderClient->ReleaseBuffer(unreleased->frames, unreleased->flags))) {
+            unreleased.reset();
+        }
         UINT32 queued = 0;
         UINT32 bufferFrames = 0;
-        if (FAILED(m_spRenderAudioClient->GetCurrentPadding(&queued))) continue;
-        if (FAILED(m_spRenderAudioClient->GetBufferSize(&bufferFrames))) continue;
+        HRESULT hr = m_spRenderAudioClient->GetCurrentPadding(&queued);
+        if (FAILED(hr)) {
+            watch.Failed(L"IAudioClient::GetCurrentPadding", hr);
+            continue;
+        }
+        hr = m_spRenderAudioClient->GetBufferSize(&bufferFrames);
+        if (FAILED(hr)) {
+            watch.Failed(L"IAudioClient::GetBufferSize", hr);
+            continue;
+        }
         const UINT32 free = bufferFrames > queued ? bufferFrames - queued : 0;
-        if (free == 0 || capture == nullptr || blockAlign == 0) continue;
+        if (free == 0 || capture == nullptr || blockAlign == 0) {
+            watch.Passed();
+            continue;
+        }
 
         // One refill under the capture engine's packet lock: the capture thread queues more
         // only between refills.
         capture->WithQueue([&](CCircularBuffer& queue) {
             const UINT32 frames = std::min<UINT32>(free, static_cast<UINT32>(queue.GetCount() / blockAlign));
-            if (frames == 0) return;
+            if (frames == 0) {
+                watch.Passed();
+                return;
+            }
             BYTE* data = nullptr;
-            if (FAILED(m_spRenderClient->GetBuffer(frames, &data)) || data == nullptr) return;
+            hr = m_spRenderClient->GetBuffer(frames, &data);
+            if (FAILED(hr) || data == nullptr) {
+                watch.Failed(L"IAudioRenderClient::GetBuffer", hr);
+                return;
+            }
+            watch.Passed();
             queue.Read(data, static_cast<size_t>(frames) * blockAlign);
-            m_spRenderClient->ReleaseBuffer(frames,
-                                            m_bMute.load(std::memory_order_relaxed) ? AUDCLNT_BUFFERFLAGS_SILENT : 0);
+            const DWORD flags = m_bMute.load(std::memory_order_relaxed) ? AUDCLNT_BUFFERFLAGS_SILENT : 0;
+            if (FAILED(m_spRenderClient->ReleaseBuffer(frames, flags))) unreleased = Unreleased{frames, flags};
         });
     }
 }
