@@ -1,6 +1,8 @@
 #include "log_recorder.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace zqtest {
 
@@ -36,6 +38,15 @@ std::vector<std::wstring> LogRecorder::TextsContaining(const std::wstring& part)
 bool LogRecorder::Contains(const std::wstring& text) {
     auto texts = Texts();
     return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+
+bool LogRecorder::WaitFor(const std::wstring& text, unsigned timeoutMs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!Contains(text)) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::yield();
+    }
+    return true;
 }
 
 void LogRecorder::Clear() {
