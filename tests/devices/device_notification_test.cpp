@@ -93,6 +93,22 @@ TEST_F(DeviceNotifications, RemovingAMicrophoneInTheMiddleKeepsTheOthersInOrderA
     EXPECT_TRUE(recorder->Contains(L"CoreAudio: call RemoveDevice, device id: " + lineIn));
 }
 
+// An endpoint taken out of the machine altogether (OnDeviceRemoved) is still known to the
+// enumerator, not present: its container leads to the microphone record, which goes.
+TEST_F(DeviceNotifications, AMicrophoneWhoseEndpointIsRemovedIsTakenOffTheList) {
+    AddMicrophone("KV1-A");
+    const zqtest::Microphone gone = AddMicrophone("KV1-B");
+    core->Init(window->Handle());
+    ASSERT_EQ(ListedSerials(), (std::vector<std::wstring>{L"KV1-A", L"KV1-B"}));
+    ASSERT_TRUE(zqvm::RemoveBridge(gone.bridge));
+    ASSERT_TRUE(zqvm::RemoveEndpoint(gone.endpoint));
+    Deliver();
+    EXPECT_EQ(ListedSerials(), std::vector<std::wstring>{L"KV1-A"});
+    ASSERT_EQ(DeviceMessages().size(), 1u);
+    EXPECT_EQ(DeviceMessages()[0].wParam, 1u);
+    EXPECT_STREQ(reinterpret_cast<const wchar_t*>(DeviceMessages()[0].lParam), L"KV1-B");
+}
+
 TEST_F(DeviceNotifications, TheRemovedSerialStaysReadableUntilTheCoreGoes) {
     const zqtest::Microphone mic = AddMicrophone("KV1-GONE");
     core->Init(window->Handle());

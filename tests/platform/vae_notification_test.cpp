@@ -77,6 +77,12 @@ TEST_F(NotificationTest, ArrivalStateAndRemovalAreReportedWithEveryRoleWhoseDefa
     }
     EXPECT_FALSE(zqvm::SetDefaultEndpoint(eRender, eConsole, first)) << "a disabled endpoint became the default";
     EXPECT_FALSE(zqvm::RemoveEndpoint(second));
+    // Still known to GetDevice, as not present, so that a client can look at what went.
+    CComPtr<IMMDevice> removed;
+    ASSERT_EQ(enumerator->GetDevice(second.c_str(), &removed), S_OK);
+    DWORD state = 0;
+    ASSERT_EQ(removed->GetState(&state), S_OK);
+    EXPECT_EQ(state, static_cast<DWORD>(DEVICE_STATE_NOTPRESENT));
     ASSERT_EQ(enumerator->UnregisterEndpointNotificationCallback(&client), S_OK);
 }
 

@@ -38,6 +38,11 @@ std::vector<std::shared_ptr<EndpointState>> Engine::Endpoints(EDataFlow flow, DW
         if ((endpoint->state.load() & stateMask) == 0) continue;
         out.push_back(endpoint);
     }
+    if ((stateMask & DEVICE_STATE_NOTPRESENT) != 0) {
+        for (const auto& endpoint : m_removed) {
+            if (flow == eAll || endpoint->flow == flow) out.push_back(endpoint);
+        }
+    }
     return out;
 }
 
@@ -47,9 +52,16 @@ std::shared_ptr<EndpointState> Engine::FindLocked(std::wstring_view id) {
     return nullptr;
 }
 
+std::shared_ptr<EndpointState> Engine::FindRemovedLocked(std::wstring_view id) {
+    for (const auto& endpoint : m_removed)
+        if (endpoint->id == id) return endpoint;
+    return nullptr;
+}
+
 std::shared_ptr<EndpointState> Engine::Find(std::wstring_view id) {
     std::lock_guard lock(m_lock);
-    return FindLocked(id);
+    if (std::shared_ptr<EndpointState> endpoint = FindLocked(id)) return endpoint;
+    return FindRemovedLocked(id);
 }
 
 std::shared_ptr<EndpointState> Engine::Default(EDataFlow flow, ERole role) {
@@ -77,7 +89,7 @@ std::wstring Engine::MakeIdLocked(EDataFlow flow) {
     for (;;) {
         GUID guid = {m_nextId++, 0x7A56, 0x4E21, {0x9D, 0x0F, 0x5A, 0x0C, 0x2B, 0x1E, 0x3D, 0x47}};
         std::wstring id = std::wstring(L"{0.0.") + (flow == eCapture ? L"1" : L"0") + L".00000000}." + GuidText(guid);
-        if (!FindLocked(id)) return id;
+        if (!FindLocked(id) && !FindRemovedLocked(id)) return id;
     }
 }
 
@@ -116,6 +128,7 @@ bool Engine::InsertLocked(const std::shared_ptr<EndpointState>& endpoint, const 
         if (error) *error = "an endpoint with the id '" + Utf8FromWide(endpoint->id) + "' exists already";
         return false;
     }
+    std::erase_if(m_removed, [&endpoint](const auto& removed) { return removed->id == endpoint->id; });
     m_endpoints.push_back(endpoint);
     changes.push_back(Change{Change::Kind::Added, endpoint->id});
     for (ERole role : roles) SetDefaultLocked(endpoint->flow, role, endpoint->id, changes);
@@ -153,6 +166,7 @@ bool Engine::Remove(const std::wstring& id) {
         if (it == m_endpoints.end()) return false;
         removed = *it;
         m_endpoints.erase(it);
+        m_removed.push_back(removed);
         const bool wasActive = removed->state.exchange(DEVICE_STATE_NOTPRESENT) == DEVICE_STATE_ACTIVE;
         if (wasActive) InvalidateLocked(*removed);
         Changes changes{Change{Change::Kind::Removed, id}};
@@ -250,6 +264,7 @@ void Engine::Reset() {
     {
         std::lock_guard lock(m_lock);
         removed.swap(m_endpoints);
+        m_removed.clear();
         for (const auto& endpoint : removed) {
             if (endpoint->state.exchange(DEVICE_STATE_NOTPRESENT) == DEVICE_STATE_ACTIVE)
                 endpoint->generation.fetch_add(1, std::memory_order_acq_rel);

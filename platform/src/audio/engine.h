@@ -61,6 +61,7 @@ private:
 
     Engine() = default;
     std::shared_ptr<EndpointState> FindLocked(std::wstring_view id);
+    std::shared_ptr<EndpointState> FindRemovedLocked(std::wstring_view id);
     // Inserts an endpoint built by Build; false when its id is taken or its default roles
     // cannot be honoured.
     bool InsertLocked(const std::shared_ptr<EndpointState>& endpoint, const std::vector<ERole>& roles,
@@ -81,6 +82,9 @@ private:
 
     std::mutex m_lock;
     std::vector<std::shared_ptr<EndpointState>> m_endpoints;
+    // Endpoints taken out of the machine: as on Windows, GetDevice still finds them, in state
+    // not-present, and so does a listing that asks for that state; nothing else sees them.
+    std::vector<std::shared_ptr<EndpointState>> m_removed;
     std::wstring m_defaults[2][3];  // [flow][role]; empty: none
     uint32_t m_nextId = 1;
 };
