@@ -249,6 +249,8 @@ TEST_F(MachineDescriptionTest, ABadDescriptionLeavesAnEmptyMachineAndSaysWhere) 
         {"<machine><endpoint flow=\"capture\"><source kind=\"wav\" path=\"/no/such.wav\"/></endpoint></machine>",
          "/no/such.wav"},
         {"<machine><endpoint id=\"a\" flow=\"render\"/><endpoint id=\"a\" flow=\"capture\"/></machine>", "id"},
+        {"<machine><endpoint flow=\"render\" rate=\"384000\" channels=\"8\" keep_seconds=\"3600\"/></machine>",
+         "keep_seconds"},
         {"<config/>", "<machine>"},
         {"<machine><bridge product=\"KV-1\"/></machine>", "serial"},
         {"<machine><bridge serial=\"S\" version_reply=\"AA 5G\"/></machine>", "version_reply"},

@@ -104,6 +104,16 @@ std::shared_ptr<EndpointState> Engine::Build(const zqvm::EndpointSpec& endpointS
         if (!IsRole(role)) return fail("unknown role");
     if (!endpointSpec.defaultFor.empty() && endpointSpec.state != DEVICE_STATE_ACTIVE)
         return fail("only an active endpoint can be a default");
+    // The played audio a render endpoint keeps, as float samples: refused past this, rather
+    // than failing to allocate later.
+    constexpr uint64_t kMaxKeptBytes = uint64_t{512} << 20;
+    const uint64_t keptBytes = uint64_t{std::max<uint32_t>(endpointSpec.keepSeconds, 1)} * endpointSpec.rate *
+                               endpointSpec.channels * sizeof(float);
+    if (endpointSpec.flow == eRender && keptBytes > kMaxKeptBytes)
+        return fail("keep_seconds " + std::to_string(endpointSpec.keepSeconds) + " at " +
+                    std::to_string(endpointSpec.rate) + " Hz and " + std::to_string(endpointSpec.channels) +
+                    " channels would keep " + std::to_string(keptBytes >> 20) + " MiB of played audio; at most " +
+                    std::to_string(kMaxKeptBytes >> 20) + " MiB");
     std::string why;
     const std::optional<MixFormat> format =
         MixFormat::Make(endpointSpec.rate, endpointSpec.channels, endpointSpec.format, endpointSpec.extensible, endpointSpec.channelMask, &why);
