@@ -198,6 +198,17 @@ bool InjectFailure(const std::wstring& id, const std::string& method, HRESULT hr
     return true;
 }
 
+bool InjectFailureAfter(const std::wstring& id, const std::string& method, HRESULT hr, uint32_t skip) {
+    Engine::Instance();
+    if (!zqplatform::audio::FailureRules::IsKnownMethod(method)) return false;
+    zqplatform::audio::FailureRules::Instance().Add(id, method, hr, true, skip);
+    return true;
+}
+
+size_t PendingFailures() { return zqplatform::audio::FailureRules::Instance().Count(); }
+
+std::vector<std::string> InjectableMethods() { return zqplatform::audio::FailureRules::Methods(); }
+
 void ClearFailures() { zqplatform::audio::FailureRules::Instance().Clear(); }
 
 long EndpointRefCount(const std::wstring& id) {

@@ -110,9 +110,17 @@ bool FailureRules::MatchRequest(std::wstring_view endpointId, std::string_view m
     return false;
 }
 
-void FailureRules::Add(std::wstring endpointId, std::string method, HRESULT hr, bool once) {
+std::vector<std::string> FailureRules::Methods() {
+    std::vector<std::string> methods(kMethods.begin(), kMethods.end());
+    for (std::string_view base : kRequestingMethods) {
+        for (const RequestedInterface& r : kRequested) methods.push_back(std::string(base) + "/" + r.name);
+    }
+    return methods;
+}
+
+void FailureRules::Add(std::wstring endpointId, std::string method, HRESULT hr, bool once, uint32_t skip) {
     std::lock_guard lock(m_lock);
-    m_rules.push_back(Rule{std::move(endpointId), std::move(method), hr, once});
+    m_rules.push_back(Rule{std::move(endpointId), std::move(method), hr, once, skip});
     m_count.store(m_rules.size(), std::memory_order_release);
 }
 
@@ -128,6 +136,10 @@ bool FailureRules::Match(std::wstring_view endpointId, std::string_view method, 
     for (auto it = m_rules.begin(); it != m_rules.end(); ++it) {
         if (it->method != method) continue;
         if (!it->endpointId.empty() && it->endpointId != endpointId) continue;
+        if (it->skip > 0) {
+            --it->skip;
+            return false;
+        }
         hr = it->hr;
         if (it->once) {
             m_rules.erase(it);

@@ -19,7 +19,11 @@ public:
     // "Interface::Method" names the engine implements.
     static bool IsKnownMethod(std::string_view method);
 
-    void Add(std::wstring endpointId, std::string method, HRESULT hr, bool once);
+    // A once-rule lets `skip` matching calls pass before it fails one.
+    void Add(std::wstring endpointId, std::string method, HRESULT hr, bool once, uint32_t skip = 0);
+    size_t Count() const { return m_count.load(std::memory_order_acquire); }
+    // Every name Add takes, the requested-interface forms included.
+    static std::vector<std::string> Methods();
     void Clear();
     // Whether a call of method on an object of endpointId (empty: the enumerator's and
     // collections' own methods) is to fail, and with what. A once-rule is used up here.
@@ -37,6 +41,7 @@ private:
         std::string method;
         HRESULT hr;
         bool once;
+        uint32_t skip;
     };
     std::atomic<size_t> m_count{0};
     std::mutex m_lock;

@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 
+#include "../faults/call_faults.h"
 #include "zqplatform/vm/bridges.h"
 #include "zqplatform/vm/registry.h"
 #include "zqplatform/win/winreg.h"
@@ -172,6 +173,10 @@ extern "C" {
 HID_UART_STATUS HidUart_GetNumDevices(DWORD* numDevices, WORD vid, WORD pid) {
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_GetNumDevices", fault)) {
+        Record(b, "HidUart_GetNumDevices", "injected", static_cast<int>(fault));
+        return static_cast<HID_UART_STATUS>(fault);
+    }
     int status = HID_UART_SUCCESS;
     if (numDevices == nullptr) {
         status = HID_UART_INVALID_PARAMETER;
@@ -186,6 +191,10 @@ HID_UART_STATUS HidUart_GetNumDevices(DWORD* numDevices, WORD vid, WORD pid) {
 HID_UART_STATUS HidUart_GetString(DWORD deviceNum, WORD vid, WORD pid, char* deviceString, DWORD options) {
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_GetString", fault)) {
+        Record(b, "HidUart_GetString", "injected", static_cast<int>(fault));
+        return static_cast<HID_UART_STATUS>(fault);
+    }
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Find(b, deviceNum, vid, pid);
     if (deviceString == nullptr || options < HID_UART_GET_VID_STR || options > HID_UART_GET_PRODUCT_STR) {
@@ -212,6 +221,10 @@ HID_UART_STATUS HidUart_GetString(DWORD deviceNum, WORD vid, WORD pid, char* dev
 HID_UART_STATUS HidUart_Open(HID_UART_DEVICE* device, DWORD deviceNum, WORD vid, WORD pid) {
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_Open", fault)) {
+        Record(b, "HidUart_Open", "injected", static_cast<int>(fault));
+        return static_cast<HID_UART_STATUS>(fault);
+    }
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Find(b, deviceNum, vid, pid);
     if (device == nullptr) {
@@ -257,6 +270,8 @@ HID_UART_STATUS HidUart_Close(HID_UART_DEVICE device) {
         bridge.pending.clear();
         b.handles.erase(it);
         b.changed.notify_all();
+        // An injected failure is reported after the handle was freed, as the driver frees it anyway.
+        if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_Close", fault)) status = static_cast<int>(fault);
     }
     Record(b, "HidUart_Close", "", status);
     return status;
@@ -266,6 +281,10 @@ HID_UART_STATUS HidUart_SetUartConfig(HID_UART_DEVICE device, DWORD baudRate, BY
                                       BYTE stopBits, BYTE flowControl) {
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_SetUartConfig", fault)) {
+        Record(b, "HidUart_SetUartConfig", "injected", static_cast<int>(fault));
+        return static_cast<HID_UART_STATUS>(fault);
+    }
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Use(b, device, status);
     if (bridge) {
@@ -291,6 +310,10 @@ HID_UART_STATUS HidUart_SetUartConfig(HID_UART_DEVICE device, DWORD baudRate, BY
 HID_UART_STATUS HidUart_GetTimeouts(HID_UART_DEVICE device, DWORD* readTimeout, DWORD* writeTimeout) {
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_GetTimeouts", fault)) {
+        Record(b, "HidUart_GetTimeouts", "injected", static_cast<int>(fault));
+        return static_cast<HID_UART_STATUS>(fault);
+    }
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Use(b, device, status);
     if (bridge) {
@@ -310,6 +333,10 @@ HID_UART_STATUS HidUart_GetTimeouts(HID_UART_DEVICE device, DWORD* readTimeout, 
 HID_UART_STATUS HidUart_SetTimeouts(HID_UART_DEVICE device, DWORD readTimeout, DWORD writeTimeout) {
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_SetTimeouts", fault)) {
+        Record(b, "HidUart_SetTimeouts", "injected", static_cast<int>(fault));
+        return static_cast<HID_UART_STATUS>(fault);
+    }
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Use(b, device, status);
     if (bridge) {
@@ -327,6 +354,10 @@ HID_UART_STATUS HidUart_SetTimeouts(HID_UART_DEVICE device, DWORD readTimeout, D
 HID_UART_STATUS HidUart_Write(HID_UART_DEVICE device, BYTE* buffer, DWORD numBytesToWrite, DWORD* numBytesWritten) {
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_Write", fault)) {
+        Record(b, "HidUart_Write", "injected", static_cast<int>(fault));
+        return static_cast<HID_UART_STATUS>(fault);
+    }
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Use(b, device, status);
     const bool lengthOk = numBytesToWrite >= 1 && numBytesToWrite <= HID_UART_MAX_WRITE_SIZE;
@@ -358,6 +389,10 @@ HID_UART_STATUS HidUart_Write(HID_UART_DEVICE device, BYTE* buffer, DWORD numByt
 HID_UART_STATUS HidUart_Read(HID_UART_DEVICE device, BYTE* buffer, DWORD numBytesToRead, DWORD* numBytesRead) {
     Bridges& b = TheBridges();
     std::unique_lock<std::mutex> lock(b.mutex);
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_Read", fault)) {
+        Record(b, "HidUart_Read", "injected", static_cast<int>(fault));
+        return static_cast<HID_UART_STATUS>(fault);
+    }
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Use(b, device, status);
     if (bridge) {

@@ -1,6 +1,8 @@
 // The classes CoCreateInstance can create, and CoCreateInstance itself.
 #include "class_registry.h"
 
+#include "../faults/call_faults.h"
+
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -55,6 +57,7 @@ HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContex
     *ppv = nullptr;
     if (pUnkOuter != nullptr) return CLASS_E_NOAGGREGATION;
     if (!zqplatform::IsComInitializedOnThisThread()) return CO_E_NOTINITIALIZED;
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("CoCreateInstance", fault)) return static_cast<HRESULT>(fault);
     // Every registered class is an in-process server.
     if ((dwClsContext & CLSCTX_INPROC_SERVER) == 0) return REGDB_E_CLASSNOTREG;
     const std::shared_ptr<const zqplatform::ClassFactory> factory = zqplatform::FindFactory(rclsid);

@@ -1,5 +1,7 @@
 #include "creation_faults.h"
 
+#include "../faults/call_faults.h"
+
 #include <mutex>
 
 #include "zqplatform/vm/kernel_faults.h"
@@ -25,6 +27,7 @@ void SetPlan(CreationKind kind, uint32_t skip, uint32_t count, uint32_t error) {
 }  // namespace
 
 bool ConsumeCreationFault(CreationKind kind) {
+    if (faults::FailsNowSettingLastError(kind == CreationKind::Event ? "CreateEvent" : "CreateThread")) return true;
     std::lock_guard<std::mutex> lock(g_mutex);
     Plan& plan = g_plans[static_cast<int>(kind)];
     if (plan.count == 0) return false;

@@ -1,5 +1,6 @@
 // The handle table, and the calls that work on handles of any kind: CloseHandle,
 // DuplicateHandle, GetCurrentProcess.
+#include "../faults/call_faults.h"
 #include "handle_table.h"
 
 #include <atomic>
@@ -77,6 +78,16 @@ bool IsCurrentProcessPseudoHandle(HANDLE handle) noexcept { return handle == kCu
 
 }  // namespace zqplatform::kernel
 
+namespace zqvm {
+
+size_t OpenKernelHandleCount() {
+    zqplatform::kernel::Table& table = zqplatform::kernel::TheTable();
+    std::shared_lock lock(table.lock);
+    return table.objects.size();
+}
+
+}  // namespace zqvm
+
 using namespace zqplatform::kernel;
 
 extern "C" {
@@ -104,6 +115,7 @@ BOOL DuplicateHandle(HANDLE hSourceProcessHandle, HANDLE hSourceHandle, HANDLE h
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
+    if (zqplatform::faults::FailsNowSettingLastError("DuplicateHandle")) return FALSE;
     std::shared_ptr<KernelObject> source = ReferenceHandle(hSourceHandle);
     if (!source) {
         SetLastError(ERROR_INVALID_HANDLE);

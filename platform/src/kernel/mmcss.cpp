@@ -11,6 +11,7 @@
 #include <cwctype>
 #include <new>
 
+#include "../faults/call_faults.h"
 #include "handle_table.h"
 #include "zqplatform/win/avrt.h"
 #include "zqplatform/win/kernel.h"
@@ -68,6 +69,7 @@ using namespace zqplatform::kernel;
 extern "C" {
 
 HANDLE AvSetMmThreadCharacteristicsW(LPCWSTR TaskName, LPDWORD TaskIndex) {
+    if (zqplatform::faults::FailsNowSettingLastError("AvSetMmThreadCharacteristicsW")) return nullptr;
     const TaskClass* task = FindTaskClass(TaskName);
     if (task == nullptr) {
         SetLastError(kErrorInvalidTaskName);

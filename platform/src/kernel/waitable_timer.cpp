@@ -7,6 +7,7 @@
 #include <limits>
 #include <new>
 
+#include "../faults/call_faults.h"
 #include "clock_service.h"
 #include "handle_table.h"
 #include "zqplatform/vm/clock.h"
@@ -86,6 +87,7 @@ extern "C" {
 
 // Names are not kept, as for events.
 HANDLE CreateWaitableTimerW(LPSECURITY_ATTRIBUTES /*lpTimerAttributes*/, BOOL bManualReset, LPCWSTR /*lpTimerName*/) {
+    if (zqplatform::faults::FailsNowSettingLastError("CreateWaitableTimerW")) return nullptr;
     return NewTimer(bManualReset != FALSE);
 }
 
@@ -107,6 +109,7 @@ BOOL SetWaitableTimer(HANDLE hTimer, const LARGE_INTEGER* lpDueTime, LONG lPerio
                       BOOL /*fResume*/) {
     const std::shared_ptr<Timer> timer = ReferenceTimer(hTimer);
     if (!timer) return FALSE;
+    if (zqplatform::faults::FailsNowSettingLastError("SetWaitableTimer")) return FALSE;
     if (lpDueTime == nullptr || lPeriod < 0) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;

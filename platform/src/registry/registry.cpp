@@ -1,5 +1,7 @@
 // The in-process registry: a key tree per predefined root, open-key handles, and values kept
 // as raw bytes so that reads follow Windows' size rules whatever was stored.
+#include "../faults/call_faults.h"
+
 #include <algorithm>
 #include <map>
 #include <memory>
@@ -122,6 +124,7 @@ extern "C" {
 LSTATUS RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSAM samDesired, PHKEY phkResult) {
     if (phkResult == nullptr) return ERROR_INVALID_PARAMETER;
     *phkResult = nullptr;
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("RegOpenKeyExW", fault)) return static_cast<LSTATUS>(fault);
     if ((ulOptions & ~REG_OPTION_OPEN_LINK) != 0) return ERROR_INVALID_PARAMETER;
     const std::wstring path = lpSubKey != nullptr ? std::wstring(lpSubKey) : std::wstring();
     if (!path.empty() && path.front() == L'\\') return ERROR_BAD_PATHNAME;
@@ -148,6 +151,7 @@ LSTATUS RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD lpReserved, LPD
                          LPDWORD lpcbData) {
     if (lpReserved != nullptr) return ERROR_INVALID_PARAMETER;
     if (lpData != nullptr && lpcbData == nullptr) return ERROR_INVALID_PARAMETER;
+    if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("RegQueryValueExW", fault)) return static_cast<LSTATUS>(fault);
 
     Registry& reg = TheRegistry();
     std::lock_guard<std::mutex> lock(reg.mutex);
@@ -197,7 +201,10 @@ LSTATUS RegCloseKey(HKEY hKey) {
     if (IsRoot(hKey)) return ERROR_SUCCESS;
     Registry& reg = TheRegistry();
     std::lock_guard<std::mutex> lock(reg.mutex);
-    return reg.handles.erase(reinterpret_cast<uintptr_t>(hKey)) != 0 ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+    const bool closed = reg.handles.erase(reinterpret_cast<uintptr_t>(hKey)) != 0;
+    // An injected failure is reported after the key was closed, as the system closes it anyway.
+    if (int64_t fault = 0; closed && zqplatform::faults::TakeCallFailure("RegCloseKey", fault)) return static_cast<LSTATUS>(fault);
+    return closed ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
 }  // extern "C"

@@ -160,6 +160,14 @@ ZQPLATFORM_API float MeterPeak(const std::wstring& id);
 // every endpoint and the enumerator's and collections' own methods. Returns false for a method
 // name the engine does not have. Rules are looked at in the order injected.
 ZQPLATFORM_API bool InjectFailure(const std::wstring& id, const std::string& method, HRESULT hr, bool once = false);
+// A once-rule that lets `skip` matching calls pass first, so that each call of a path can be
+// failed in turn.
+ZQPLATFORM_API bool InjectFailureAfter(const std::wstring& id, const std::string& method, HRESULT hr, uint32_t skip);
+// Rules not used up yet (a once-rule goes when it fails its call).
+ZQPLATFORM_API size_t PendingFailures();
+// Every method name InjectFailure takes, with the "/Requested" forms of the methods that hand
+// out interfaces.
+ZQPLATFORM_API std::vector<std::string> InjectableMethods();
 ZQPLATFORM_API void ClearFailures();
 // References held on the endpoint's IMMDevice objects (every object GetDevice, Item or
 // GetDefaultAudioEndpoint handed out); 0 when nobody holds one.

@@ -2,6 +2,7 @@
 // event or a thread cannot be created.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "zqplatform/export.h"
@@ -13,5 +14,9 @@ namespace zqvm {
 ZQPLATFORM_API void FailEventCreations(uint32_t skip, uint32_t count, uint32_t error);
 // The same for CreateThread.
 ZQPLATFORM_API void FailThreadCreations(uint32_t skip, uint32_t count, uint32_t error);
+
+// Kernel object handles open in the process (events, threads, timers): back at its old value
+// when nothing leaked a handle.
+ZQPLATFORM_API size_t OpenKernelHandleCount();
 
 }  // namespace zqvm
