@@ -2,6 +2,8 @@
 // stop and join. The jobs are in AnalyzerTick.cpp and AnalyzerDisplay.cpp.
 #include "analysis/AudioAnalyzer.h"
 
+#include "core/FailureReport.h"
+
 #include <cstring>
 #include <new>
 
@@ -107,7 +109,8 @@ CAudioAnalyzer::CAudioAnalyzer()
     m_vecSpectrumAmpPeakOut = SharedArray(shared + 2 * kStride, kSpectrumLength);
     m_vecSpectrumAmpOut = SharedArray(shared + 3 * kStride, kSpectrumLength);
 
-    m_hShutdownEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);  // null on failure, not reported
+    m_hShutdownEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    if (m_hShutdownEvent == nullptr) ReportQuietFailure(L"Unable to create the analyzer's shutdown event: %d.", GetLastError());
 }
 
 CAudioAnalyzer::~CAudioAnalyzer() {
@@ -168,7 +171,10 @@ void CAudioAnalyzer::ThreadLoop() {
     HANDLE tick = CreateWaitableTimerW(nullptr, FALSE, nullptr);
     HANDLE decay = CreateWaitableTimerW(nullptr, FALSE, nullptr);
     HANDLE reset = CreateWaitableTimerW(nullptr, FALSE, nullptr);
-    if (SetTimer(tick, 10) && SetTimer(decay, 5) && SetTimer(reset, 1000)) {
+    const bool timersSet = SetTimer(tick, 10) && SetTimer(decay, 5) && SetTimer(reset, 1000);
+    // The thread ends at once without them; the analysis stays at its zeros.
+    if (!timersSet) ReportQuietFailure(L"Unable to set the analyzer's timers: %d.", GetLastError());
+    if (timersSet) {
         m_bTimersSet.store(true, std::memory_order_release);
         // Lowest index first: shutdown before everything, the tick before the decay and the
         // peak reset when they fall due together. One object served per wait.

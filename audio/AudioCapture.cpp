@@ -4,7 +4,7 @@
 #include "audio/AudioCapture.h"
 
 #include "audio/EngineFormat.h"
-#include "audio/EngineReport.h"
+#include "core/FailureReport.h"
 #include "audio/SharedStreamOpen.h"
 #include "zqCoreAudio.h"
 
@@ -151,6 +151,7 @@ void CAudioCapture::ReleaseResoursesAudio() {
     g_pCore->LogInfo(L"AudioCapture: StopCapture ...");
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
     m_bStreamOpen = false;
+    m_nUnreleasedFrames.reset();
     g_pCore->LogInfo(L"AudioCapture: Close CaptureShutdownEvent ...");
     m_CaptureShutdownEvent.reset();
     g_pCore->LogInfo(L"AudioCapture: Close CaptureAudioSamplesReadyEvent ...");

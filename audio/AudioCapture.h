@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "audio/AudioSharedMem.h"
@@ -116,6 +117,10 @@ private:
     Concurrency::critical_section m_csControls;
     // Every step of the last open succeeded: only then is there a stream to start.
     bool m_bStreamOpen = false;
+    // A packet whose release failed is still held by the device, which hands out no other until
+    // it goes: the capture thread (this one or the next, after a restart) releases it again at
+    // its next wake-up. Only the capture thread touches it; the stream's release clears it.
+    std::optional<UINT32> m_nUnreleasedFrames;
 
     // Scratch of the capture thread, sized when a device opens and reused for every packet, so
     // that streaming allocates nothing; a packet larger than any before grows them once.

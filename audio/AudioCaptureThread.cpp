@@ -4,7 +4,6 @@
 // Once streaming it allocates nothing: every buffer was sized when the device opened.
 #include <algorithm>
 #include <cstring>
-#include <optional>
 
 extern "C" {
 #include <libavutil/mathematics.h>
@@ -39,15 +38,14 @@ void CAudioCapture::CaptureLoop() {
     const HANDLE waits[2] = {m_CaptureShutdownEvent.get(), m_CaptureAudioSamplesReadyEvent.get()};
     CStreamFailureWatch watch(L"AudioCapture: the capture stream keeps failing (%s: %x); the host is told to rebuild it",
                               WM_AUDIO_DEVICE_CHANGED);
-    // A packet whose release failed is still held by the device, which hands out no other
-    // until it goes: the release is tried again at the next wake-up.
-    std::optional<UINT32> unreleased;
     for (;;) {
         const DWORD woken = WaitForMultipleObjects(2, waits, FALSE, INFINITE);
         if (woken == WAIT_OBJECT_0) return;
         if (woken != WAIT_OBJECT_0 + 1) continue;
 
-        if (unreleased && SUCCEEDED(m_spCaptureClient->ReleaseBuffer(*unreleased))) unreleased.reset();
+        if (m_nUnreleasedFrames && SUCCEEDED(m_spCaptureClient->ReleaseBuffer(*m_nUnreleasedFrames))) {
+            m_nUnreleasedFrames.reset();
+        }
         BYTE* data = nullptr;
         UINT32 frames = 0;
         DWORD flags = 0;
@@ -65,7 +63,7 @@ void CAudioCapture::CaptureLoop() {
         const HRESULT hr = m_spCaptureClient->ReleaseBuffer(frames);
         if (FAILED(hr)) {
             g_pCore->LogError(L"Unable to release capture buffer: %x!\n", hr);
-            unreleased = frames;
+            m_nUnreleasedFrames = frames;
         }
     }
 }

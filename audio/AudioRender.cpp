@@ -2,7 +2,7 @@
 #include "audio/AudioRender.h"
 
 #include "audio/AudioCapture.h"
-#include "audio/EngineReport.h"
+#include "core/FailureReport.h"
 #include "audio/SharedStreamOpen.h"
 #include "devices/EndpointProperties.h"
 #include "zqCoreAudio.h"
@@ -47,7 +47,11 @@ void CAudioRender::EnumerateAudioDevices() {
     if (FAILED(CreateDeviceEnumerator(enumerator))) return;
     {
         CComPtr<IMMDevice> defaultDevice;
-        if (FAILED(enumerator->GetDefaultAudioEndpoint(eRender, eMultimedia, &defaultDevice))) return;
+        const HRESULT hr = enumerator->GetDefaultAudioEndpoint(eRender, eMultimedia, &defaultDevice);
+        if (FAILED(hr)) {
+            ReportQuietFailure(L"AudioRender: no default render endpoint: IMMDeviceEnumerator::GetDefaultAudioEndpoint: %x", hr);
+            return;
+        }
         auto* entry = new CWMAudioDevice;
         entry->SetDevice(defaultDevice);
         entry->SetName(L"Default");
@@ -57,20 +61,28 @@ void CAudioRender::EnumerateAudioDevices() {
 
     CComPtr<IMMDeviceCollection> collection;
     UINT count = 0;
-    if (FAILED(enumerator->EnumAudioEndpoints(eRender, DEVICE_STATE_ACTIVE, &collection)) ||
-        FAILED(collection->GetCount(&count)) || count == 0) {
+    HRESULT hr = enumerator->EnumAudioEndpoints(eRender, DEVICE_STATE_ACTIVE, &collection);
+    if (FAILED(hr)) {
+        ReportQuietFailure(L"AudioRender: the render endpoints cannot be listed: IMMDeviceEnumerator::EnumAudioEndpoints: %x", hr);
         return;
     }
+    hr = collection->GetCount(&count);
+    if (FAILED(hr)) {
+        ReportQuietFailure(L"AudioRender: the render endpoints cannot be counted: IMMDeviceCollection::GetCount: %x", hr);
+        return;
+    }
+    if (count == 0) return;
     g_pCore->LogInfo(L"AudioRender: Num of render audio devices: %d", static_cast<int>(count));
     for (UINT i = 0; i < count; ++i) {
         CComPtr<IMMDevice> device;
         CComPtr<IPropertyStore> store;
         PROPVARIANT name;
         PropVariantInit(&name);
-        if (FAILED(collection->Item(i, &device)) || device == nullptr ||
-            FAILED(device->OpenPropertyStore(STGM_READ, &store)) ||
-            FAILED(store->GetValue(PKEY_Device_FriendlyName, &name))) {
-            continue;  // a failing endpoint is skipped
+        if (!OpenEndpointProperties(collection, i, device, store)) continue;  // a failing endpoint is skipped
+        hr = store->GetValue(PKEY_Device_FriendlyName, &name);
+        if (FAILED(hr)) {
+            ReportQuietFailure(L"AudioRender: a render endpoint is skipped: IPropertyStore::GetValue: %x", hr);
+            continue;
         }
         auto* entry = new CWMAudioDevice;
         CStringW text;
@@ -148,6 +160,7 @@ void CAudioRender::ReleaseResoursesAudio() {
     StopRender();
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
     m_bStreamOpen = false;
+    m_unreleased.reset();
     g_pCore->LogInfo(L"AudioRender: close RenderShutdownEvent");
     m_RenderShutdownEvent.reset();
     g_pCore->LogInfo(L"AudioRender: close RenderAudioSamplesReadyEvent");

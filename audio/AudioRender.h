@@ -12,6 +12,7 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 #include <vector>
 
 #include "audio/AudioSessionVolume.h"
@@ -71,4 +72,12 @@ private:
     Concurrency::critical_section m_csControls;
     // Every step of the last open succeeded: only then is there a stream to start.
     bool m_bStreamOpen = false;
+    // A buffer whose hand-over failed is still held by the device: the render thread (this one
+    // or the next, after a restart) hands it over again at its next wake-up, before anything
+    // else. Only the render thread touches it; the stream's release clears it.
+    struct Unreleased {
+        UINT32 frames;
+        DWORD flags;
+    };
+    std::optional<Unreleased> m_unreleased;
 };

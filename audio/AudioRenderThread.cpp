@@ -2,7 +2,6 @@
 // has room for, straight from the capture engine's queue into the device buffer. It writes no
 // silence of its own: with nothing queued it leaves the device alone until the next event.
 #include <algorithm>
-#include <optional>
 
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
@@ -22,20 +21,13 @@ void CAudioRender::RenderLoop(CAudioCapture* capture) {
     const size_t blockAlign = m_pRenderMixFormat ? m_pRenderMixFormat->nBlockAlign : 8;
     CStreamFailureWatch watch(L"AudioRender: the render stream keeps failing (%s: %x); the host is told to rebuild it",
                               WM_AUDIO_RENDER_CHANGED);
-    // A buffer whose hand-over failed is still held: it is handed over again at the next
-    // wake-up, before anything else.
-    struct Unreleased {
-        UINT32 frames;
-        DWORD flags;
-    };
-    std::optional<Unreleased> unreleased;
     for (;;) {
         const DWORD woken = WaitForMultipleObjects(2, waits, FALSE, INFINITE);
         if (woken == WAIT_OBJECT_0) return;
         if (woken != WAIT_OBJECT_0 + 1) continue;
 
-        if (unreleased && SUCCEEDED(m_spRenderClient->ReleaseBuffer(unreleased->frames, unreleased->flags))) {
-            unreleased.reset();
+        if (m_unreleased && SUCCEEDED(m_spRenderClient->ReleaseBuffer(m_unreleased->frames, m_unreleased->flags))) {
+            m_unreleased.reset();
         }
         UINT32 queued = 0;
         UINT32 bufferFrames = 0;
@@ -72,7 +64,7 @@ void CAudioRender::RenderLoop(CAudioCapture* capture) {
             watch.Passed();
             queue.Read(data, static_cast<size_t>(frames) * blockAlign);
             const DWORD flags = m_bMute.load(std::memory_order_relaxed) ? AUDCLNT_BUFFERFLAGS_SILENT : 0;
-            if (FAILED(m_spRenderClient->ReleaseBuffer(frames, flags))) unreleased = Unreleased{frames, flags};
+            if (FAILED(m_spRenderClient->ReleaseBuffer(frames, flags))) m_unreleased = Unreleased{frames, flags};
         });
     }
 }

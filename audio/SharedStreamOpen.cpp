@@ -1,7 +1,7 @@
 #include "audio/SharedStreamOpen.h"
 
 #include "audio/AudioLog.h"
-#include "audio/EngineReport.h"
+#include "core/FailureReport.h"
 
 namespace {
 

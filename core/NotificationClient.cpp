@@ -1,5 +1,7 @@
 #include "core/NotificationClient.h"
 
+#include "core/FailureReport.h"
+
 #include "zqCoreAudio.h"
 
 CMMNotificationClient::CMMNotificationClient()
@@ -31,12 +33,18 @@ ULONG CMMNotificationClient::Release() {
 
 void CMMNotificationClient::Register() {
     if (FAILED(QueryInterface(IID_IMMNotificationClient, reinterpret_cast<void**>(&m_pClientSelf)))) return;
-    if (FAILED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
-                                reinterpret_cast<void**>(&m_pEnumerator)))) {
+    HRESULT hr = CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
+                                  reinterpret_cast<void**>(&m_pEnumerator));
+    if (FAILED(hr)) {
         m_pEnumerator = nullptr;
+        ReportQuietFailure(L"CoreAudio: no device notifications: no device enumerator (CoCreateInstance: %x)", hr);
         return;
     }
-    m_pEnumerator->RegisterEndpointNotificationCallback(m_pClientSelf);
+    hr = m_pEnumerator->RegisterEndpointNotificationCallback(m_pClientSelf);
+    if (FAILED(hr)) {
+        ReportQuietFailure(L"CoreAudio: no device notifications: IMMDeviceEnumerator::RegisterEndpointNotificationCallback: %x",
+                           hr);
+    }
 }
 
 void CMMNotificationClient::CloseCallbacks() {

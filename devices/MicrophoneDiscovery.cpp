@@ -10,6 +10,7 @@
 // engine, so the host's getters and a removal are not held up by a discovery.
 #include <cstring>
 
+#include "core/FailureReport.h"
 #include "devices/EndpointProperties.h"
 #include "devices/MicrophoneIdentity.h"
 #include "zqCoreAudio.h"
@@ -35,7 +36,11 @@ bool CZQCoreAudio::FillDevicesZQ() {
     Concurrency::critical_section::scoped_lock discovery(m_csDiscovery);
     LogInfo(L"CoreAudio: call FillDevicesZQ");
     DWORD dwCount = 0;
-    if (HidUart_GetNumDevices(&dwCount, 0, 0) != HID_UART_SUCCESS) return true;
+    const HID_UART_STATUS counted = HidUart_GetNumDevices(&dwCount, 0, 0);
+    if (counted != HID_UART_SUCCESS) {
+        ReportQuietFailure(L"CoreAudio: the bridges cannot be counted (HidUart_GetNumDevices: 0x%02x)", counted);
+        return true;
+    }
     LogInfo(L"CoreAudio: HidUart_GetNumDevices: %d", static_cast<int>(dwCount));
 
     for (DWORD dwIndex = 0; dwIndex < dwCount; ++dwIndex) {
@@ -106,18 +111,22 @@ IMMDevice* CZQCoreAudio::FindHidDevice(_GUID guidContainer, CStringW& strName) {
     CComPtr<IMMDeviceEnumerator> enumerator;
     if (FAILED(CreateDeviceEnumerator(enumerator)) || !enumerator) return nullptr;
     CComPtr<IMMDeviceCollection> collection;
-    if (FAILED(enumerator->EnumAudioEndpoints(eCapture, DEVICE_STATE_ACTIVE, &collection)) ||
-        !collection) {
+    HRESULT hr = enumerator->EnumAudioEndpoints(eCapture, DEVICE_STATE_ACTIVE, &collection);
+    if (FAILED(hr) || !collection) {
+        ReportQuietFailure(L"CoreAudio: no microphone can be paired: IMMDeviceEnumerator::EnumAudioEndpoints: %x", hr);
         return nullptr;
     }
     UINT nCount = 0;
-    if (FAILED(collection->GetCount(&nCount))) return nullptr;
+    hr = collection->GetCount(&nCount);
+    if (FAILED(hr)) {
+        ReportQuietFailure(L"CoreAudio: no microphone can be paired: IMMDeviceCollection::GetCount: %x", hr);
+        return nullptr;
+    }
 
     for (UINT i = 0; i < nCount; ++i) {
         CComPtr<IMMDevice> endpoint;
-        if (FAILED(collection->Item(i, &endpoint)) || !endpoint) continue;
         CComPtr<IPropertyStore> store;
-        if (FAILED(endpoint->OpenPropertyStore(STGM_READ, &store)) || !store) continue;
+        if (!OpenEndpointProperties(collection, i, endpoint, store)) continue;
         GUID guid = GUID_NULL;
         if (!ReadEndpointContainerId(store, guid) || std::memcmp(&guid, &guidContainer, sizeof(GUID)) != 0) continue;
         CStringW strFound;

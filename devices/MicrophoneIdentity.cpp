@@ -1,5 +1,7 @@
 #include "devices/MicrophoneIdentity.h"
 
+#include "core/FailureReport.h"
+
 #include <cstring>
 #include <vector>
 
@@ -24,6 +26,9 @@ CStringW BridgeTextToWide(const char* pBuffer, size_t nSize) {
 HID_UART_STATUS ReadBridgeString(DWORD dwDevice, DWORD dwOption, CStringW& strText) {
     char szBuffer[HID_UART_DEVICE_STRLEN] = {};
     const HID_UART_STATUS status = HidUart_GetString(dwDevice, 0, 0, szBuffer, dwOption);
+    if (status != HID_UART_SUCCESS && status != HID_UART_READ_TIMED_OUT) {
+        ReportQuietFailure(L"CoreAudio: a bridge's string cannot be read (HidUart_GetString: 0x%02x)", status);
+    }
     strText = BridgeTextToWide(szBuffer, sizeof(szBuffer));
     return status;
 }
@@ -34,19 +39,32 @@ bool ReadContainerIdText(const CStringW& strSerial, CStringW& strText) {
     strKey.Format(kInstanceKeyFormat, strSerial.GetString());
 
     HKEY hKey = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, strKey.GetString(), 0, KEY_READ, &hKey) != ERROR_SUCCESS) return false;
+    const LSTATUS opened = RegOpenKeyExW(HKEY_LOCAL_MACHINE, strKey.GetString(), 0, KEY_READ, &hKey);
+    if (opened != ERROR_SUCCESS) {
+        ReportQuietFailure(L"CoreAudio: no container for a microphone: its device key cannot be opened (RegOpenKeyExW: %d)",
+                           opened);
+        return false;
+    }
     wchar_t szValue[kValueChars] = {};
     DWORD dwType = REG_NONE;
     DWORD cbData = sizeof(szValue);
     const LSTATUS status =
         RegQueryValueExW(hKey, kContainerIdValue, nullptr, &dwType, reinterpret_cast<LPBYTE>(szValue), &cbData);
-    RegCloseKey(hKey);
+    const LSTATUS closed = RegCloseKey(hKey);
+    if (closed != ERROR_SUCCESS) ReportQuietFailure(L"CoreAudio: RegCloseKey failed: %d", closed);
 
-    if (status != ERROR_SUCCESS) return false;
-    if (dwType != REG_SZ && dwType != REG_EXPAND_SZ) return false;
-    if (cbData % sizeof(wchar_t) != 0) return false;
+    if (status != ERROR_SUCCESS) {
+        ReportQuietFailure(L"CoreAudio: no container for a microphone: \"ContainerID\" cannot be read (RegQueryValueExW: %d)",
+                           status);
+        return false;
+    }
     const DWORD nChars = cbData / sizeof(wchar_t);
-    if (nChars != 0 && szValue[nChars - 1] != L'\0') return false;
+    if ((dwType != REG_SZ && dwType != REG_EXPAND_SZ) || cbData % sizeof(wchar_t) != 0 ||
+        (nChars != 0 && szValue[nChars - 1] != L'\0')) {
+        ReportQuietFailure(L"CoreAudio: no container for a microphone: \"ContainerID\" is not a text (type %d)",
+                           static_cast<long long>(dwType));
+        return false;
+    }
     strText = szValue;  // up to the first NUL; empty for an empty value
     return true;
 }

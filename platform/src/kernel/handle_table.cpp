@@ -1,6 +1,7 @@
 // The handle table, and the calls that work on handles of any kind: CloseHandle,
 // DuplicateHandle, GetCurrentProcess.
 #include "../faults/call_faults.h"
+#include "zqplatform/vm/kernel_faults.h"
 #include "handle_table.h"
 
 #include <atomic>
