@@ -263,7 +263,9 @@ TEST_F(CaptureEngine, AnEndpointPulledMidStreamStopsPromptlyAndAnotherOpens) {
 double LevelDb(const std::vector<float>& samples, size_t offset, size_t stride) {
     double power = 0.0;
     size_t count = 0;
-    for (size_t i = offset; i < samples.size(); i += stride, ++count) power += static_cast<double>(samples[i]) * samples[i];
+    for (size_t i = offset; i < samples.size(); i += stride, ++count) {
+        power += static_cast<double>(samples[i]) * samples[i];
+    }
     return count == 0 ? -999.0 : 10.0 * std::log10(power / static_cast<double>(count));
 }
 
@@ -291,8 +293,9 @@ TEST_F(CaptureEngine, EveryChannelCountFeedsTheFirstChannelAtTheLevelOfAStereoMi
         CapturePeriod();
 
         std::vector<float> feed(480);
-        const size_t bytes = capture->WithFeeds(
-            [&](CAudioSharedMem& input, CAudioSharedMem&) { return input.Read(feed.data(), feed.size() * sizeof(float)); });
+        const size_t bytes = capture->WithFeeds([&](CAudioSharedMem& input, CAudioSharedMem&) {
+            return input.Read(feed.data(), feed.size() * sizeof(float));
+        });
         ASSERT_EQ(bytes, 480 * sizeof(float));
         const std::vector<float> queued = QueuedForRender();
         ASSERT_EQ(queued.size(), 960u);

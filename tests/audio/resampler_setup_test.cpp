@@ -271,7 +271,8 @@ TEST_F(ResamplerSetup, OneToEightChannelsOpenBothWaysAndCaptureTakesTheFirstChan
         if (channels < 3) continue;
         std::vector<float> in;
         for (int frame = 0; frame < 64; ++frame) {
-            for (WORD c = 0; c < channels; ++c) in.push_back(0.001f * static_cast<float>(frame) + (c == 0 ? 0.5f : -0.25f * c));
+            const float ramp = 0.001f * static_cast<float>(frame);
+            for (WORD c = 0; c < channels; ++c) in.push_back(ramp + (c == 0 ? 0.5f : -0.25f * c));
         }
         const std::vector<float> out = Convert(capture.get(), in, channels, 2, 48000, 48000);
         ASSERT_EQ(out.size(), 128u);

@@ -77,8 +77,9 @@ TEST_F(DeviceNotifications, AStateWithOtherBitsBesideActiveOrNotPresentIsNeither
     CMMNotificationClient* client = core->GetNotifyClient();
     ASSERT_NE(client, nullptr);
     recorder->Clear();
-    for (DWORD state : {DWORD{DEVICE_STATE_ACTIVE | DEVICE_STATE_UNPLUGGED}, DWORD{DEVICE_STATE_ACTIVE | DEVICE_STATE_DISABLED},
-                        DWORD{DEVICE_STATE_NOTPRESENT | DEVICE_STATE_UNPLUGGED}}) {
+    const DWORD states[] = {DEVICE_STATE_ACTIVE | DEVICE_STATE_UNPLUGGED, DEVICE_STATE_ACTIVE | DEVICE_STATE_DISABLED,
+                            DEVICE_STATE_NOTPRESENT | DEVICE_STATE_UNPLUGGED};
+    for (DWORD state : states) {
         EXPECT_EQ(client->OnDeviceStateChanged(listed.endpoint.c_str(), state), S_OK);
     }
     window->Pump();
