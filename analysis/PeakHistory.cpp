@@ -2,12 +2,29 @@
 #include "analysis/PeakHistory.h"
 
 #include <stdexcept>
+#include <thread>
+
+namespace {
+
+// A reader that met a tick a few times in a row gives up its time slice: the writing analyzer
+// thread may be waiting for this very core (a host reading from several threads, or a machine
+// with one core), and a tick takes a few hundred nanoseconds, so a short spin first usually wins.
+constexpr unsigned kSpinsBeforeYield = 8;
+
+void Pause(unsigned& spins) {
+    if (++spins >= kSpinsBeforeYield) {
+        spins = 0;
+        std::this_thread::yield();
+    }
+}
+
+}  // namespace
 
 float CPeakHistory::At(int nPlace) const {
     if (nPlace < 0 || nPlace >= Size()) throw std::out_of_range("waveform place out of range");
-    for (;;) {
+    for (unsigned spins = 0;; Pause(spins)) {
         const uint32_t before = m_nSeq.load(std::memory_order_acquire);
-        if ((before & 1u) != 0) continue;  // a tick is writing: a few hundred nanoseconds
+        if ((before & 1u) != 0) continue;  // a tick is writing
         const int head = m_nHead.load(std::memory_order_relaxed);
         const float value = m_ring[static_cast<size_t>(Physical(head, nPlace))].load(std::memory_order_relaxed);
         // The value and the head are read before the count is looked at again.

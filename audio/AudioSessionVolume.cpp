@@ -73,14 +73,18 @@ HRESULT CAudioSessionVolume::Initialize(IMMDevice* pDevice) {
 }
 
 void CAudioSessionVolume::EnableNotifications(BOOL bEnable) {
-    if (m_hWndNotify == nullptr || m_pSessionControl == nullptr || m_bNotificationsEnabled == bEnable) return;
+    // Relaxed: the flag is written on this thread only (the render engine's, or the destructor).
+    if (m_hWndNotify == nullptr || m_pSessionControl == nullptr ||
+        m_bNotificationsEnabled.load(std::memory_order_relaxed) == bEnable) {
+        return;
+    }
     const HRESULT hr = bEnable ? m_pSessionControl->RegisterAudioSessionNotification(this)
                                : m_pSessionControl->UnregisterAudioSessionNotification(this);
-    if (SUCCEEDED(hr)) m_bNotificationsEnabled = bEnable;
+    if (SUCCEEDED(hr)) m_bNotificationsEnabled.store(bEnable, std::memory_order_release);
 }
 
 HRESULT CAudioSessionVolume::OnSimpleVolumeChanged(float NewVolume, BOOL NewMute, LPCGUID EventContext) {
-    if (!m_bNotificationsEnabled) return S_OK;
+    if (!m_bNotificationsEnabled.load(std::memory_order_acquire)) return S_OK;
     if (EventContext != nullptr && *EventContext == g_guidVolumeEventContext) return S_OK;  // our own change
     if (m_hWndNotify == nullptr) return S_OK;
     uint32_t bits = 0;

@@ -4,9 +4,12 @@
 // carry g_guidVolumeEventContext and are not echoed to the host.
 //
 // The audio engine calls the event methods on threads of its own. OnSimpleVolumeChanged reads
-// only fields set before registration and posts (never sends), so it takes no lock and cannot
-// wait on the host's window thread.
+// the fields set before registration and the notifications flag (an atomic: the host's thread
+// sets it after registering and clears it after unregistering), and posts (never sends), so it
+// takes no lock and cannot wait on the host's window thread.
 #pragma once
+
+#include <atomic>
 
 #include "zqPlatform.h"
 
@@ -34,7 +37,7 @@ public:
     LONG m_nRefCount;
     UINT m_uNotifyMessage;
     HWND m_hWndNotify;
-    BOOL m_bNotificationsEnabled;
+    std::atomic<BOOL> m_bNotificationsEnabled;
     IAudioSessionControl* m_pSessionControl;
     ISimpleAudioVolume* m_pSimpleVolume;
 

@@ -2,6 +2,7 @@
 // from the feed, the sample and waveform-peak histories, the spectrum history, the hold and
 // statistic views, decay and peak reset.
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 
 #include "analyzer_test_support.h"
@@ -235,6 +236,34 @@ TEST_F(AnalyzerJobs, DecayStepsByTheDecadeAndStopsAtZero) {
         EXPECT_FLOAT_EQ(analyzer->m_vecSpectrumAmpOut[4095 - i].load(), twice[i]) << start[i];
     }
     EXPECT_EQ(analyzer->m_vecShownPeakIn[0], 7.0f) << "peaks do not decay";
+}
+
+// Each decade's lower bound takes that decade's step and the largest value below it the step
+// below: 1000 and up lose 100, 100 up to 1000 lose 10, and so on down to 0.0001 below 0.01.
+TEST_F(AnalyzerJobs, DecayTakesEachDecadesStepFromItsLowerBoundOn) {
+    struct Bound {
+        float value, step, stepBelow;
+    };
+    const Bound bounds[] = {{1000.0f, 100.0f, 10.0f}, {100.0f, 10.0f, 1.0f},     {10.0f, 1.0f, 0.1f},
+                            {1.0f, 0.1f, 0.01f},      {0.1f, 0.01f, 0.001f},     {0.01f, 0.001f, 0.0001f}};
+    size_t i = 0;
+    for (const Bound& b : bounds) {
+        analyzer->m_vecShownIn[i] = b.value;
+        analyzer->m_vecShownOut[i] = b.value;
+        analyzer->m_vecShownIn[i + 1] = std::nextafter(b.value, 0.0f);
+        analyzer->m_vecShownOut[i + 1] = std::nextafter(b.value, 0.0f);
+        i += 2;
+    }
+    analyzer->DecaySpectrum();
+    i = 0;
+    for (const Bound& b : bounds) {
+        const float below = std::nextafter(b.value, 0.0f);
+        EXPECT_EQ(analyzer->m_vecSpectrumAmpIn[i].load(), b.value - b.step) << b.value;
+        EXPECT_EQ(analyzer->m_vecSpectrumAmpOut[i].load(), b.value - b.step) << b.value;
+        EXPECT_EQ(analyzer->m_vecSpectrumAmpIn[i + 1].load(), below - b.stepBelow) << "below " << b.value;
+        EXPECT_EQ(analyzer->m_vecSpectrumAmpOut[i + 1].load(), below - b.stepBelow) << "below " << b.value;
+        i += 2;
+    }
 }
 
 TEST(AnalyzerWithoutCaptureEngine, TickDoesNothing) {

@@ -258,4 +258,55 @@ TEST_F(CaptureEngine, AnEndpointPulledMidStreamStopsPromptlyAndAnotherOpens) {
     EXPECT_FALSE(LatestPacket().empty());
 }
 
+
+// Level in dB (full scale 1.0) of the samples at offset, offset + stride, ...
+double LevelDb(const std::vector<float>& samples, size_t offset, size_t stride) {
+    double power = 0.0;
+    size_t count = 0;
+    for (size_t i = offset; i < samples.size(); i += stride, ++count) {
+        power += static_cast<double>(samples[i]) * samples[i];
+    }
+    return count == 0 ? -999.0 : 10.0 * std::log10(power / static_cast<double>(count));
+}
+
+// A -6 dBFS tone on the first channel of microphones with 1 to 8 channels; every other channel
+// carries the tone inverted, so that any share of them in the engine's frames moves the level.
+// Microphones with three or more channels, 5 and 7 included, reach the analyzer feed and the
+// render queue at a stereo microphone's level, without clipping; a mono one at the resampler's
+// mono-to-stereo gain (-3 dB).
+TEST_F(CaptureEngine, EveryChannelCountFeedsTheFirstChannelAtTheLevelOfAStereoMicrophone) {
+    const double amplitude = std::pow(10.0, -6.0 / 20.0);
+    const double stereoDb = 20.0 * std::log10(amplitude / std::sqrt(2.0));  // whole periods of the tone
+    for (uint16_t channels = 1; channels <= 8; ++channels) {
+        SCOPED_TRACE(testing::Message() << channels << " channels");
+        mic = AddCapture(48000, channels, zqvm::SampleFormat::Float32, zqvm::CaptureSource::Fed(),
+                         (L"Microphone " + std::to_wstring(channels)).c_str());
+        ASSERT_TRUE(core->SetCaptureDevice(Device(mic)));
+        ASSERT_TRUE(capture->StartCapture());
+        std::vector<float> fed;
+        for (int i = 0; i < 480; ++i) {
+            const auto v = static_cast<float>(amplitude * std::sin(2.0 * M_PI * 1000.0 * i / 48000.0));
+            fed.push_back(v);
+            for (uint16_t c = 1; c < channels; ++c) fed.push_back(-v);
+        }
+        ASSERT_TRUE(zqvm::FeedFrames(mic, fed));
+        CapturePeriod();
+
+        std::vector<float> feed(480);
+        const size_t bytes = capture->WithFeeds([&](CAudioSharedMem& input, CAudioSharedMem&) {
+            return input.Read(feed.data(), feed.size() * sizeof(float));
+        });
+        ASSERT_EQ(bytes, 480 * sizeof(float));
+        const std::vector<float> queued = QueuedForRender();
+        ASSERT_EQ(queued.size(), 960u);
+
+        const double expectedDb = channels == 1 ? stereoDb + 20.0 * std::log10(M_SQRT1_2) : stereoDb;
+        EXPECT_NEAR(LevelDb(feed, 0, 1), expectedDb, 0.01);
+        EXPECT_NEAR(LevelDb(queued, 0, 2), expectedDb, 0.01) << "left";
+        EXPECT_NEAR(LevelDb(queued, 1, 2), expectedDb, 0.01) << "right";
+        for (size_t i = 0; i < feed.size(); ++i) ASSERT_EQ(queued[2 * i], feed[i]) << "frame " << i;
+        capture->StopCapture();
+    }
+}
+
 }  // namespace

@@ -258,6 +258,32 @@ TEST_F(ResamplerSetup, AnEngineFormatRenderDevicePassesTheAudioThroughUnchanged)
     EXPECT_EQ(Convert(context.get(), in, 2, 2, 48000, 48000), in);
 }
 
+// Devices of 1 to 8 channels, 5 and 7 included, open in both directions. From three channels
+// on, the capture side takes the first channel alone to left and right at unit gain, whatever
+// the others carry.
+TEST_F(ResamplerSetup, OneToEightChannelsOpenBothWaysAndCaptureTakesTheFirstChannelAlone) {
+    for (WORD channels = 1; channels <= 8; ++channels) {
+        SCOPED_TRACE(testing::Message() << channels << " channels");
+        const WAVEFORMATEX mix = MixFormat(WAVE_FORMAT_IEEE_FLOAT, channels, 48000, 32);
+        const SwrContextPtr render = Render(mix, 0);
+        const SwrContextPtr capture = Capture(mix, S_OK);
+        ASSERT_NE(capture, nullptr);
+        if (channels < 3) continue;
+        std::vector<float> in;
+        for (int frame = 0; frame < 64; ++frame) {
+            const float ramp = 0.001f * static_cast<float>(frame);
+            for (WORD c = 0; c < channels; ++c) in.push_back(ramp + (c == 0 ? 0.5f : -0.25f * c));
+        }
+        const std::vector<float> out = Convert(capture.get(), in, channels, 2, 48000, 48000);
+        ASSERT_EQ(out.size(), 128u);
+        for (size_t frame = 0; frame < 64; ++frame) {
+            ASSERT_EQ(out[2 * frame], in[frame * channels]) << frame;
+            ASSERT_EQ(out[2 * frame + 1], in[frame * channels]) << frame;
+        }
+    }
+    EXPECT_TRUE(recorder.TextsContaining(L"has not been properly initialized").empty());
+}
+
 TEST(ResamplerSetupWithoutCore, WorksWithoutACoreObject) {
     CZQCoreAudio* const saved = g_pCore;
     g_pCore = nullptr;

@@ -68,6 +68,35 @@ TEST_F(DeviceNotifications, AnEndpointBecomingActiveRunsDiscoveryAndOtherStatesO
     EXPECT_EQ(core->GetHidCaptureDeviceCount(), 1u);  // already listed: not again
 }
 
+// States are compared whole: active or not-present with other bits beside it is neither, and
+// runs no discovery and no removal. The plain states, given the same way, do.
+TEST_F(DeviceNotifications, AStateWithOtherBitsBesideActiveOrNotPresentIsNeither) {
+    const zqtest::Microphone listed = AddMicrophone("KV1-A");
+    core->Init(window->Handle());
+    AddMicrophone("KV1-NEW", "KV-1 USB Microphone", false);  // a discovery would list it
+    CMMNotificationClient* client = core->GetNotifyClient();
+    ASSERT_NE(client, nullptr);
+    recorder->Clear();
+    const DWORD states[] = {DEVICE_STATE_ACTIVE | DEVICE_STATE_UNPLUGGED, DEVICE_STATE_ACTIVE | DEVICE_STATE_DISABLED,
+                            DEVICE_STATE_NOTPRESENT | DEVICE_STATE_UNPLUGGED};
+    for (DWORD state : states) {
+        EXPECT_EQ(client->OnDeviceStateChanged(listed.endpoint.c_str(), state), S_OK);
+    }
+    window->Pump();
+    EXPECT_EQ(recorder->TextsContaining(L"CoreAudio: call DeviceChange").size(), 3u);
+    EXPECT_TRUE(recorder->TextsContaining(L"CoreAudio: call FillDevicesZQ").empty());
+    EXPECT_TRUE(recorder->TextsContaining(L"CoreAudio: call RemoveDevice").empty());
+    EXPECT_EQ(ListedSerials(), std::vector<std::wstring>{L"KV1-A"});
+    EXPECT_TRUE(DeviceMessages().empty());
+
+    EXPECT_EQ(client->OnDeviceStateChanged(listed.endpoint.c_str(), DEVICE_STATE_ACTIVE), S_OK);
+    window->Pump();
+    EXPECT_EQ(ListedSerials(), (std::vector<std::wstring>{L"KV1-A", L"KV1-NEW"}));
+    EXPECT_EQ(DeviceMessages().size(), 1u);
+    EXPECT_EQ(client->OnDeviceStateChanged(listed.endpoint.c_str(), DEVICE_STATE_NOTPRESENT), S_OK);
+    EXPECT_TRUE(recorder->Contains(L"CoreAudio: call RemoveDevice, device id: " + listed.endpoint));
+}
+
 TEST_F(DeviceNotifications, RemovingAMicrophoneInTheMiddleKeepsTheOthersInOrderAndPostsItsSerial) {
     AddMicrophone("KV1-A");
     const zqtest::Microphone middle = AddMicrophone("KV1-B");

@@ -88,6 +88,18 @@ TEST_F(Discovery, RunningTwiceListsEachMicrophoneOnceAndAddsOnlyNewOnes) {
     EXPECT_EQ(core->GetHidCaptureDevice(0), first);  // the record already listed stays as it is
 }
 
+// Serial numbers are compared without regard to letter case: a second bridge whose serial
+// differs only in case is the same microphone, in one discovery and in a later one.
+TEST_F(Discovery, ASerialInOtherLetterCaseIsNotListedTwice) {
+    AddBridge("KESTRAVON", "KV-1 USB Microphone", "KV1-ab");
+    AddBridge("KESTRAVON", "KV-1 USB Microphone", "kv1-AB");
+    core->Init(window->Handle());
+    EXPECT_EQ(ListedSerials(), std::vector<std::wstring>{L"KV1-ab"});
+    AddBridge("KESTRAVON", "KV-1 USB Microphone", "Kv1-Ab");
+    core->FillDevicesZQ();
+    EXPECT_EQ(ListedSerials(), std::vector<std::wstring>{L"KV1-ab"});
+}
+
 // Two discoveries at once (a microphone plugged in while the host refreshes): each bridge is
 // queried by one of them at a time, so every microphone is listed once, fully described.
 TEST_F(Discovery, TwoDiscoveriesAtOnceListEachMicrophoneOnceWithItsVersionsAndName) {

@@ -3,7 +3,6 @@
 
 #include <climits>
 #include <cstring>
-#include <random>
 #include <string>
 
 #include "device_test_support.h"
@@ -276,45 +275,6 @@ TEST(ProductTableParsing, ATruncatedFileGivesNoEntriesUntilItsConfigElementIsCom
             EXPECT_EQ(table.size(), 2u) << length;
         }
     }
-}
-
-TEST(ProductTableParsing, RandomBytesNeverCrashAndNeverAddHalfATable) {
-    std::mt19937 rng(20240611u);
-    std::uniform_int_distribution<int> byte(0, 255);
-    const std::string valid = kTwoProducts;
-    for (int round = 0; round < 2000; ++round) {
-        std::string document = valid;
-        // Flip a few bytes of a valid file, or replace it with noise.
-        if (round % 4 == 0) {
-            document.assign(static_cast<size_t>(byte(rng)), '\0');
-            for (char& c : document) c = static_cast<char>(byte(rng));
-        } else {
-            for (int flips = 1 + round % 3; flips > 0; --flips) {
-                document[static_cast<size_t>(rng() % document.size())] = static_cast<char>(byte(rng));
-            }
-        }
-        std::vector<_ZQ_CONFIG> table;
-        if (!ParseProductTable(document.data(), document.size(), table)) {
-            EXPECT_TRUE(table.empty());
-        }
-    }
-}
-
-TEST_F(ProductTable, AHugeFileIsReadWhole) {
-    constexpr int kEntries = 50000;
-    const std::string longName(1 << 20, 'n');  // one attribute of a megabyte
-    std::string xml = "<config>";
-    xml.reserve(static_cast<size_t>(kEntries) * 64 + longName.size() + 64);
-    xml += "<p device_name=\"" + longName + "\"/>";
-    for (int i = 1; i < kEntries; ++i) {
-        xml += "<p device_name=\"D" + std::to_string(i) + "\" api=\"" + std::to_string(i) + "\"/>";
-    }
-    xml += "</config>";
-    Load(xml);
-    ASSERT_EQ(core.GetProductCount(), kEntries);
-    EXPECT_EQ(core.GetProductNameByIndex(0).GetLength(), 1 << 20);
-    EXPECT_EQ(core.GetProductNameByIndex(kEntries - 1), CStringW((L"D" + std::to_wstring(kEntries - 1)).c_str()));
-    EXPECT_EQ(core.GetProductAPI(kEntries - 1), (kEntries - 1) & 0xFF);
 }
 
 }  // namespace

@@ -34,16 +34,6 @@ TEST(WMAudioDevice, StartsEmpty) {
     EXPECT_EQ(d.GetDevice(), nullptr);
 }
 
-TEST(WMAudioDevice, GettersReturnCopiesAndSettersCopyTheText) {
-    CWMAudioDevice d;
-    wchar_t text[] = L"KV-1";
-    d.SetProduct(text);
-    text[0] = L'X';
-    CStringW product = d.GetProduct();
-    product += L"-changed";
-    EXPECT_EQ(d.GetProduct(), L"KV-1");
-}
-
 TEST(WMAudioDevice, EachRecordHoldsExactlyOneReferenceOnItsEndpoint) {
     CountedEndpoint endpoint;  // the test's own reference: 1
     {
@@ -122,22 +112,6 @@ TEST(WMAudioDevice, ClearEmptiesEverythingButTheEditMark) {
     EXPECT_EQ(endpoint.Refs(), 1u);
     d.MarkEditNow(false);
     EXPECT_FALSE(d.IsEditNow());
-}
-
-TEST(ProductEntry, IsAValueType) {
-    _ZQ_CONFIG a;
-    EXPECT_EQ(a.nApi, 0);
-    EXPECT_EQ(a.nFw, 0);
-    EXPECT_TRUE(a.strDeviceName.IsEmpty());
-    a.strDeviceName = L"KV-1";
-    a.nApi = 5;
-    _ZQ_CONFIG b(a);
-    a.strDeviceName = L"changed";
-    EXPECT_EQ(b.strDeviceName, L"KV-1");
-    EXPECT_EQ(b.nApi, 5);
-    _ZQ_CONFIG c;
-    c = b;
-    EXPECT_EQ(c.strDeviceName, L"KV-1");
 }
 
 }  // namespace

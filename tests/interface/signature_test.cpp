@@ -221,20 +221,6 @@ TEST(ExportedInterface, ConstructorPublishesTheCoreObject) {
     EXPECT_EQ(g_pCore, &core);
 }
 
-TEST(ExportedInterface, UninitialisedCoreReportsNothingStartedAndNoComponents) {
-    CZQCoreAudio core;
-    EXPECT_FALSE(core.IsInit());
-    EXPECT_FALSE(core.IsStarted());
-    EXPECT_EQ(core.GetCaptureEngine(), nullptr);
-    EXPECT_EQ(core.GetRenderEngine(), nullptr);
-    EXPECT_EQ(core.GetNotifyClient(), nullptr);
-    EXPECT_EQ(core.GetHwnd(), nullptr);
-    EXPECT_EQ(core.GetCaptureDeviceCount(), 0u);
-    EXPECT_EQ(core.GetRenderDeviceCount(), 0u);
-    EXPECT_EQ(core.GetCaptureDevice(0), nullptr);
-    EXPECT_EQ(core.GetRenderDevice(0), nullptr);
-}
-
 TEST(ExportedInterface, SecurityAttributesLiveInTheCoreObject) {
     CZQCoreAudio core;
     _SECURITY_ATTRIBUTES* sa = core.GetSA();
@@ -252,21 +238,6 @@ TEST(ExportedInterface, DebugTextFifoIsAlwaysEmpty) {
     core.LogWarning(L"CoreAudio: %s", L"interface");
     core.LogError(L"CoreAudio: %x", 0x80004005u);
     EXPECT_TRUE(core.GetDbgTextFIFO().IsEmpty());
-}
-
-TEST(ExportedInterface, SettingsStartAtTheirDefaultsAndKeepWhatIsStored) {
-    CZQCoreAudio core;
-    EXPECT_TRUE(core.IsBypass());
-    EXPECT_EQ(core.GetWaveScale(), 480);
-    EXPECT_EQ(core.GetWhichFunction(), 2);
-    EXPECT_EQ(core.GetSpectrumView(), 1);
-
-    core.SetWaveScale(960);
-    core.SetWhichFunction(0);
-    core.SetSpectrumView(DWORD{2});
-    EXPECT_EQ(core.GetWaveScale(), 960);
-    EXPECT_EQ(core.GetWhichFunction(), 0);
-    EXPECT_EQ(core.GetSpectrumView(), 2);
 }
 
 }  // namespace

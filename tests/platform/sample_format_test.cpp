@@ -81,7 +81,9 @@ TEST(CA2SWR_chlayout, EveryCountGetsAMaskWithThatManyChannels) {
     EXPECT_EQ(CA2SWR_chlayout(1), AV_CH_LAYOUT_MONO);
     EXPECT_EQ(CA2SWR_chlayout(2), AV_CH_LAYOUT_STEREO);
     EXPECT_EQ(CA2SWR_chlayout(4), AV_CH_LAYOUT_QUAD);
+    EXPECT_EQ(CA2SWR_chlayout(5), AV_CH_LAYOUT_5POINT0_BACK);  // left and right in pairs
     EXPECT_EQ(CA2SWR_chlayout(6), AV_CH_LAYOUT_HEXAGONAL);
+    EXPECT_EQ(CA2SWR_chlayout(7), AV_CH_LAYOUT_7POINT0);
     EXPECT_EQ(CA2SWR_chlayout(8), AV_CH_LAYOUT_OCTAGONAL);
     for (int n = 1; n <= 63; ++n) {
         EXPECT_EQ(std::popcount(static_cast<uint64_t>(CA2SWR_chlayout(n))), n) << n;
