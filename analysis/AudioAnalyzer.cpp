@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <new>
+#include <thread>
 
 namespace {
 
@@ -114,7 +115,7 @@ CAudioAnalyzer::CAudioAnalyzer()
 }
 
 CAudioAnalyzer::~CAudioAnalyzer() {
-    if (m_hThreadJoin != nullptr) {
+    if (m_hThread.load() != nullptr || m_hThreadJoin != nullptr) {
         if (m_hShutdownEvent != nullptr) SetEvent(m_hShutdownEvent);
         JoinThread();
     }
@@ -153,7 +154,12 @@ bool CAudioAnalyzer::StartThread() {
 }
 
 void CAudioAnalyzer::JoinThread() {
-    if (m_hThreadJoin == nullptr) return;
+    if (m_hThreadJoin == nullptr) {
+        // No handle could be kept for joining: the thread's last touch of this object is to
+        // clear m_hThread, after closing it, so once it reads null the thread has let go.
+        while (m_hThread.load(std::memory_order_acquire) != nullptr) std::this_thread::yield();
+        return;
+    }
     WaitForSingleObject(m_hThreadJoin, INFINITE);
     CloseHandle(m_hThreadJoin);
     m_hThreadJoin = nullptr;
@@ -212,7 +218,9 @@ void CAudioAnalyzer::ThreadLoop() {
     CloseIfOpen(tick);
     CloseIfOpen(decay);
     CloseIfOpen(reset);
-    CloseIfOpen(m_hThread.exchange(nullptr));
+    // Closed before it is cleared: a join without a handle of its own waits for the null.
+    CloseIfOpen(m_hThread.load(std::memory_order_relaxed));
+    m_hThread.store(nullptr, std::memory_order_release);
 }
 
 std::span<const float> CAudioAnalyzer::HistoryRow(std::span<const float> history, int newest, int nRow) {

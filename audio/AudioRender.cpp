@@ -124,9 +124,12 @@ HRESULT CAudioRender::SetAudioDevice(IMMDevice* pDevice) {
     Concurrency::critical_section::scoped_lock lock(m_csDevices);
     g_pCore->LogInfo(L"AudioRender: CAudioSessionVolume::CreateInstance ...");
     CAudioSessionVolume* pASV = nullptr;
-    if (SUCCEEDED(CAudioSessionVolume::CreateInstance(g_pCore->GetHwnd(), pDevice, &pASV))) {
+    const HRESULT created = CAudioSessionVolume::CreateInstance(g_pCore->GetHwnd(), pDevice, &pASV);
+    if (SUCCEEDED(created)) {
         Concurrency::critical_section::scoped_lock controls(m_csControls);
         m_pASV.Attach(pASV);
+    } else {
+        ReportQuietFailure(L"AudioRender: no session volume events: CAudioSessionVolume::CreateInstance: %x", created);
     }
     if (pASV != nullptr) {
         g_pCore->LogInfo(L"AudioRender: ASV EnableNotifications");

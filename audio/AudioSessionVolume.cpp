@@ -1,5 +1,7 @@
 #include "audio/AudioSessionVolume.h"
 
+#include "core/FailureReport.h"
+
 #include <cstring>
 #include <new>
 
@@ -80,6 +82,11 @@ void CAudioSessionVolume::EnableNotifications(BOOL bEnable) {
     }
     const HRESULT hr = bEnable ? m_pSessionControl->RegisterAudioSessionNotification(this)
                                : m_pSessionControl->UnregisterAudioSessionNotification(this);
+    if (FAILED(hr)) {
+        ReportQuietFailure(bEnable ? L"AudioRender: no session volume events: RegisterAudioSessionNotification: %x"
+                                   : L"AudioRender: UnregisterAudioSessionNotification failed: %x",
+                           hr);
+    }
     if (SUCCEEDED(hr)) m_bNotificationsEnabled.store(bEnable, std::memory_order_release);
 }
 

@@ -82,7 +82,8 @@ HRESULT OpenSharedStream(IMMDevice* pDevice, REFERENCE_TIME bufferDuration, floa
         Concurrency::critical_section::scoped_lock lock(members.controlsLock);
         members.volume = volume;
     }
-    volume->SetMasterVolume(initialVolume, nullptr);
+    hr = volume->SetMasterVolume(initialVolume, nullptr);
+    if (FAILED(hr)) ReportEngineFailure(L"Unable to set the stream's volume: %x.\n", hr);  // the stream opens all the same
     Announce(texts.activateMeter);
     CComPtr<IAudioMeterInformation> meter;
     hr = pDevice->Activate(IID_IAudioMeterInformation, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&meter));

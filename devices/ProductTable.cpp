@@ -42,7 +42,16 @@ void AppendEntries(const pugi::xml_document& doc, std::vector<_ZQ_CONFIG>& table
 bool ReadProductTable(const wchar_t* pszPath, std::vector<_ZQ_CONFIG>& table) {
     if (pszPath == nullptr || pszPath[0] == L'\0') return false;
     pugi::xml_document doc;
-    if (doc.load_file(pszPath, pugi::parse_default, pugi::encoding_auto).status != pugi::status_ok) return false;
+    const pugi::xml_parse_result result = doc.load_file(pszPath, pugi::parse_default, pugi::encoding_auto);
+    if (result.status != pugi::status_ok) {
+        // The table stays as it was; the reason goes to the debug output, where the host's log
+        // has no line for it.
+        CStringW text;
+        text.Format(L"CoreAudio: %s not read: %S (at byte %d)", pszPath, result.description(),
+                    static_cast<int>(result.offset));
+        OutputDebugStringW(text);
+        return false;
+    }
     AppendEntries(doc, table);
     return true;
 }

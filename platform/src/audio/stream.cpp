@@ -115,7 +115,7 @@ HRESULT Stream::SetEventHandle(HANDLE event) {
     HANDLE duplicate = nullptr;
     if (!DuplicateHandle(GetCurrentProcess(), event, GetCurrentProcess(), &duplicate, 0, FALSE,
                          DUPLICATE_SAME_ACCESS))
-        return E_HANDLE;
+        return HRESULT_FROM_WIN32(GetLastError());
     if (m_event != nullptr) CloseHandle(m_event);
     m_event = duplicate;
     return S_OK;
