@@ -3,6 +3,7 @@
 // platform library.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -32,5 +33,9 @@ HRESULT CreateMeter(const EndpointBinding& binding, REFIID riid, void** ppv);
 // IAudioSessionManager and IAudioSessionControl (session_manager.cpp, session_control.cpp).
 HRESULT CreateSessionManager(const EndpointBinding& binding, REFIID riid, void** ppv);
 HRESULT CreateSessionControl(const EndpointBinding& binding, void** ppv);
+// The same over any session: check(method, hr, checkValid) runs before each method and, when it
+// answers true, the method returns hr (an injected failure, a device gone).
+using SessionCheck = std::function<bool(const char* method, HRESULT& hr, bool checkValid)>;
+HRESULT CreateSessionControl(std::shared_ptr<Session> session, SessionCheck check, void** ppv);
 
 }  // namespace zqplatform::audio
