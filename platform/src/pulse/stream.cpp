@@ -123,7 +123,9 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
     const uint32_t periodBytes = m_packetFrames * m_blockAlign;
     pa_buffer_attr attributes;
     attributes.maxlength = static_cast<uint32_t>(-1);
-    attributes.tlength = m_capture ? static_cast<uint32_t>(-1) : m_bufferFrames * m_blockAlign;
+    // The server holds twice the client's buffer: a render thread that is late once (a busy
+    // machine) is not heard as a gap.
+    attributes.tlength = m_capture ? static_cast<uint32_t>(-1) : 2 * m_bufferFrames * m_blockAlign;
     attributes.prebuf = static_cast<uint32_t>(-1);
     attributes.minreq = m_capture ? static_cast<uint32_t>(-1) : periodBytes;
     attributes.fragsize = m_capture ? periodBytes : static_cast<uint32_t>(-1);
