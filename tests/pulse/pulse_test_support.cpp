@@ -93,7 +93,7 @@ ToneFeeder::~ToneFeeder() {
 
 void ToneFeeder::Run() {
     // Real time, block by block: the pipe source takes audio as fast as it comes, so the feeder is
-    // the microphone's clock. Two blocks ahead absorb the scheduler's jitter.
+    // the microphone's clock. Five blocks ahead absorb a busy machine's scheduling.
     const uint32_t blockFrames = m_rate / 100;
     std::vector<float> block(size_t{blockFrames} * m_channels);
     uint64_t frame = 0;
@@ -115,7 +115,7 @@ void ToneFeeder::Run() {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the FIFO is full: pacing
             }
         }
-        if (n >= 2) std::this_thread::sleep_until(start + std::chrono::milliseconds(10 * (n - 1)));
+        if (n >= 5) std::this_thread::sleep_until(start + std::chrono::milliseconds(10 * (n - 4)));
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include "../audio/text.h"
 #include "../usb/usb_container.h"
+#include "zqplatform/win/avrt.h"
 #include "zqplatform/win/debugapi.h"
 #include "session.h"
 
@@ -210,6 +211,14 @@ void Connection::DetachStream(EDataFlow flow, uint32_t index) { (flow == eRender
 
 void Connection::OnContextState(pa_context* context, void* self) {
     auto* connection = static_cast<Connection*>(self);
+    if (!connection->m_loopPriority) {
+        // The first callback on the loop's thread. That thread carries every stream's audio: it
+        // runs at the stream threads' priority where the system allows it, so that a busy machine
+        // does not starve it into gaps. Kept until the thread ends.
+        connection->m_loopPriority = true;
+        DWORD taskIndex = 0;
+        AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);
+    }
     connection->m_state = pa_context_get_state(context);
     if ((connection->m_state == PA_CONTEXT_FAILED || connection->m_state == PA_CONTEXT_TERMINATED) &&
         connection->m_alive.exchange(false, std::memory_order_acq_rel))

@@ -131,6 +131,7 @@ private:
     pa_context* m_context = nullptr;
     std::atomic<bool> m_alive{false};
     pa_context_state_t m_state = PA_CONTEXT_UNCONNECTED;  // loop lock
+    bool m_loopPriority = false;  // loop thread
 
     std::mutex m_listLock;  // leaf: nothing is called with it held
     std::vector<Endpoint> m_endpoints;
