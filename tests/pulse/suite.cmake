@@ -4,3 +4,6 @@
 pkg_check_modules(PULSE_TEST REQUIRED IMPORTED_TARGET libpulse libpulse-simple)
 target_link_libraries(${exe} PRIVATE PkgConfig::PULSE_TEST)
 target_compile_definitions(${exe} PRIVATE ZQ_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+# The no-server test runs the host application as a user would.
+target_compile_definitions(${exe} PRIVATE ZQ_MONITOR_EXE="$<TARGET_FILE:zqmonitor>")
+add_dependencies(${exe} zqmonitor)
