@@ -1,6 +1,8 @@
 // The server's sinks and sources as endpoints: which are listed, their names, formats,
 // containers and the defaults.
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 
 #include "../../platform/src/usb/usb_container.h"
 #include "pulse_fixture.h"
@@ -93,6 +95,57 @@ TEST_F(PulseEndpoints, DefaultOfEveryRoleIsTheServersDefaultSinkOrSource) {
         EXPECT_STREQ(L"kv1_mic", captureId);
         CoTaskMemFree(renderId);
         CoTaskMemFree(captureId);
+    }
+}
+
+}  // namespace
+}  // namespace zqtest::pulse
+
+namespace zqtest::pulse {
+namespace {
+
+TEST_F(PulseEndpoints, EndpointVolumeAndMuteAreTheDevicesOwnOnTheServer) {
+    for (const char* name : {"speaker44", "kv2_in"}) {
+        SCOPED_TRACE(name);
+        const bool sink = std::string(name) == "speaker44";
+        const std::string kind = sink ? "sink" : "source";
+        CComPtr<IMMDevice> device = Device(std::wstring(name, name + std::strlen(name)));
+        CComPtr<IAudioEndpointVolume> volume;
+        ASSERT_EQ(S_OK, device->Activate(IID_IAudioEndpointVolume, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&volume)));
+        UINT channels = 0;
+        EXPECT_EQ(S_OK, volume->GetChannelCount(&channels));
+        EXPECT_EQ(2u, channels);
+
+        ASSERT_EQ(S_OK, volume->SetMasterVolumeLevelScalar(0.4f, nullptr));
+        const std::optional<std::string> set = Pactl("get-" + kind + "-volume " + name);
+        ASSERT_TRUE(set);
+        EXPECT_NE(std::string::npos, set->find("40%")) << *set;
+
+        ASSERT_TRUE(Pactl("set-" + kind + "-volume " + name + " 70%"));
+        float scalar = 0.0f;
+        EXPECT_EQ(S_OK, volume->GetMasterVolumeLevelScalar(&scalar));
+        EXPECT_NEAR(0.70f, scalar, 0.005f);
+        float db = 0.0f;
+        EXPECT_EQ(S_OK, volume->GetMasterVolumeLevel(&db));
+        EXPECT_NEAR(20.0 * std::log10(0.7 * 0.7 * 0.7), db, 0.1) << "the server's cubic software volume";
+        UINT step = 0;
+        UINT steps = 0;
+        EXPECT_EQ(S_OK, volume->GetVolumeStepInfo(&step, &steps));
+        EXPECT_EQ(70u, step);
+        EXPECT_EQ(S_OK, volume->VolumeStepUp(nullptr));
+        EXPECT_EQ(S_OK, volume->GetMasterVolumeLevelScalar(&scalar));
+        EXPECT_NEAR(0.71f, scalar, 0.005f);
+
+        ASSERT_EQ(S_OK, volume->SetMute(TRUE, nullptr));
+        const std::optional<std::string> muted = Pactl("get-" + kind + "-mute " + name);
+        ASSERT_TRUE(muted);
+        EXPECT_NE(std::string::npos, muted->find("yes")) << *muted;
+        ASSERT_TRUE(Pactl("set-" + kind + "-mute " + name + " 0"));
+        BOOL mute = TRUE;
+        EXPECT_EQ(S_OK, volume->GetMute(&mute));
+        EXPECT_FALSE(mute);
+        EXPECT_EQ(E_INVALIDARG, volume->SetMasterVolumeLevelScalar(1.5f, nullptr));
+        EXPECT_TRUE(Pactl("set-" + kind + "-volume " + name + " 100%"));
     }
 }
 

@@ -191,6 +191,15 @@ std::optional<Endpoint> Connection::Default(EDataFlow flow) {
     return std::nullopt;
 }
 
+bool Connection::Refresh(const Endpoint& endpoint) {
+    Locked lock(*this);
+    if (!Alive()) return false;
+    return Complete(endpoint.flow == eRender
+                        ? pa_context_get_sink_info_by_name(m_context, endpoint.name.c_str(), &Connection::OnSinkInfo, this)
+                        : pa_context_get_source_info_by_name(m_context, endpoint.name.c_str(), &Connection::OnSourceInfo,
+                                                             this));
+}
+
 std::shared_ptr<Session> Connection::SessionOf(const Endpoint& endpoint) {
     std::lock_guard lock(m_listLock);
     std::shared_ptr<Session> session = m_sessions[endpoint.id].lock();

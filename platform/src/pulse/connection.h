@@ -70,6 +70,10 @@ public:
     std::optional<Endpoint> Find(std::wstring_view id);
     std::optional<Endpoint> Default(EDataFlow flow);
 
+    // Client thread: asks the server for the endpoint's description now (its volume, say) and
+    // waits for it; false when it did not come.
+    bool Refresh(const Endpoint& endpoint);
+
     // The process's session on an endpoint, made at first use and shared by its streams.
     std::shared_ptr<Session> SessionOf(const Endpoint& endpoint);
 

@@ -24,13 +24,15 @@ public:
                                        void** ppInterface) override {
         if (ppInterface == nullptr) return E_POINTER;
         *ppInterface = nullptr;
-        if (iid != IID_IAudioClient && iid != IID_IAudioMeterInformation && iid != IID_IAudioSessionManager)
+        if (iid != IID_IAudioClient && iid != IID_IAudioMeterInformation && iid != IID_IAudioSessionManager &&
+            iid != IID_IAudioEndpointVolume)
             return E_NOINTERFACE;
         // Audio objects are made from the device as the server describes it now.
         const std::optional<Endpoint> now = m_connection->Alive() ? m_connection->Find(m_endpoint.id) : std::nullopt;
         if (!now || now->state != DEVICE_STATE_ACTIVE) return AUDCLNT_E_DEVICE_INVALIDATED;
         if (iid == IID_IAudioClient) return CreateAudioClient(m_connection, *now, iid, ppInterface);
         if (iid == IID_IAudioMeterInformation) return CreateMeter(m_connection, *now, iid, ppInterface);
+        if (iid == IID_IAudioEndpointVolume) return CreateEndpointVolume(m_connection, *now, iid, ppInterface);
         return CreateSessionManager(m_connection, *now, iid, ppInterface);
     }
 

@@ -29,6 +29,8 @@ HRESULT CreateRenderClient(std::shared_ptr<Stream> stream, void** ppv);
 HRESULT CreateSimpleVolume(std::shared_ptr<Connection> connection, std::shared_ptr<Session> session, void** ppv);
 HRESULT CreateSessionManager(std::shared_ptr<Connection> connection, const Endpoint& endpoint, REFIID riid, void** ppv);
 HRESULT CreateSessionControl(std::shared_ptr<Connection> connection, std::shared_ptr<Session> session, void** ppv);
+// IAudioEndpointVolume of an endpoint: the sink's or source's own volume (endpoint_volume.cpp).
+HRESULT CreateEndpointVolume(std::shared_ptr<Connection> connection, const Endpoint& endpoint, REFIID riid, void** ppv);
 // IAudioMeterInformation of an endpoint (meter.cpp).
 HRESULT CreateMeter(std::shared_ptr<Connection> connection, const Endpoint& endpoint, REFIID riid, void** ppv);
 
