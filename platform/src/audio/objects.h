@@ -20,6 +20,8 @@ HRESULT CreateDeviceCollection(std::vector<std::shared_ptr<EndpointState>> endpo
 HRESULT CreateDevice(std::shared_ptr<EndpointState> endpoint, IMMDevice** out);
 // IPropertyStore, read-only (property_store.cpp).
 HRESULT CreatePropertyStore(std::shared_ptr<EndpointState> endpoint, IPropertyStore** out);
+// The same for any endpoint: its identifier (for injected failures), name and container.
+HRESULT CreatePropertyStore(std::wstring id, std::wstring name, const GUID& container, IPropertyStore** out);
 // IAudioClient (audio_client.cpp).
 HRESULT CreateAudioClient(const EndpointBinding& binding, REFIID riid, void** ppv);
 // IAudioCaptureClient and IAudioRenderClient on an initialised stream (capture_client.cpp,

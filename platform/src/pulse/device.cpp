@@ -1,5 +1,6 @@
 // IMMDevice and IMMEndpoint: one sink or source of the sound server as a device object.
 #include "../audio/com_object.h"
+#include "../audio/objects.h"
 #include "../audio/text.h"
 #include "objects.h"
 
@@ -41,7 +42,8 @@ public:
         *ppProperties = nullptr;
         if (stgmAccess != STGM_READ)
             return stgmAccess == STGM_WRITE || stgmAccess == STGM_READWRITE ? E_ACCESSDENIED : E_INVALIDARG;
-        return CreatePropertyStore(m_endpoint, ppProperties);
+        // The virtual engine's store: the description is the friendly name.
+        return audio::CreatePropertyStore(m_endpoint.id, m_endpoint.description, m_endpoint.container, ppProperties);
     }
 
     HRESULT STDMETHODCALLTYPE GetId(LPWSTR* ppstrId) override {

@@ -16,9 +16,8 @@ HRESULT CreateDeviceEnumerator(REFIID riid, void** ppv);
 // IMMDeviceCollection over the endpoints as they were listed (enumerator.cpp).
 HRESULT CreateDeviceCollection(std::shared_ptr<Connection> connection, std::vector<Endpoint> endpoints,
                                IMMDeviceCollection** out);
-// IMMDevice and IMMEndpoint (device.cpp); IPropertyStore (property_store.cpp).
+// IMMDevice and IMMEndpoint (device.cpp), with the virtual engine's IPropertyStore.
 HRESULT CreateDevice(std::shared_ptr<Connection> connection, Endpoint endpoint, IMMDevice** out);
-HRESULT CreatePropertyStore(Endpoint endpoint, IPropertyStore** out);
 // IAudioClient (audio_client.cpp); IAudioCaptureClient and IAudioRenderClient on its stream
 // (stream_clients.cpp).
 HRESULT CreateAudioClient(std::shared_ptr<Connection> connection, const Endpoint& endpoint, REFIID riid, void** ppv);
