@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "../../platform/src/usb/usb_container.h"
 #include "log_recorder.h"
@@ -107,6 +108,14 @@ TEST_F(PulseHost, MonitoredMicrophoneReachesTheSpeakerAtTheDesignedLevelWithoutG
     EXPECT_NEAR(0.0, 20 * std::log10(right.amplitude / expected), 0.5);
     EXPECT_GT(left.weakestBlock, 0.5) << "a gap in the monitored sound";
     EXPECT_GT(core->GetPeakCaptureDBFS(), 0.4f) << "the microphone's meter";
+    // What the server reports for the two streams, for the record.
+    for (const char* list : {"sink-inputs", "source-outputs"}) {
+        const std::optional<std::string> streams = Pactl(std::string("list ") + list);
+        ASSERT_TRUE(streams);
+        std::istringstream lines(*streams);
+        for (std::string line; std::getline(lines, line);)
+            if (line.find("Latency") != std::string::npos) std::printf("%s:%s\n", list, line.c_str());
+    }
     core->Stop();
 }
 

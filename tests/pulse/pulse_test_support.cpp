@@ -1,5 +1,7 @@
 #include "pulse_test_support.h"
 
+#include "zqPlatform.h"
+
 #include <fcntl.h>
 #include <pulse/error.h>
 #include <pulse/simple.h>
@@ -92,6 +94,14 @@ ToneFeeder::~ToneFeeder() {
 }
 
 void ToneFeeder::Run() {
+    // The feeder is the microphone's clock: it runs at the stream threads' priority.
+    DWORD taskIndex = 0;
+    HANDLE task = AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);
+    PlayUntilStopped();
+    if (task != nullptr) AvRevertMmThreadCharacteristics(task);
+}
+
+void ToneFeeder::PlayUntilStopped() {
     // Real time, block by block: the pipe source takes audio as fast as it comes, so the feeder is
     // the microphone's clock. Five blocks ahead absorb a busy machine's scheduling.
     const uint32_t blockFrames = m_rate / 100;

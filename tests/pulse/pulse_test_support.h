@@ -48,6 +48,7 @@ public:
 
 private:
     void Run();
+    void PlayUntilStopped();
     int m_fd = -1;
     uint32_t m_rate;
     uint16_t m_channels;

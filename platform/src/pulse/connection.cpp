@@ -220,10 +220,11 @@ void Connection::DetachStream(EDataFlow flow, uint32_t index) { (flow == eRender
 
 void Connection::OnContextState(pa_context* context, void* self) {
     auto* connection = static_cast<Connection*>(self);
-    if (!connection->m_loopPriority) {
-        // The first callback on the loop's thread. That thread carries every stream's audio: it
-        // runs at the stream threads' priority where the system allows it, so that a busy machine
-        // does not starve it into gaps. Kept until the thread ends.
+    // The first state change comes on the thread that connects, the later ones on the loop's.
+    if (!connection->m_loopPriority && pa_threaded_mainloop_in_thread(connection->m_loop) != 0) {
+        // The loop's thread carries every stream's audio: it runs at the stream threads' priority
+        // where the system allows it, so that a busy machine does not starve it into gaps. Kept
+        // until the thread ends.
         connection->m_loopPriority = true;
         DWORD taskIndex = 0;
         AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);
