@@ -217,10 +217,19 @@ INSTANTIATE_TEST_SUITE_P(Rates, PulseEdgeFormats, ::testing::Values(EdgeFormat{8
 
 TEST_F(PulseStreams, UnloadingTheSinkInvalidatesItsStreamAndIsHeardAsARemoval) {
     RecordingClient client;
+    // A client may call back into the enumerator from its callback (the system does: it lists
+    // the microphones again): the backend's own notification thread makes that safe.
+    std::wstring nameSeenInCallback;
+    client.onAdded = [&](const std::wstring& id) {
+        CComPtr<IMMDevice> added;
+        if (SUCCEEDED(enumerator->GetDevice(id.c_str(), &added))) nameSeenInCallback = FriendlyName(added);
+    };
     ASSERT_EQ(S_OK, enumerator->RegisterEndpointNotificationCallback(&client));
-    const std::optional<uint32_t> module = LoadModule("module-null-sink sink_name=zq_going rate=48000 channels=2");
+    const std::optional<uint32_t> module =
+        LoadModule("module-null-sink sink_name=zq_going rate=48000 channels=2 sink_properties=device.description=Going");
     ASSERT_TRUE(module);
     ASSERT_TRUE(client.WaitFor(L"added zq_going"));
+    EXPECT_EQ(L"Going", nameSeenInCallback);
     CComPtr<IMMDevice> sink = Device(L"zq_going");
     OpenStream stream(sink, 300000);
     ASSERT_EQ(S_OK, stream.opened);
