@@ -1,6 +1,7 @@
 // zqmonitor: a host application of the audio core. It lists the audio endpoints and the
 // maker's microphones, monitors the first microphone through the default speaker, and shows
-// meters, spectra and the waveform-peak strip, on the virtual audio engine.
+// meters, spectra and the waveform-peak strip, on the virtual audio engine or (--backend pulse)
+// on the desktop's sound server.
 #include <unistd.h>
 
 #include <csignal>
@@ -11,6 +12,7 @@
 #include "options.h"
 #include "run_modes.h"
 #include "virtual_machine.h"
+#include "zqplatform/vm/audio_backend.h"
 
 namespace zqhost {
 std::atomic<bool> g_stopRequested{false};
@@ -46,18 +48,23 @@ int main(int argc, char** argv) {
     }
     // Before the first use of the engine, which loads the machine.
     if (!SelectMachine(options.machinePath, &error)) return Fail(error);
+    if (!options.backend.empty() && !zqvm::SelectAudioBackend(options.backend, &error)) return Fail(error);
+    const bool onPulse = zqvm::SelectedAudioBackend() == zqvm::AudioBackend::Pulse;
+    if (onPulse && !zqvm::PulseServerReachable(&error)) return Fail("no PulseAudio server reachable: " + error);
 
     std::signal(SIGINT, RequestStop);
     std::signal(SIGTERM, RequestStop);
 
     ComApartment com;
     if (!com.Joined()) return Fail("CoInitializeEx failed");
-    if (!MachineHasEndpoints()) return Fail("the virtual machine has no audio endpoint (its description was refused)");
+    if (!onPulse && !MachineHasEndpoints())
+        return Fail("the virtual machine has no audio endpoint (its description was refused)");
     if (!options.inputWav.empty() && !PlayWavOnMicrophones(options.inputWav, &error)) return Fail(error);
     std::wstring recorded;
     if (!options.outputWav.empty() && !RecordSpeaker(options.outputWav, recorded, &error)) return Fail(error);
 
-    const std::string machine = MachineName(options.machinePath);
+    const std::string machine =
+        onPulse ? "pulse: " + zqvm::PulseServerDescription() : MachineName(options.machinePath);
     const int status = options.seconds ? RunBatch(options, machine) : RunInteractive(options, machine);
     StopRecordingSpeaker(recorded);  // the streams have stopped: the file is complete
     return status;

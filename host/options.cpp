@@ -40,6 +40,10 @@ std::string UsageText(const char* program) {
            "  --replug-at S        at S seconds, plug it in again\n"
            "  --switch-render-at S at S seconds, make the next render endpoint the system default\n"
            "  --volume-at S:LEVEL  at S seconds, another program sets the speaker's session volume (0..1)\n"
+           "  --backend NAME       virtual (the virtual audio engine) or pulse (the desktop's sound\n"
+           "                       server, PulseAudio or PipeWire's); default: $ZQ_AUDIO_BACKEND, else\n"
+           "                       virtual. On pulse the machine description gives only the bridges,\n"
+           "                       and --input, --output and the --...-at options are not available\n"
            "  -h, --help           this text\n"
            "\n"
            "Keys: b bypass, m mute, + / - render volume, w window function, v spectrum view,\n"
@@ -67,6 +71,9 @@ std::optional<Options> ParseOptions(int argc, char** argv, std::string* error) {
         double at = 0.0;
         if (arg == "--machine") {
             options.machinePath = value;
+        } else if (arg == "--backend") {
+            if (value != "virtual" && value != "pulse") return fail("--backend is virtual or pulse: " + value);
+            options.backend = value;
         } else if (arg == "--input") {
             options.inputWav = value;
         } else if (arg == "--output") {
@@ -104,6 +111,9 @@ std::optional<Options> ParseOptions(int argc, char** argv, std::string* error) {
     }
     if (options.json && !options.seconds) return fail("--json needs --seconds");
     if (!options.actions.empty() && !options.seconds) return fail("the --...-at options need --seconds");
+    // They act on the virtual machine: a real sound server is changed with its own tools.
+    if (options.backend == "pulse" && (!options.actions.empty() || !options.inputWav.empty() || !options.outputWav.empty()))
+        return fail("--input, --output and the --...-at options need the virtual backend");
     // Stable: actions at the same time keep the order they were given in.
     std::stable_sort(options.actions.begin(), options.actions.end(),
                      [](const ScheduledAction& a, const ScheduledAction& b) { return a.atSeconds < b.atSeconds; });

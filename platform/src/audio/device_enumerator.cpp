@@ -1,6 +1,5 @@
 // IMMDeviceEnumerator, the engine's front door; CoCreateInstance(CLSID_MMDeviceEnumerator)
-// makes one.
-#include "../com/class_registry.h"
+// makes one when the virtual engine is the chosen backend (backend/audio_backend.cpp).
 #include "com_object.h"
 #include "engine.h"
 #include "objects.h"
@@ -79,12 +78,6 @@ private:
 
     Engine& m_engine;
 };
-
-// Registered when the platform library loads, so the first CoCreateInstance finds the class.
-const bool kRegistered = [] {
-    RegisterComClass(CLSID_MMDeviceEnumerator, [](REFIID riid, void** ppv) { return CreateDeviceEnumerator(riid, ppv); });
-    return true;
-}();
 
 }  // namespace
 

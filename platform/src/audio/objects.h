@@ -3,6 +3,7 @@
 // platform library.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -19,6 +20,8 @@ HRESULT CreateDeviceCollection(std::vector<std::shared_ptr<EndpointState>> endpo
 HRESULT CreateDevice(std::shared_ptr<EndpointState> endpoint, IMMDevice** out);
 // IPropertyStore, read-only (property_store.cpp).
 HRESULT CreatePropertyStore(std::shared_ptr<EndpointState> endpoint, IPropertyStore** out);
+// The same for any endpoint: its identifier (for injected failures), name and container.
+HRESULT CreatePropertyStore(std::wstring id, std::wstring name, const GUID& container, IPropertyStore** out);
 // IAudioClient (audio_client.cpp).
 HRESULT CreateAudioClient(const EndpointBinding& binding, REFIID riid, void** ppv);
 // IAudioCaptureClient and IAudioRenderClient on an initialised stream (capture_client.cpp,
@@ -32,5 +35,9 @@ HRESULT CreateMeter(const EndpointBinding& binding, REFIID riid, void** ppv);
 // IAudioSessionManager and IAudioSessionControl (session_manager.cpp, session_control.cpp).
 HRESULT CreateSessionManager(const EndpointBinding& binding, REFIID riid, void** ppv);
 HRESULT CreateSessionControl(const EndpointBinding& binding, void** ppv);
+// The same over any session: check(method, hr, checkValid) runs before each method and, when it
+// answers true, the method returns hr (an injected failure, a device gone).
+using SessionCheck = std::function<bool(const char* method, HRESULT& hr, bool checkValid)>;
+HRESULT CreateSessionControl(std::shared_ptr<Session> session, SessionCheck check, void** ppv);
 
 }  // namespace zqplatform::audio

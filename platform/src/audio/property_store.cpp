@@ -1,4 +1,5 @@
 // IPropertyStore of an endpoint, read-only: the friendly name and the container identifier.
+// The pulse backend's endpoints have the same store.
 #include "com_object.h"
 #include "objects.h"
 #include "text.h"
@@ -8,7 +9,8 @@ namespace {
 
 class PropertyStore final : public IPropertyStore, private ComObject {
 public:
-    explicit PropertyStore(std::shared_ptr<EndpointState> endpoint) : m_endpoint(std::move(endpoint)) {}
+    PropertyStore(std::wstring id, std::wstring name, const GUID& container)
+        : m_id(std::move(id)), m_name(std::move(name)), m_container(container) {}
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
         return AnswerQuery<IPropertyStore>(this, riid, ppv);
@@ -39,13 +41,13 @@ public:
         HRESULT hr;
         if (Injected("IPropertyStore::GetValue", hr)) return hr;
         if (key == PKEY_Device_FriendlyName) {
-            pv->pwszVal = TaskMemCopy(m_endpoint->name);
+            pv->pwszVal = TaskMemCopy(m_name);
             if (pv->pwszVal == nullptr) return E_OUTOFMEMORY;
             pv->vt = VT_LPWSTR;
         } else if (key == PKEY_Device_ContainerId) {
             pv->puuid = static_cast<CLSID*>(CoTaskMemAlloc(sizeof(CLSID)));
             if (pv->puuid == nullptr) return E_OUTOFMEMORY;
-            *pv->puuid = m_endpoint->container;
+            *pv->puuid = m_container;
             pv->vt = VT_CLSID;
         }
         // Any other key: S_OK with an empty value, as Windows answers for a property not set.
@@ -66,17 +68,27 @@ public:
 
 private:
     bool Injected(const char* method, HRESULT& hr) const {
-        return FailureRules::Instance().Match(m_endpoint->id, method, hr);
+        return FailureRules::Instance().Match(m_id, method, hr);
     }
 
-    const std::shared_ptr<EndpointState> m_endpoint;
+    const std::wstring m_id;
+    const std::wstring m_name;
+    const GUID m_container;
 };
 
 }  // namespace
 
 HRESULT CreatePropertyStore(std::shared_ptr<EndpointState> endpoint, IPropertyStore** out) {
-    auto* store = new (std::nothrow) PropertyStore(std::move(endpoint));
-    if (store == nullptr) return E_OUTOFMEMORY;
+    return CreatePropertyStore(endpoint->id, endpoint->name, endpoint->container, out);
+}
+
+HRESULT CreatePropertyStore(std::wstring id, std::wstring name, const GUID& container, IPropertyStore** out) {
+    PropertyStore* store;
+    try {
+        store = new PropertyStore(std::move(id), std::move(name), container);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
     *out = store;
     return S_OK;
 }

@@ -1,4 +1,5 @@
-// IAudioSessionControl of an endpoint's session: its state, texts and event sinks.
+// IAudioSessionControl of an endpoint's session: its state, texts and event sinks. The pulse
+// backend's sessions are the same sessions, with a check of their own before each method.
 #include "com_object.h"
 #include "objects.h"
 #include "text.h"
@@ -8,9 +9,10 @@ namespace {
 
 class SessionControl final : public IAudioSessionControl, private ComObject {
 public:
-    explicit SessionControl(const EndpointBinding& binding) : m_binding(binding) {}
+    SessionControl(std::shared_ptr<Session> session, SessionCheck check)
+        : m_session(std::move(session)), m_check(std::move(check)) {}
     // Sinks registered through this object end with it (after a callback under way).
-    ~SessionControl() override { m_binding->session->Sinks().RemoveOwner(this); }
+    ~SessionControl() override { m_session->Sinks().RemoveOwner(this); }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
         return AnswerQuery<IAudioSessionControl>(this, riid, ppv);
@@ -21,58 +23,58 @@ public:
     HRESULT STDMETHODCALLTYPE GetState(AudioSessionState* pRetVal) override {
         if (pRetVal == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_binding.Intercept("IAudioSessionControl::GetState", hr)) return hr;
-        *pRetVal = m_binding->session->State();
+        if (m_check("IAudioSessionControl::GetState", hr, true)) return hr;
+        *pRetVal = m_session->State();
         return S_OK;
     }
 
     HRESULT STDMETHODCALLTYPE GetDisplayName(LPWSTR* pRetVal) override {
-        return GetText("IAudioSessionControl::GetDisplayName", m_binding->session->DisplayName(), pRetVal);
+        return GetText("IAudioSessionControl::GetDisplayName", m_session->DisplayName(), pRetVal);
     }
 
     HRESULT STDMETHODCALLTYPE SetDisplayName(LPCWSTR Value, LPCGUID EventContext) override {
         if (Value == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_binding.Intercept("IAudioSessionControl::SetDisplayName", hr)) return hr;
-        m_binding->session->SetDisplayName(Value, EventContext);
+        if (m_check("IAudioSessionControl::SetDisplayName", hr, true)) return hr;
+        m_session->SetDisplayName(Value, EventContext);
         return S_OK;
     }
 
     HRESULT STDMETHODCALLTYPE GetIconPath(LPWSTR* pRetVal) override {
-        return GetText("IAudioSessionControl::GetIconPath", m_binding->session->IconPath(), pRetVal);
+        return GetText("IAudioSessionControl::GetIconPath", m_session->IconPath(), pRetVal);
     }
 
     HRESULT STDMETHODCALLTYPE SetIconPath(LPCWSTR Value, LPCGUID EventContext) override {
         if (Value == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_binding.Intercept("IAudioSessionControl::SetIconPath", hr)) return hr;
-        m_binding->session->SetIconPath(Value, EventContext);
+        if (m_check("IAudioSessionControl::SetIconPath", hr, true)) return hr;
+        m_session->SetIconPath(Value, EventContext);
         return S_OK;
     }
 
     HRESULT STDMETHODCALLTYPE GetGroupingParam(GUID* pRetVal) override {
         if (pRetVal == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_binding.Intercept("IAudioSessionControl::GetGroupingParam", hr)) return hr;
-        *pRetVal = m_binding->session->GroupingParam();
+        if (m_check("IAudioSessionControl::GetGroupingParam", hr, true)) return hr;
+        *pRetVal = m_session->GroupingParam();
         return S_OK;
     }
 
     HRESULT STDMETHODCALLTYPE SetGroupingParam(LPCGUID Override, LPCGUID EventContext) override {
         if (Override == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_binding.Intercept("IAudioSessionControl::SetGroupingParam", hr)) return hr;
-        m_binding->session->SetGroupingParam(*Override, EventContext);
+        if (m_check("IAudioSessionControl::SetGroupingParam", hr, true)) return hr;
+        m_session->SetGroupingParam(*Override, EventContext);
         return S_OK;
     }
 
     HRESULT STDMETHODCALLTYPE RegisterAudioSessionNotification(IAudioSessionEvents* NewNotifications) override {
         if (NewNotifications == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_binding.Intercept("IAudioSessionControl::RegisterAudioSessionNotification", hr)) return hr;
+        if (m_check("IAudioSessionControl::RegisterAudioSessionNotification", hr, true)) return hr;
         // No reference is taken: the sink's owner keeps it until it unregisters, as on Windows
         // a sink that unregisters in its destructor relies on. A second registration changes nothing.
-        m_binding->session->Sinks().Add(NewNotifications, this);
+        m_session->Sinks().Add(NewNotifications, this);
         return S_OK;
     }
 
@@ -80,10 +82,10 @@ public:
         if (NewNotifications == nullptr) return E_POINTER;
         HRESULT hr;
         // Works on a session whose device has gone too: a sink must always be able to leave.
-        if (m_binding.Intercept("IAudioSessionControl::UnregisterAudioSessionNotification", hr, false)) return hr;
+        if (m_check("IAudioSessionControl::UnregisterAudioSessionNotification", hr, false)) return hr;
         // Waits for a callback to this sink under way on the session event thread, unless
         // called from that thread.
-        return m_binding->session->Sinks().Remove(NewNotifications) ? S_OK : E_NOTFOUND;
+        return m_session->Sinks().Remove(NewNotifications) ? S_OK : E_NOTFOUND;
     }
 
 private:
@@ -91,18 +93,27 @@ private:
         if (out == nullptr) return E_POINTER;
         *out = nullptr;
         HRESULT hr;
-        if (m_binding.Intercept(method, hr)) return hr;
+        if (m_check(method, hr, true)) return hr;
         *out = TaskMemCopy(text);
         return *out != nullptr ? S_OK : E_OUTOFMEMORY;
     }
 
-    const EndpointBinding m_binding;
+    const std::shared_ptr<Session> m_session;
+    const SessionCheck m_check;
 };
 
 }  // namespace
 
 HRESULT CreateSessionControl(const EndpointBinding& binding, void** ppv) {
-    auto* control = new (std::nothrow) SessionControl(binding);
+    return CreateSessionControl(binding->session,
+                                [binding](const char* method, HRESULT& hr, bool checkValid) {
+                                    return binding.Intercept(method, hr, checkValid);
+                                },
+                                ppv);
+}
+
+HRESULT CreateSessionControl(std::shared_ptr<Session> session, SessionCheck check, void** ppv) {
+    auto* control = new (std::nothrow) SessionControl(std::move(session), std::move(check));
     if (control == nullptr) return E_OUTOFMEMORY;
     return HandOut<IAudioSessionControl>(control, ppv);
 }

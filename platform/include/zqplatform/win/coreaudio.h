@@ -136,6 +136,46 @@ struct IAudioMeterInformation : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD* pdwHardwareSupportMask) = 0;
 };
 
+// ---- endpoint volume -----------------------------------------------------------------------
+typedef struct AUDIO_VOLUME_NOTIFICATION_DATA {
+    GUID guidEventContext;
+    BOOL bMuted;
+    float fMasterVolume;
+    UINT nChannels;
+    float afChannelVolumes[1];
+} AUDIO_VOLUME_NOTIFICATION_DATA, *PAUDIO_VOLUME_NOTIFICATION_DATA;
+
+#define ENDPOINT_HARDWARE_SUPPORT_VOLUME 0x00000001
+#define ENDPOINT_HARDWARE_SUPPORT_MUTE 0x00000002
+#define ENDPOINT_HARDWARE_SUPPORT_METER 0x00000004
+
+struct IAudioEndpointVolumeCallback : public IUnknown {
+    virtual HRESULT STDMETHODCALLTYPE OnNotify(PAUDIO_VOLUME_NOTIFICATION_DATA pNotify) = 0;
+};
+
+struct IAudioEndpointVolume : public IUnknown {
+    virtual HRESULT STDMETHODCALLTYPE RegisterControlChangeNotify(IAudioEndpointVolumeCallback* pNotify) = 0;
+    virtual HRESULT STDMETHODCALLTYPE UnregisterControlChangeNotify(IAudioEndpointVolumeCallback* pNotify) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetChannelCount(UINT* pnChannelCount) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetMasterVolumeLevel(float fLevelDB, LPCGUID pguidEventContext) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetMasterVolumeLevelScalar(float fLevel, LPCGUID pguidEventContext) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetMasterVolumeLevel(float* pfLevelDB) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetMasterVolumeLevelScalar(float* pfLevel) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetChannelVolumeLevel(UINT nChannel, float fLevelDB, LPCGUID pguidEventContext) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetChannelVolumeLevelScalar(UINT nChannel, float fLevel,
+                                                                  LPCGUID pguidEventContext) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetChannelVolumeLevel(UINT nChannel, float* pfLevelDB) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT nChannel, float* pfLevel) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetMute(BOOL bMute, LPCGUID pguidEventContext) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetMute(BOOL* pbMute) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetVolumeStepInfo(UINT* pnStep, UINT* pnStepCount) = 0;
+    virtual HRESULT STDMETHODCALLTYPE VolumeStepUp(LPCGUID pguidEventContext) = 0;
+    virtual HRESULT STDMETHODCALLTYPE VolumeStepDown(LPCGUID pguidEventContext) = 0;
+    virtual HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD* pdwHardwareSupportMask) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetVolumeRange(float* pflVolumeMindB, float* pflVolumeMaxdB,
+                                                     float* pflVolumeIncrementdB) = 0;
+};
+
 // ---- sessions ------------------------------------------------------------------------------
 enum AudioSessionState { AudioSessionStateInactive = 0, AudioSessionStateActive = 1, AudioSessionStateExpired = 2 };
 enum AudioSessionDisconnectReason {
@@ -243,6 +283,8 @@ ZQPLATFORM_API extern const IID IID_IAudioCaptureClient;
 ZQPLATFORM_API extern const IID IID_IAudioRenderClient;
 ZQPLATFORM_API extern const IID IID_ISimpleAudioVolume;
 ZQPLATFORM_API extern const IID IID_IAudioMeterInformation;
+ZQPLATFORM_API extern const IID IID_IAudioEndpointVolume;
+ZQPLATFORM_API extern const IID IID_IAudioEndpointVolumeCallback;
 ZQPLATFORM_API extern const IID IID_IAudioSessionManager;
 ZQPLATFORM_API extern const IID IID_IAudioSessionControl;
 ZQPLATFORM_API extern const IID IID_IAudioSessionEvents;
@@ -258,6 +300,8 @@ ZQ_DECLARE_IID(IAudioCaptureClient, IID_IAudioCaptureClient);
 ZQ_DECLARE_IID(IAudioRenderClient, IID_IAudioRenderClient);
 ZQ_DECLARE_IID(ISimpleAudioVolume, IID_ISimpleAudioVolume);
 ZQ_DECLARE_IID(IAudioMeterInformation, IID_IAudioMeterInformation);
+ZQ_DECLARE_IID(IAudioEndpointVolume, IID_IAudioEndpointVolume);
+ZQ_DECLARE_IID(IAudioEndpointVolumeCallback, IID_IAudioEndpointVolumeCallback);
 ZQ_DECLARE_IID(IAudioSessionManager, IID_IAudioSessionManager);
 ZQ_DECLARE_IID(IAudioSessionControl, IID_IAudioSessionControl);
 ZQ_DECLARE_IID(IAudioSessionEvents, IID_IAudioSessionEvents);

@@ -1,0 +1,420 @@
+// A stream on the sound server with its ring between libpulse's thread and the client's.
+#include "stream.h"
+
+#include <pulse/rtclock.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstring>
+
+#include "../audio/text.h"
+#include "zqplatform/win/debugapi.h"
+#include "zqplatform/win/kernel.h"
+
+namespace zqplatform::pulse {
+namespace {
+
+uint32_t FramesIn(REFERENCE_TIME duration, uint32_t rate) {
+    return static_cast<uint32_t>((static_cast<uint64_t>(duration) * rate + 9999999) / 10000000);
+}
+
+// The one format shared mode takes: the device's mix format, 32-bit float.
+bool IsMixFormat(const WAVEFORMATEX* format, const pa_sample_spec& spec) {
+    if (format->nChannels != spec.channels || format->nSamplesPerSec != spec.rate || format->wBitsPerSample != 32)
+        return false;
+    if (format->wFormatTag == WAVE_FORMAT_IEEE_FLOAT) return true;
+    if (format->wFormatTag != WAVE_FORMAT_EXTENSIBLE || format->cbSize < 22) return false;
+    const auto* extensible = reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(format);
+    return extensible->SubFormat == KSDATAFORMAT_SUBTYPE_IEEE_FLOAT;
+}
+
+void Report(const Endpoint& endpoint, const char* what, const char* why) {
+    const std::wstring text = L"zqplatform: pulse: " + audio::WideFromUtf8(what) + L" on " + endpoint.id + L" (" +
+                              std::to_wstring(endpoint.spec.rate) + L" Hz, " +
+                              std::to_wstring(endpoint.spec.channels) + L" channels): " + audio::WideFromUtf8(why) +
+                              L"\n";
+    OutputDebugStringW(text.c_str());
+}
+
+}  // namespace
+
+Stream::Stream(std::shared_ptr<Connection> connection, Endpoint endpoint, std::shared_ptr<Session> session)
+    : m_connection(std::move(connection)),
+      m_endpoint(std::move(endpoint)),
+      m_session(std::move(session)),
+      m_capture(m_endpoint.flow == eCapture),
+      m_blockAlign(static_cast<uint32_t>(m_endpoint.spec.channels) * sizeof(float)) {}
+
+Stream::~Stream() {
+    {
+        Connection::Locked lock(*m_connection);
+        CloseLocked();
+    }
+    if (m_event != nullptr) CloseHandle(m_event);
+}
+
+void Stream::CloseLocked() {
+    if (m_timer != nullptr) {
+        m_connection->Api()->time_free(m_timer);
+        m_timer = nullptr;
+    }
+    if (m_stream != nullptr) {
+        m_closing = true;
+        pa_stream_set_state_callback(m_stream, nullptr, nullptr);
+        pa_stream_set_read_callback(m_stream, nullptr, nullptr);
+        pa_stream_set_write_callback(m_stream, nullptr, nullptr);
+        pa_stream_disconnect(m_stream);
+        pa_stream_unref(m_stream);
+        m_stream = nullptr;
+    }
+    if (m_serverIndex != PA_INVALID_INDEX) {
+        m_connection->DetachStream(m_endpoint.flow, m_serverIndex);
+        m_session->RemoveStream(m_serverIndex);
+        m_serverIndex = PA_INVALID_INDEX;
+    }
+}
+
+HRESULT Stream::Check() const {
+    if (!Initialized()) return AUDCLNT_E_NOT_INITIALIZED;
+    if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
+    return S_OK;
+}
+
+HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFERENCE_TIME bufferDuration,
+                           const WAVEFORMATEX* format) {
+    if (format == nullptr) return E_POINTER;
+    if (Initialized()) return AUDCLNT_E_ALREADY_INITIALIZED;
+    if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
+    // A desktop server mixes every stream: there is no exclusive mode to give.
+    if (shareMode != AUDCLNT_SHAREMODE_SHARED) return AUDCLNT_E_UNSUPPORTED_FORMAT;
+    if (!IsMixFormat(format, m_endpoint.spec)) return AUDCLNT_E_UNSUPPORTED_FORMAT;
+    if (bufferDuration < 0) return E_INVALIDARG;
+
+    const uint32_t rate = m_endpoint.spec.rate;
+    m_eventDriven = (streamFlags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) != 0;
+    m_packetFrames = std::max<uint32_t>(1, FramesIn(kDevicePeriod, rate));
+    m_bufferFrames = std::max(FramesIn(bufferDuration, rate), 2 * m_packetFrames);
+    if (m_capture) m_bufferFrames = std::max(m_bufferFrames, FramesIn(kMinimumCaptureRing, rate));
+    try {
+        m_ring.Allocate(size_t{m_bufferFrames} * m_blockAlign);
+        (m_capture ? m_packet : m_writeArea).assign(size_t{m_bufferFrames} * m_blockAlign, 0);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+
+    pa_sample_spec spec = m_endpoint.spec;
+    spec.format = PA_SAMPLE_FLOAT32LE;
+    Connection::Locked lock(*m_connection);
+    pa_proplist* properties = pa_proplist_new();
+    pa_proplist_sets(properties, PA_PROP_MEDIA_ROLE, m_capture ? "production" : "music");
+    m_stream = pa_stream_new_with_proplist(m_connection->Context(), m_capture ? "zqCoreAudio capture" : "zqCoreAudio render",
+                                           &spec, &m_endpoint.channelMap, properties);
+    pa_proplist_free(properties);
+    if (m_stream == nullptr) {
+        Report(m_endpoint, "cannot make a stream", pa_strerror(pa_context_errno(m_connection->Context())));
+        return AUDCLNT_E_UNSUPPORTED_FORMAT;
+    }
+    pa_stream_set_state_callback(m_stream, &Stream::OnState, this);
+    if (m_capture)
+        pa_stream_set_read_callback(m_stream, &Stream::OnRead, this);
+    else
+        pa_stream_set_write_callback(m_stream, &Stream::OnWrite, this);
+
+    const uint32_t periodBytes = m_packetFrames * m_blockAlign;
+    pa_buffer_attr attributes;
+    attributes.maxlength = static_cast<uint32_t>(-1);
+    // The server holds twice the client's buffer: a render thread that is late once (a busy
+    // machine) is not heard as a gap.
+    attributes.tlength = m_capture ? static_cast<uint32_t>(-1) : 2 * m_bufferFrames * m_blockAlign;
+    attributes.prebuf = static_cast<uint32_t>(-1);
+    attributes.minreq = m_capture ? static_cast<uint32_t>(-1) : periodBytes;
+    attributes.fragsize = m_capture ? periodBytes : static_cast<uint32_t>(-1);
+    // Started by Start; never moved to another device; latency as asked, not the server's default.
+    const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE |
+                                                      PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE |
+                                                      PA_STREAM_INTERPOLATE_TIMING);
+    int connected;
+    if (m_capture) {
+        connected = pa_stream_connect_record(m_stream, m_endpoint.name.c_str(), &attributes, flags);
+    } else {
+        pa_cvolume volume;
+        pa_cvolume_set(&volume, spec.channels, m_session->ServerLevel());
+        connected = pa_stream_connect_playback(m_stream, m_endpoint.name.c_str(), &attributes, flags, &volume, nullptr);
+    }
+    const bool ready = connected == 0 && m_connection->WaitLocked([this] {
+        const pa_stream_state_t state = pa_stream_get_state(m_stream);
+        return state == PA_STREAM_READY || state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED;
+    }) && pa_stream_get_state(m_stream) == PA_STREAM_READY;
+    if (!ready) {
+        const bool deviceGone = !m_connection->Alive() || !m_connection->Find(m_endpoint.id) ||
+                                m_connection->Find(m_endpoint.id)->state != DEVICE_STATE_ACTIVE;
+        Report(m_endpoint, "cannot open a stream", pa_strerror(pa_context_errno(m_connection->Context())));
+        CloseLocked();
+        m_closing = false;
+        return deviceGone ? AUDCLNT_E_DEVICE_INVALIDATED : AUDCLNT_E_UNSUPPORTED_FORMAT;
+    }
+    m_serverIndex = pa_stream_get_index(m_stream);
+    m_connection->AttachStream(m_endpoint.flow, m_serverIndex, m_session);
+    m_session->AddStream(m_serverIndex, spec.channels);
+    if (m_capture && (m_session->ServerLevel() != PA_VOLUME_NORM || m_session->ServerMute())) {
+        pa_cvolume volume;
+        pa_cvolume_set(&volume, spec.channels, m_session->ServerLevel());
+        Connection::Forget(pa_context_set_source_output_volume(m_connection->Context(), m_serverIndex, &volume, nullptr, nullptr));
+        Connection::Forget(
+            pa_context_set_source_output_mute(m_connection->Context(), m_serverIndex, m_session->ServerMute(), nullptr, nullptr));
+    }
+    if (!m_capture) {
+        // The server asks for data only as its buffer drains; the timer also hands over what the
+        // render thread queued meanwhile, one device period at a time.
+        m_timer = pa_context_rttime_new(m_connection->Context(), pa_rtclock_now() + kDevicePeriod / 10, &Stream::OnTimer,
+                                        this);
+    }
+    m_initialized.store(true, std::memory_order_release);
+    return S_OK;
+}
+
+HRESULT Stream::BufferSize(UINT32* frames) const {
+    if (frames == nullptr) return E_POINTER;
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    *frames = m_bufferFrames;
+    return S_OK;
+}
+
+HRESULT Stream::Padding(UINT32* frames) const {
+    if (frames == nullptr) return E_POINTER;
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    *frames = static_cast<UINT32>(m_ring.Filled() / m_blockAlign);
+    return S_OK;
+}
+
+HRESULT Stream::Latency(REFERENCE_TIME* latency) {
+    if (latency == nullptr) return E_POINTER;
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    Connection::Locked lock(*m_connection);
+    pa_usec_t usec = 0;
+    int negative = 0;
+    if (pa_stream_get_latency(m_stream, &usec, &negative) < 0) {
+        // No timing information yet: ask for it once and wait for the answer.
+        m_connection->Complete(pa_stream_update_timing_info(m_stream, nullptr, nullptr));
+        if (pa_stream_get_latency(m_stream, &usec, &negative) < 0) return AUDCLNT_E_BUFFER_OPERATION_PENDING;
+    }
+    *latency = negative != 0 ? 0 : static_cast<REFERENCE_TIME>(usec * 10);
+    return S_OK;
+}
+
+HRESULT Stream::SetEventHandle(HANDLE event) {
+    if (event == nullptr || event == INVALID_HANDLE_VALUE) return E_INVALIDARG;
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    if (!m_eventDriven) return AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED;
+    if (m_started.load(std::memory_order_acquire)) return AUDCLNT_E_NOT_STOPPED;
+    // Our own handle keeps the event alive even if the client closes its handle first.
+    HANDLE duplicate = nullptr;
+    if (!DuplicateHandle(GetCurrentProcess(), event, GetCurrentProcess(), &duplicate, 0, FALSE, DUPLICATE_SAME_ACCESS))
+        return E_HANDLE;
+    Connection::Locked lock(*m_connection);  // the loop's thread reads it
+    if (m_event != nullptr) CloseHandle(m_event);
+    m_event = duplicate;
+    return S_OK;
+}
+
+HRESULT Stream::Start() {
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    if (m_started.load(std::memory_order_acquire)) return AUDCLNT_E_NOT_STOPPED;
+    if (m_eventDriven && m_event == nullptr) return AUDCLNT_E_EVENTHANDLE_NOT_SET;
+    Connection::Locked lock(*m_connection);
+    m_started.store(true, std::memory_order_release);
+    m_session->state->StreamStarted();
+    if (!m_capture) Push();  // what the client queued before starting goes first
+    return m_connection->Complete(pa_stream_cork(m_stream, 0, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
+}
+
+HRESULT Stream::Stop() {
+    if (!Initialized()) return AUDCLNT_E_NOT_INITIALIZED;
+    if (!m_started.load(std::memory_order_acquire)) return S_FALSE;
+    Connection::Locked lock(*m_connection);
+    m_started.store(false, std::memory_order_release);
+    m_session->state->StreamStopped();
+    // A stream whose device went away still stops, but says so.
+    if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
+    return m_connection->Complete(pa_stream_cork(m_stream, 1, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
+}
+
+HRESULT Stream::Reset() {
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    if (m_started.load(std::memory_order_acquire)) return AUDCLNT_E_NOT_STOPPED;
+    if (m_held || m_requestHeld) return AUDCLNT_E_BUFFER_OPERATION_PENDING;
+    Connection::Locked lock(*m_connection);  // the loop's thread is the ring's other side
+    m_ring.Drain();
+    if (m_capture) m_position = 0;
+    return m_connection->Complete(pa_stream_flush(m_stream, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
+}
+
+// ---- capture thread ------------------------------------------------------------------------
+
+HRESULT Stream::CaptureGetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition,
+                                 UINT64* qpcPosition) {
+    if (data == nullptr || frames == nullptr || flags == nullptr) return E_POINTER;
+    *data = nullptr;
+    *frames = 0;
+    *flags = 0;
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    if (m_held) return AUDCLNT_E_OUT_OF_ORDER;
+    const uint32_t available = static_cast<uint32_t>(m_ring.Filled() / m_blockAlign);
+    if (available == 0) {
+        m_held = true;  // ReleaseBuffer(0) may follow
+        m_heldFrames = 0;
+        return AUDCLNT_S_BUFFER_EMPTY;
+    }
+    // One device period per packet, as a desktop engine hands them out.
+    const uint32_t count = std::min(available, m_packetFrames);
+    const size_t bytes = size_t{count} * m_blockAlign;
+    size_t contiguous = 0;
+    const uint8_t* at = m_ring.ReadArea(&contiguous);
+    if (contiguous >= bytes) {
+        *data = const_cast<BYTE*>(at);
+    } else {
+        m_ring.Read(m_packet.data(), bytes);
+        *data = m_packet.data();
+    }
+    *frames = count;
+    if (m_discontinuity.exchange(false, std::memory_order_acq_rel)) *flags |= AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY;
+    if (devicePosition != nullptr) *devicePosition = m_position;
+    if (qpcPosition != nullptr)
+        *qpcPosition = static_cast<UINT64>(std::chrono::steady_clock::now().time_since_epoch().count() / 100);
+    m_held = true;
+    m_heldFrames = count;
+    return S_OK;
+}
+
+HRESULT Stream::CaptureReleaseBuffer(UINT32 frames) {
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    if (!m_held) return AUDCLNT_E_OUT_OF_ORDER;
+    if (frames != 0 && frames != m_heldFrames) return AUDCLNT_E_INVALID_SIZE;
+    m_held = false;
+    m_ring.CommitRead(size_t{frames} * m_blockAlign);
+    m_position += frames;
+    // A whole packet still waiting is not left until the server's next delivery.
+    if (frames != 0 && m_ring.Filled() >= size_t{m_packetFrames} * m_blockAlign) Signal();
+    return S_OK;
+}
+
+HRESULT Stream::NextPacketSize(UINT32* frames) const {
+    if (frames == nullptr) return E_POINTER;
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    *frames = std::min(static_cast<uint32_t>(m_ring.Filled() / m_blockAlign), m_packetFrames);
+    return S_OK;
+}
+
+// ---- render thread -------------------------------------------------------------------------
+
+HRESULT Stream::RenderGetBuffer(UINT32 frames, BYTE** data) {
+    if (data == nullptr) return E_POINTER;
+    *data = nullptr;
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    if (m_requestHeld) return AUDCLNT_E_OUT_OF_ORDER;
+    if (frames > m_ring.Free() / m_blockAlign) return AUDCLNT_E_BUFFER_TOO_LARGE;
+    if (frames == 0) return S_OK;
+    const size_t bytes = size_t{frames} * m_blockAlign;
+    uint8_t* area = m_ring.ContiguousWriteArea(bytes);
+    m_inWriteArea = area == nullptr;
+    *data = m_inWriteArea ? m_writeArea.data() : area;
+    m_requested = frames;
+    m_requestHeld = true;
+    return S_OK;
+}
+
+HRESULT Stream::RenderReleaseBuffer(UINT32 frames, DWORD flags) {
+    if (const HRESULT hr = Check(); FAILED(hr)) return hr;
+    if (frames == 0 && !m_requestHeld) return S_OK;
+    if (!m_requestHeld) return AUDCLNT_E_OUT_OF_ORDER;
+    if (frames > m_requested) return AUDCLNT_E_INVALID_SIZE;
+    m_requestHeld = false;
+    const size_t bytes = size_t{frames} * m_blockAlign;
+    if (m_inWriteArea) {
+        if ((flags & AUDCLNT_BUFFERFLAGS_SILENT) != 0) std::memset(m_writeArea.data(), 0, bytes);
+        m_ring.Write(m_writeArea.data(), bytes);
+    } else {
+        if ((flags & AUDCLNT_BUFFERFLAGS_SILENT) != 0) std::memset(m_ring.ContiguousWriteArea(bytes), 0, bytes);
+        m_ring.CommitWrite(bytes);
+    }
+    return S_OK;
+}
+
+// ---- loop thread ---------------------------------------------------------------------------
+
+void Stream::Signal() const {
+    if (m_event != nullptr) SetEvent(m_event);
+}
+
+void Stream::NotePeak(const uint8_t* data, size_t bytes) {
+    float peak = 0.0f;
+    const size_t samples = bytes / sizeof(float);
+    for (size_t i = 0; i < samples; ++i) {
+        float sample;
+        std::memcpy(&sample, data + i * sizeof(float), sizeof(float));
+        peak = std::max(peak, std::fabs(sample));
+    }
+    m_session->NotePeak(peak);
+}
+
+void Stream::OnState(pa_stream* stream, void* self) {
+    auto* owner = static_cast<Stream*>(self);
+    const pa_stream_state_t state = pa_stream_get_state(stream);
+    if ((state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED) && !owner->m_closing) {
+        // Its device went, the stream was killed, or the server went away.
+        owner->m_invalid.store(true, std::memory_order_release);
+        owner->Signal();  // the stream's thread learns it at its next call
+    }
+    owner->m_connection->Wake();
+}
+
+void Stream::OnRead(pa_stream*, size_t, void* self) { static_cast<Stream*>(self)->Pull(); }
+
+void Stream::OnWrite(pa_stream*, size_t, void* self) { static_cast<Stream*>(self)->Push(); }
+
+void Stream::OnTimer(pa_mainloop_api*, pa_time_event* event, const struct timeval*, void* self) {
+    auto* owner = static_cast<Stream*>(self);
+    owner->Push();
+    pa_context_rttime_restart(owner->m_connection->Context(), event, pa_rtclock_now() + kDevicePeriod / 10);
+}
+
+void Stream::Pull() {
+    bool delivered = false;
+    while (pa_stream_readable_size(m_stream) > 0) {
+        const void* data = nullptr;
+        size_t bytes = 0;
+        if (pa_stream_peek(m_stream, &data, &bytes) < 0 || bytes == 0) break;
+        if (data == nullptr) {
+            m_discontinuity.store(true, std::memory_order_release);  // the server lost audio here
+        } else if (m_started.load(std::memory_order_acquire)) {
+            const size_t whole = bytes - bytes % m_blockAlign;
+            NotePeak(static_cast<const uint8_t*>(data), whole);
+            if (m_ring.Write(data, whole) < whole) m_discontinuity.store(true, std::memory_order_release);
+            delivered = true;
+        }
+        pa_stream_drop(m_stream);
+    }
+    if (delivered) Signal();
+}
+
+void Stream::Push() {
+    if (m_stream == nullptr || !m_started.load(std::memory_order_acquire) || m_invalid.load(std::memory_order_acquire))
+        return;
+    const size_t writable = pa_stream_writable_size(m_stream);
+    if (writable == static_cast<size_t>(-1)) return;
+    size_t left = std::min(writable, m_ring.Filled());
+    left -= left % m_blockAlign;
+    while (left > 0) {
+        size_t contiguous = 0;
+        const uint8_t* data = m_ring.ReadArea(&contiguous);
+        const size_t bytes = std::min(left, contiguous);
+        NotePeak(data, bytes);
+        if (pa_stream_write(m_stream, data, bytes, nullptr, 0, PA_SEEK_RELATIVE) < 0) break;
+        m_ring.CommitRead(bytes);
+        left -= bytes;
+    }
+    // Room again, or the period passed: the render thread refills.
+    Signal();
+}
+
+}  // namespace zqplatform::pulse

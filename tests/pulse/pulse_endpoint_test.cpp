@@ -1,0 +1,153 @@
+// The server's sinks and sources as endpoints: which are listed, their names, formats,
+// containers and the defaults.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "../../platform/src/usb/usb_container.h"
+#include "pulse_fixture.h"
+
+namespace zqtest::pulse {
+namespace {
+
+bool Has(const std::vector<std::wstring>& ids, const std::wstring& id) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+WAVEFORMATEXTENSIBLE MixFormatOf(IMMDevice* device) {
+    CComPtr<IAudioClient> client;
+    WAVEFORMATEXTENSIBLE copy{};
+    if (FAILED(device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client)))) return copy;
+    WAVEFORMATEX* format = nullptr;
+    if (SUCCEEDED(client->GetMixFormat(&format)) && format->wFormatTag == WAVE_FORMAT_EXTENSIBLE)
+        copy = *reinterpret_cast<WAVEFORMATEXTENSIBLE*>(format);
+    CoTaskMemFree(format);
+    return copy;
+}
+
+using PulseEndpoints = PulseTest;
+
+TEST_F(PulseEndpoints, SinksRenderAndSourcesCaptureButMonitorsAreNoEndpoints) {
+    const std::vector<std::wstring> render = ActiveIds(eRender);
+    const std::vector<std::wstring> capture = ActiveIds(eCapture);
+    EXPECT_TRUE(Has(render, L"speaker48") && Has(render, L"speaker44") && Has(render, L"kv2_out"));
+    EXPECT_TRUE(Has(capture, L"kv1_mic") && Has(capture, L"kv2_in"));
+    for (const std::wstring& id : capture) EXPECT_EQ(id.find(L".monitor"), std::wstring::npos) << "monitor listed";
+    EXPECT_FALSE(Has(render, L"kv1_mic"));
+    CComPtr<IMMDevice> missing;
+    EXPECT_EQ(E_NOTFOUND, enumerator->GetDevice(L"no_such_sink", &missing));
+    EXPECT_EQ(nullptr, missing.p);
+}
+
+TEST_F(PulseEndpoints, FriendlyNameIsTheDescriptionAndMixFormatTheDevicesRateAndChannelsAsFloat) {
+    CComPtr<IMMDevice> speaker = Device(L"speaker44");
+    ASSERT_TRUE(speaker);
+    EXPECT_EQ(L"Speakers 44k1", FriendlyName(speaker));
+    const WAVEFORMATEXTENSIBLE speakerFormat = MixFormatOf(speaker);
+    EXPECT_EQ(44100u, speakerFormat.Format.nSamplesPerSec);
+    EXPECT_EQ(2, speakerFormat.Format.nChannels);
+    EXPECT_EQ(32, speakerFormat.Format.wBitsPerSample);
+    EXPECT_EQ(8, speakerFormat.Format.nBlockAlign);
+    EXPECT_EQ(KSDATAFORMAT_SUBTYPE_IEEE_FLOAT, speakerFormat.SubFormat);
+    EXPECT_EQ(static_cast<DWORD>(SPEAKER_FRONT_LEFT | SPEAKER_FRONT_RIGHT), speakerFormat.dwChannelMask);
+
+    CComPtr<IMMDevice> microphone = Device(L"kv1_mic");
+    ASSERT_TRUE(microphone);
+    EXPECT_EQ(L"KV-1 USB Microphone", FriendlyName(microphone));
+    const WAVEFORMATEXTENSIBLE microphoneFormat = MixFormatOf(microphone);
+    EXPECT_EQ(48000u, microphoneFormat.Format.nSamplesPerSec);
+    EXPECT_EQ(1, microphoneFormat.Format.nChannels);
+    EXPECT_EQ(static_cast<DWORD>(SPEAKER_FRONT_CENTER), microphoneFormat.dwChannelMask);
+
+    DWORD state = 0;
+    EXPECT_EQ(S_OK, microphone->GetState(&state));
+    EXPECT_EQ(static_cast<DWORD>(DEVICE_STATE_ACTIVE), state);
+    CComPtr<IMMEndpoint> endpoint;
+    ASSERT_EQ(S_OK, microphone->QueryInterface(IID_IMMEndpoint, reinterpret_cast<void**>(&endpoint)));
+    EDataFlow flow = eRender;
+    EXPECT_EQ(S_OK, endpoint->GetDataFlow(&flow));
+    EXPECT_EQ(eCapture, flow);
+}
+
+TEST_F(PulseEndpoints, ContainerIsTheUsbDevicesGuidFromSysfsPathOrBusPath) {
+    const GUID pairOut = Container(Device(L"kv2_out"));  // sysfs.path
+    const GUID pairIn = Container(Device(L"kv2_in"));    // device.bus_path
+    EXPECT_NE(GUID_NULL, pairOut);
+    EXPECT_EQ(pairOut, pairIn) << "the two endpoints of one USB device share its container";
+    EXPECT_EQ(zqplatform::usb::ContainerIdOfUsbFolder(UsbFolder(4)), pairOut);
+    const GUID microphone = Container(Device(L"kv1_mic"));
+    EXPECT_EQ(zqplatform::usb::ContainerIdOfUsbFolder(UsbFolder(3)), microphone);
+    EXPECT_NE(pairOut, microphone);
+    EXPECT_EQ(GUID_NULL, Container(Device(L"speaker48"))) << "a sink of no USB device";
+}
+
+TEST_F(PulseEndpoints, DefaultOfEveryRoleIsTheServersDefaultSinkOrSource) {
+    for (ERole role : {eConsole, eMultimedia, eCommunications}) {
+        CComPtr<IMMDevice> render;
+        CComPtr<IMMDevice> capture;
+        ASSERT_EQ(S_OK, enumerator->GetDefaultAudioEndpoint(eRender, role, &render));
+        ASSERT_EQ(S_OK, enumerator->GetDefaultAudioEndpoint(eCapture, role, &capture));
+        LPWSTR renderId = nullptr;
+        LPWSTR captureId = nullptr;
+        render->GetId(&renderId);
+        capture->GetId(&captureId);
+        EXPECT_STREQ(L"speaker48", renderId);
+        EXPECT_STREQ(L"kv1_mic", captureId);
+        CoTaskMemFree(renderId);
+        CoTaskMemFree(captureId);
+    }
+}
+
+}  // namespace
+}  // namespace zqtest::pulse
+
+namespace zqtest::pulse {
+namespace {
+
+TEST_F(PulseEndpoints, EndpointVolumeAndMuteAreTheDevicesOwnOnTheServer) {
+    for (const char* name : {"speaker44", "kv2_in"}) {
+        SCOPED_TRACE(name);
+        const bool sink = std::string(name) == "speaker44";
+        const std::string kind = sink ? "sink" : "source";
+        CComPtr<IMMDevice> device = Device(std::wstring(name, name + std::strlen(name)));
+        CComPtr<IAudioEndpointVolume> volume;
+        ASSERT_EQ(S_OK, device->Activate(IID_IAudioEndpointVolume, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&volume)));
+        UINT channels = 0;
+        EXPECT_EQ(S_OK, volume->GetChannelCount(&channels));
+        EXPECT_EQ(2u, channels);
+
+        ASSERT_EQ(S_OK, volume->SetMasterVolumeLevelScalar(0.4f, nullptr));
+        const std::optional<std::string> set = Pactl("get-" + kind + "-volume " + name);
+        ASSERT_TRUE(set);
+        EXPECT_NE(std::string::npos, set->find("40%")) << *set;
+
+        ASSERT_TRUE(Pactl("set-" + kind + "-volume " + name + " 70%"));
+        float scalar = 0.0f;
+        EXPECT_EQ(S_OK, volume->GetMasterVolumeLevelScalar(&scalar));
+        EXPECT_NEAR(0.70f, scalar, 0.005f);
+        float db = 0.0f;
+        EXPECT_EQ(S_OK, volume->GetMasterVolumeLevel(&db));
+        EXPECT_NEAR(20.0 * std::log10(0.7 * 0.7 * 0.7), db, 0.1) << "the server's cubic software volume";
+        UINT step = 0;
+        UINT steps = 0;
+        EXPECT_EQ(S_OK, volume->GetVolumeStepInfo(&step, &steps));
+        EXPECT_EQ(70u, step);
+        EXPECT_EQ(S_OK, volume->VolumeStepUp(nullptr));
+        EXPECT_EQ(S_OK, volume->GetMasterVolumeLevelScalar(&scalar));
+        EXPECT_NEAR(0.71f, scalar, 0.005f);
+
+        ASSERT_EQ(S_OK, volume->SetMute(TRUE, nullptr));
+        const std::optional<std::string> muted = Pactl("get-" + kind + "-mute " + name);
+        ASSERT_TRUE(muted);
+        EXPECT_NE(std::string::npos, muted->find("yes")) << *muted;
+        ASSERT_TRUE(Pactl("set-" + kind + "-mute " + name + " 0"));
+        BOOL mute = TRUE;
+        EXPECT_EQ(S_OK, volume->GetMute(&mute));
+        EXPECT_FALSE(mute);
+        EXPECT_EQ(E_INVALIDARG, volume->SetMasterVolumeLevelScalar(1.5f, nullptr));
+        EXPECT_TRUE(Pactl("set-" + kind + "-volume " + name + " 100%"));
+    }
+}
+
+}  // namespace
+}  // namespace zqtest::pulse

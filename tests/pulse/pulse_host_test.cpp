@@ -1,0 +1,219 @@
+// The library on the sound server as a host uses it: through the exported core object, with the
+// host's window receiving the library's messages. The microphone is the server's kv1_mic, which
+// the test feeds with a tone; it belongs to the USB device of the simulated KV-1 bridge (the
+// bridge's container is derived from the same USB device folder), so discovery pairs the two.
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "../../platform/src/usb/usb_container.h"
+#include "log_recorder.h"
+#include "message_window.h"
+#include "pulse_fixture.h"
+#include "zqCoreAudio.h"
+#include "zqplatform/vm/bridges.h"
+#include "zqplatform/vm/message_pump.h"
+#include "zqplatform/vm/module_path.h"
+
+namespace zqtest::pulse {
+namespace {
+
+constexpr char kProductTable[] = R"(<config>
+  <product device_name="KV-1 USB Microphone" friendly_name="KV-1" api="5" fw="0x12" editor="kv1editor"/>
+</config>)";
+
+float VolumeOf(const ReceivedMessage& message) {
+    const auto bits = static_cast<uint32_t>(message.wParam & 0xFFFFFFFFu);
+    float volume;
+    std::memcpy(&volume, &bits, sizeof volume);
+    return volume;
+}
+
+class PulseHost : public PulseTest {
+protected:
+    void SetUp() override {
+        PulseTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
+        folder = std::filesystem::temp_directory_path() / ("zq_pulse_host_" + std::to_string(::getpid()));
+        std::filesystem::create_directories(folder);
+        std::ofstream(folder / "config.xml") << kProductTable;
+        zqvm::SetHostModulePath((folder / "zqHost").wstring());
+        // The bridges of the server's USB microphones (the enumerator made in PulseTest::SetUp
+        // loaded the built-in machine; its bridge belongs to no device of this server).
+        zqvm::RemoveAllBridges();
+        zqvm::BridgeDescription kv1;
+        kv1.product = "KV-1 USB Microphone";
+        kv1.serial = "KV1-2024-0001";
+        kv1.containerId = zqplatform::usb::ContainerIdOfUsbFolder(UsbFolder(3));
+        zqvm::AddBridge(kv1);
+        zqvm::BridgeDescription kv1b = kv1;
+        kv1b.serial = "KV1-2024-0005";
+        kv1b.containerId = zqplatform::usb::ContainerIdOfUsbFolder(UsbFolder(5));
+        zqvm::AddBridge(kv1b);
+        zqvm::SetBridgeTiming(zqvm::BridgeTiming::Instant);
+
+        feeder = std::make_unique<ToneFeeder>(std::getenv("ZQ_PULSE_MIC_FIFO"), 48000, 1, 1000.0, 0.5f);
+        recorder = std::make_unique<LogRecorder>();
+        window = std::make_unique<MessageWindow>();
+        core = std::make_unique<CZQCoreAudio>();
+        core->SetLog(&recorder->Log());
+        core->Init(window->Handle());
+    }
+
+    void TearDown() override {
+        if (core) core->Shutdown();
+        core.reset();
+        g_pCore = nullptr;
+        window.reset();
+        recorder.reset();
+        feeder.reset();
+        if (!folder.empty()) {
+            zqvm::ResetHostModulePath();
+            std::filesystem::remove_all(folder);
+            Pactl("set-default-sink speaker48");
+        }
+        PulseTest::TearDown();
+    }
+
+    std::filesystem::path folder;
+    std::unique_ptr<ToneFeeder> feeder;
+    std::unique_ptr<LogRecorder> recorder;
+    std::unique_ptr<MessageWindow> window;
+    std::unique_ptr<CZQCoreAudio> core;
+};
+
+TEST_F(PulseHost, MonitoredMicrophoneReachesTheSpeakerAtTheDesignedLevelWithoutGaps) {
+    // Both KV-1 bridges are listed; the first is paired with kv1_mic and opened.
+    ASSERT_EQ(2u, core->GetCaptureDeviceCount());
+    ASSERT_NE(nullptr, core->GetCaptureDevice(0));
+    EXPECT_EQ(CStringW(L"KV-1 USB Microphone"), core->GetCaptureDevice(0)->GetName());
+    ASSERT_EQ(4u, core->GetRenderDeviceCount()) << "Default and the three sinks";
+    core->Start();
+    ASSERT_TRUE(core->IsStarted());
+    const std::vector<float> recorded = Record("speaker48.monitor", 48000, 2, 1.5);
+    // The microphone's channel on both speakers (the capture resampler maps mono to left and
+    // right at -3 dB), at the render stream's session volume (0.5).
+    const double expected = 0.5 * M_SQRT1_2 * 0.5;
+
+    const ToneReading left = Analyse(recorded, 2, 0, 48000, 0.5);
+    const ToneReading right = Analyse(recorded, 2, 1, 48000, 0.5);
+    std::printf("at speaker48's monitor: %.4f (%.2f dBFS) at %.2f Hz left, %.4f right; weakest 5 ms block %.2f\n",
+                left.amplitude, 20 * std::log10(left.amplitude), left.frequency, right.amplitude, left.weakestBlock);
+    RecordProperty("monitor_level_dbfs", std::to_string(20 * std::log10(left.amplitude)));
+    RecordProperty("monitor_frequency_hz", std::to_string(left.frequency));
+    EXPECT_NEAR(1000.0, left.frequency, 2.0);
+    EXPECT_NEAR(0.0, 20 * std::log10(left.amplitude / expected), 0.5);
+    EXPECT_NEAR(0.0, 20 * std::log10(right.amplitude / expected), 0.5);
+    EXPECT_GT(left.weakestBlock, 0.5) << "a gap in the monitored sound";
+    EXPECT_GT(core->GetPeakCaptureDBFS(), 0.4f) << "the microphone's meter";
+    // What the server reports for the two streams, for the record.
+    for (const char* list : {"sink-inputs", "source-outputs"}) {
+        const std::optional<std::string> streams = Pactl(std::string("list ") + list);
+        ASSERT_TRUE(streams);
+        std::istringstream lines(*streams);
+        for (std::string line; std::getline(lines, line);)
+            if (line.find("Latency") != std::string::npos) std::printf("%s:%s\n", list, line.c_str());
+    }
+    core->Stop();
+}
+
+TEST_F(PulseHost, DefaultSinkChangedWithPactlReachesTheHost) {
+    ASSERT_TRUE(Pactl("set-default-sink speaker44"));
+    // One message per role the server's default serves.
+    EXPECT_TRUE(window->WaitFor(WM_AUDIO_RENDER_CHANGED, 3, 5000));
+    core->RebuildRender();
+    CWMAudioDevice* first = core->GetRenderDevice(0);
+    ASSERT_NE(nullptr, first);
+    CComPtr<IMMDevice> expected = Device(L"speaker44");
+    LPWSTR id = nullptr;
+    ASSERT_EQ(S_OK, first->GetDevice()->GetId(&id));
+    EXPECT_STREQ(L"speaker44", id);
+    CoTaskMemFree(id);
+}
+
+TEST_F(PulseHost, SessionVolumeChangedWithPactlReachesTheHostButTheLibrarysOwnDoesNot) {
+    core->Start();
+    const std::optional<uint32_t> stream = StreamIndexOn(true, "speaker48");
+    ASSERT_TRUE(stream) << "the render stream's sink input";
+    const auto received = [&](float volume, LPARAM mute) {
+        return zqvm::PumpUntil(
+            [&] {
+                for (const ReceivedMessage& message : window->Received(WM_SESSION_VOLUME_CHANGED))
+                    if (std::fabs(VolumeOf(message) - volume) < 0.001f && message.lParam == mute) return true;
+                return false;
+            },
+            5000);
+    };
+    ASSERT_TRUE(Pactl("set-sink-input-volume " + std::to_string(*stream) + " 0.75"));
+    EXPECT_TRUE(received(0.75f, 0));
+    core->SetRenderVol(0.3f);  // the library's own change: no message
+    EXPECT_NEAR(0.3f, core->GetRenderVol(), 0.001f);
+    ASSERT_TRUE(Pactl("set-sink-input-mute " + std::to_string(*stream) + " 1"));
+    EXPECT_TRUE(received(0.3f, 1)) << "the mute, with the volume the library set";
+    for (const ReceivedMessage& message : window->Received(WM_SESSION_VOLUME_CHANGED))
+        EXPECT_FALSE(std::fabs(VolumeOf(message) - 0.3f) < 0.001f && message.lParam == 0) << "the library's own change";
+    core->Stop();
+}
+
+TEST_F(PulseHost, SourceModuleLoadedAndUnloadedGivesTheDeviceMessages) {
+    const std::string card5 = "/devices/pci0000:00/0000:00:14.0/usb1/1-5/1-5:1.0/sound/card5";
+    const std::optional<uint32_t> module = LoadModule(
+        "module-null-source source_name=kv1b_mic rate=48000 channels=1");
+    ASSERT_TRUE(module);
+    // A source without USB properties: a refreshed list, nobody removed.
+    ASSERT_TRUE(window->WaitFor(WM_AUDIO_DEVICE_CHANGED, 1, 5000));
+    EXPECT_EQ(0u, window->Received(WM_AUDIO_DEVICE_CHANGED)[0].wParam);
+    ASSERT_TRUE(UnloadModule(*module));
+
+    const std::optional<uint32_t> usbModule =
+        LoadModule("module-pipe-source source_name=kv1b_usb file=" + std::string(std::getenv("ZQ_PULSE_TEST_SERVER")) +
+                   "/kv1b.fifo rate=48000 channels=1 'source_properties=\"device.description=KV1b sysfs.path=" + card5 +
+                   "\"'");
+    ASSERT_TRUE(usbModule);
+    ASSERT_TRUE(window->WaitFor(WM_AUDIO_DEVICE_CHANGED, 2, 5000));
+    ASSERT_TRUE(UnloadModule(*usbModule));
+    // The second KV-1's endpoint went: its microphone leaves the list, by serial number.
+    ASSERT_TRUE(zqvm::PumpUntil(
+        [&] {
+            for (const ReceivedMessage& message : window->Received(WM_AUDIO_DEVICE_CHANGED))
+                if (message.wParam == 1) return true;
+            return false;
+        },
+        5000));
+    for (const ReceivedMessage& message : window->Received(WM_AUDIO_DEVICE_CHANGED)) {
+        if (message.wParam != 1) continue;
+        EXPECT_STREQ(L"KV1-2024-0005", reinterpret_cast<const wchar_t*>(message.lParam));
+    }
+}
+
+TEST_F(PulseHost, SinkUnloadedWhileStreamingThenTheHostsRebuildPlaysOnTheRemainingSpeaker) {
+    const std::optional<uint32_t> module =
+        LoadModule("module-null-sink sink_name=zq_usb_speaker rate=48000 channels=2 format=float32le");
+    ASSERT_TRUE(module);
+    ASSERT_TRUE(Pactl("set-default-sink zq_usb_speaker"));
+    ASSERT_TRUE(window->WaitFor(WM_AUDIO_RENDER_CHANGED, 3, 5000));
+    core->RebuildRender();
+    core->Start();
+    ASSERT_TRUE(core->IsStarted());
+    const size_t before = window->Received(WM_AUDIO_RENDER_CHANGED).size();
+
+    ASSERT_TRUE(UnloadModule(*module));
+    // The server falls back to another sink: the host hears of the new default and rebuilds.
+    ASSERT_TRUE(window->WaitFor(WM_AUDIO_RENDER_CHANGED, before + 1, 5000));
+    ASSERT_TRUE(Pactl("set-default-sink speaker48"));
+    core->RebuildRender();
+    core->Start();
+    ASSERT_TRUE(core->IsStarted());
+    const std::vector<float> recorded = Record("speaker48.monitor", 48000, 2, 1.0);
+    const ToneReading left = Analyse(recorded, 2, 0, 48000, 0.5);
+    std::printf("after the rebuild: %.4f at %.2f Hz, weakest 5 ms block %.2f\n", left.amplitude, left.frequency,
+                left.weakestBlock);
+    EXPECT_NEAR(1000.0, left.frequency, 2.0) << "sound flows again";
+    EXPECT_NEAR(0.0, 20 * std::log10(left.amplitude / (0.5 * M_SQRT1_2 * 0.5)), 0.5);
+    core->Stop();
+}
+
+}  // namespace
+}  // namespace zqtest::pulse

@@ -1,0 +1,164 @@
+// The sound server going away, or never being there: the library says so once, hangs nowhere
+// and leaks nothing. These tests change the process's server (PULSE_SERVER) before the backend
+// first connects, so each runs in a process of its own (as CTest runs every test).
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "../../platform/src/usb/usb_container.h"
+#include "log_recorder.h"
+#include "message_window.h"
+#include "pulse_test_support.h"
+#include "zqCoreAudio.h"
+#include "zqplatform/vm/audio_backend.h"
+#include "zqplatform/vm/bridges.h"
+#include "zqplatform/vm/debug_output.h"
+#include "zqplatform/vm/message_pump.h"
+#include "zqplatform/vm/module_path.h"
+
+namespace zqtest::pulse {
+namespace {
+
+size_t LinesContaining(const std::vector<std::wstring>& texts, const std::wstring& part) {
+    size_t count = 0;
+    for (const std::wstring& text : texts) count += text.find(part) != std::wstring::npos ? 1 : 0;
+    return count;
+}
+
+TEST(PulseNoServer, InitSaysOnceThatNoServerAnswersAndFindsNoDevice) {
+    setenv("PULSE_SERVER", "unix:/nonexistent/zq/native", 1);
+    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+    std::string error;
+    ASSERT_TRUE(zqvm::SelectAudioBackend("pulse", &error)) << error;
+    zqvm::DebugOutputRecorder debugOutput;
+    {
+        LogRecorder recorder;
+        MessageWindow window;
+        CZQCoreAudio core;
+        core.SetLog(&recorder.Log());
+        const auto started = std::chrono::steady_clock::now();
+        core.Init(window.Handle());
+        EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5)) << "Init waited for a server";
+        EXPECT_EQ(0u, core.GetRenderDeviceCount());
+        core.Start();
+        EXPECT_FALSE(core.IsStarted());
+        core.Shutdown();
+        g_pCore = nullptr;
+    }
+    // Every part of Init that looks for devices asked; one line says why there are none.
+    EXPECT_EQ(1u, LinesContaining(debugOutput.Texts(), L"pulse backend: no sound server reachable (Connection refused)"));
+    CComPtr<IMMDeviceEnumerator> enumerator;
+    EXPECT_EQ(AUDCLNT_E_SERVICE_NOT_RUNNING, CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL,
+                                                              IID_IMMDeviceEnumerator, reinterpret_cast<void**>(&enumerator)));
+    EXPECT_FALSE(zqvm::PulseServerReachable(&error));
+    EXPECT_EQ("Connection refused", error);
+    CoUninitialize();
+}
+
+TEST(PulseNoServer, MonitorSaysSoAndExitsWithAFailure) {
+    const std::string command = "PULSE_SERVER=unix:/nonexistent/zq/native " ZQ_MONITOR_EXE
+                                " --backend pulse --seconds 1 --log /dev/null 2>&1";
+    FILE* pipe = popen(command.c_str(), "r");
+    ASSERT_NE(nullptr, pipe);
+    std::string output;
+    char buffer[512];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
+    const int status = pclose(pipe);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(1, WEXITSTATUS(status));
+    EXPECT_NE(std::string::npos, output.find("zqmonitor: no PulseAudio server reachable: Connection refused")) << output;
+}
+
+// A private server of the test's own (scripts/pulse-server), killed while the library streams.
+class PulseServerLoss : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (std::system("command -v pulseaudio >/dev/null 2>&1") != 0) {
+            if (InCi()) FAIL() << "pulseaudio is not installed in CI (scripts/setup installs it)";
+            GTEST_SKIP() << "pulseaudio is not installed (scripts/setup installs it)";
+        }
+        folder = "/tmp/zq_loss_" + std::to_string(::getpid());
+        ASSERT_EQ(0, std::system(("bash " ZQ_SOURCE_DIR "/scripts/pulse-server start " + folder + " >/dev/null").c_str()));
+        std::ifstream env(folder + "/env");
+        for (std::string line; std::getline(env, line);) {
+            const size_t equals = line.find('=');
+            if (line.rfind("export ", 0) == 0 && equals != std::string::npos)
+                setenv(line.substr(7, equals - 7).c_str(), line.substr(equals + 1).c_str(), 1);
+        }
+        std::ifstream(folder + "/server.pid") >> serverPid;
+        ASSERT_GT(serverPid, 0);
+    }
+    void TearDown() override {
+        if (!folder.empty()) {
+            std::system(("bash " ZQ_SOURCE_DIR "/scripts/pulse-server stop " + folder).c_str());
+            std::filesystem::remove_all(folder);
+        }
+    }
+    std::string folder;
+    pid_t serverPid = 0;
+};
+
+TEST_F(PulseServerLoss, ServerKilledMidStreamRemovesTheMicrophoneAndShutdownReturns) {
+    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+    std::string error;
+    ASSERT_TRUE(zqvm::SelectAudioBackend("pulse", &error)) << error;
+    ASSERT_TRUE(zqvm::PulseServerReachable(&error)) << error;
+    {
+        // The first enumerator loads the machine (the built-in one); its bridge gives way below.
+        CComPtr<IMMDeviceEnumerator> enumerator;
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
+                                         reinterpret_cast<void**>(&enumerator)));
+    }
+    std::filesystem::create_directories(folder + "/host");
+    std::ofstream(folder + "/host/config.xml")
+        << R"(<config><product device_name="KV-1 USB Microphone" friendly_name="KV-1" api="5" fw="0x12" editor="e"/></config>)";
+    zqvm::SetHostModulePath(std::filesystem::path(folder + "/host/zqHost").wstring());
+    zqvm::RemoveAllBridges();
+    zqvm::BridgeDescription kv1;
+    kv1.product = "KV-1 USB Microphone";
+    kv1.serial = "KV1-2024-0001";
+    kv1.containerId = zqplatform::usb::ContainerIdOfUsbFolder(folder + "/sysfs/devices/pci0000:00/0000:00:14.0/usb1/1-3");
+    zqvm::AddBridge(kv1);
+    zqvm::SetBridgeTiming(zqvm::BridgeTiming::Instant);
+    zqvm::DebugOutputRecorder debugOutput;
+    {
+        ToneFeeder feeder(folder + "/mic.fifo", 48000, 1, 1000.0, 0.5f);
+        LogRecorder recorder;
+        MessageWindow window;
+        CZQCoreAudio core;
+        core.SetLog(&recorder.Log());
+        core.Init(window.Handle());
+        ASSERT_EQ(1u, core.GetCaptureDeviceCount());
+        core.Start();
+        ASSERT_TRUE(core.IsStarted());
+        ASSERT_TRUE(zqvm::PumpUntil([&] { return core.GetPeakCaptureDBFS() > 0.4f; }, 5000)) << "no sound before";
+
+        ASSERT_EQ(0, kill(serverPid, SIGKILL));
+        // The microphone's endpoint went with the server: the host hears it leave the list.
+        EXPECT_TRUE(zqvm::PumpUntil(
+            [&] {
+                for (const ReceivedMessage& message : window.Received(WM_AUDIO_DEVICE_CHANGED))
+                    if (message.wParam == 1) return true;
+                return false;
+            },
+            5000));
+        EXPECT_EQ(0u, core.GetHidCaptureDeviceCount());
+        EXPECT_EQ(0.0f, core.GetPeakCaptureDBFS()) << "the meter of a device that went";
+        const auto stopping = std::chrono::steady_clock::now();
+        core.Stop();
+        core.Shutdown();
+        EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(5));
+        g_pCore = nullptr;
+    }
+    zqvm::ResetHostModulePath();
+    EXPECT_EQ(1u, LinesContaining(debugOutput.Texts(), L"pulse backend: no sound server reachable"));
+    CoUninitialize();
+}
+
+}  // namespace
+}  // namespace zqtest::pulse

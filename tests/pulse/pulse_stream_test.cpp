@@ -1,0 +1,260 @@
+// Streams on the server's devices through IAudioClient and the capture and render clients:
+// sound both ways, the latency the server reports, formats the server offers, device loss.
+#include <atomic>
+#include <cmath>
+#include <thread>
+
+#include "pulse_fixture.h"
+
+namespace zqtest::pulse {
+namespace {
+
+// An event-driven stream opened in the device's mix format, as the capture and render engines
+// open theirs.
+struct OpenStream {
+    CComPtr<IAudioClient> client;
+    WAVEFORMATEX* format = nullptr;
+    HANDLE event = nullptr;
+    HRESULT opened = E_FAIL;
+
+    OpenStream(IMMDevice* device, REFERENCE_TIME duration) {
+        event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+        opened = device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client));
+        if (SUCCEEDED(opened)) opened = client->GetMixFormat(&format);
+        if (SUCCEEDED(opened))
+            opened = client->Initialize(AUDCLNT_SHAREMODE_SHARED,
+                                        AUDCLNT_STREAMFLAGS_EVENTCALLBACK | AUDCLNT_STREAMFLAGS_NOPERSIST, duration, 0,
+                                        format, nullptr);
+        if (SUCCEEDED(opened)) opened = client->SetEventHandle(event);
+    }
+    ~OpenStream() {
+        if (client) client->Stop();
+        client.Release();
+        CoTaskMemFree(format);
+        CloseHandle(event);
+    }
+};
+
+// Plays a sine on every channel of a render stream from a thread of its own, as the render
+// thread does: one refill per event, as much as the buffer has room for.
+class SinePlayer {
+public:
+    SinePlayer(OpenStream& stream, double frequency, float amplitude) : m_stream(stream) {
+        m_stream.client->GetService(IID_IAudioRenderClient, reinterpret_cast<void**>(&m_render));
+        m_thread = std::thread([this, frequency, amplitude] { Run(frequency, amplitude); });
+    }
+    ~SinePlayer() {
+        m_stop.store(true);
+        m_thread.join();
+    }
+    HRESULT LastError() const { return m_error.load(); }
+
+private:
+    void Run(double frequency, float amplitude) {
+        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        DWORD taskIndex = 0;
+        HANDLE task = AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);  // as the render thread
+        const WAVEFORMATEX& format = *m_stream.format;
+        UINT32 bufferFrames = 0;
+        m_stream.client->GetBufferSize(&bufferFrames);
+        uint64_t frame = 0;
+        while (!m_stop.load()) {
+            if (WaitForSingleObject(m_stream.event, 100) != WAIT_OBJECT_0) continue;
+            UINT32 padding = 0;
+            HRESULT hr = m_stream.client->GetCurrentPadding(&padding);
+            BYTE* data = nullptr;
+            const UINT32 frames = bufferFrames - padding;
+            if (SUCCEEDED(hr) && frames > 0) hr = m_render->GetBuffer(frames, &data);
+            if (FAILED(hr)) {
+                m_error.store(hr);
+                continue;
+            }
+            if (frames == 0) continue;
+            auto* samples = reinterpret_cast<float*>(data);
+            for (UINT32 i = 0; i < frames; ++i, ++frame) {
+                const float value = amplitude * static_cast<float>(std::sin(2.0 * M_PI * frequency * frame / format.nSamplesPerSec));
+                for (WORD c = 0; c < format.nChannels; ++c) samples[size_t{i} * format.nChannels + c] = value;
+            }
+            m_render->ReleaseBuffer(frames, 0);
+        }
+        if (task != nullptr) AvRevertMmThreadCharacteristics(task);
+        CoUninitialize();
+    }
+
+    OpenStream& m_stream;
+    CComPtr<IAudioRenderClient> m_render;
+    std::atomic<bool> m_stop{false};
+    std::atomic<HRESULT> m_error{S_OK};
+    std::thread m_thread;
+};
+
+double Db(double ratio) { return 20.0 * std::log10(ratio); }
+
+class PulseStreams : public PulseTest {};
+
+TEST_F(PulseStreams, RenderStreamPlaysAtTheSinksOwnRateAndReportsItsLatency) {
+    CComPtr<IMMDevice> speaker = Device(L"speaker44");
+    OpenStream stream(speaker, 300000);
+    ASSERT_EQ(S_OK, stream.opened);
+    UINT32 bufferFrames = 0;
+    ASSERT_EQ(S_OK, stream.client->GetBufferSize(&bufferFrames));
+    EXPECT_EQ(1323u, bufferFrames) << "30 ms at 44.1 kHz";
+    SinePlayer player(stream, 440.0, 0.5f);
+    ASSERT_EQ(S_OK, stream.client->Start());
+    const std::vector<float> recorded = Record("speaker44.monitor", 44100, 2, 1.0);
+    REFERENCE_TIME latency = 0;
+    EXPECT_EQ(S_OK, stream.client->GetStreamLatency(&latency));
+    EXPECT_GT(latency, 0);
+    RecordProperty("render_latency_ms", std::to_string(latency / 10000.0));
+    std::printf("render stream on speaker44: server-reported latency %.1f ms\n", latency / 10000.0);
+    EXPECT_EQ(S_OK, player.LastError());
+
+    const ToneReading left = Analyse(recorded, 2, 0, 44100, 0.4);
+    const ToneReading right = Analyse(recorded, 2, 1, 44100, 0.4);
+    EXPECT_NEAR(440.0, left.frequency, 1.0);
+    EXPECT_NEAR(0.0, Db(left.amplitude / 0.5), 0.2);
+    EXPECT_NEAR(0.0, Db(right.amplitude / 0.5), 0.2);
+    EXPECT_GT(left.weakestBlock, 0.5) << "a gap in the sound";
+}
+
+TEST_F(PulseStreams, CaptureStreamDeliversTheMicrophoneInPacketsOfOnePeriod) {
+    ToneFeeder feeder(std::getenv("ZQ_PULSE_MIC_FIFO"), 48000, 1, 1000.0, 0.5f);
+    ASSERT_TRUE(feeder.Running());
+    CComPtr<IMMDevice> microphone = Device(L"kv1_mic");
+    OpenStream stream(microphone, 200000);
+    ASSERT_EQ(S_OK, stream.opened);
+    CComPtr<IAudioCaptureClient> capture;
+    ASSERT_EQ(S_OK, stream.client->GetService(IID_IAudioCaptureClient, reinterpret_cast<void**>(&capture)));
+    ASSERT_EQ(S_OK, stream.client->Start());
+
+    std::vector<float> received;
+    UINT32 largestPacket = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (received.size() < 48000 && std::chrono::steady_clock::now() < deadline) {
+        if (WaitForSingleObject(stream.event, 200) != WAIT_OBJECT_0) continue;
+        BYTE* data = nullptr;
+        UINT32 frames = 0;
+        DWORD flags = 0;
+        const HRESULT hr = capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr);
+        ASSERT_TRUE(SUCCEEDED(hr));
+        if (frames > 0) received.insert(received.end(), reinterpret_cast<float*>(data), reinterpret_cast<float*>(data) + frames);
+        largestPacket = std::max(largestPacket, frames);
+        ASSERT_EQ(S_OK, capture->ReleaseBuffer(frames));
+    }
+    REFERENCE_TIME latency = 0;
+    EXPECT_EQ(S_OK, stream.client->GetStreamLatency(&latency));
+    std::printf("capture stream on kv1_mic: server-reported latency %.1f ms\n", latency / 10000.0);
+    RecordProperty("capture_latency_ms", std::to_string(latency / 10000.0));
+    ASSERT_GE(received.size(), 48000u) << "less than a second of sound in 5 s";
+    EXPECT_LE(largestPacket, 480u) << "a packet is one 10 ms period";
+    const ToneReading reading = Analyse(received, 1, 0, 48000, 0.3);
+    EXPECT_NEAR(1000.0, reading.frequency, 1.0);
+    EXPECT_NEAR(0.0, Db(reading.amplitude / 0.5), 0.1);
+}
+
+TEST_F(PulseStreams, SharedModeTakesOnlyTheMixFormat) {
+    CComPtr<IMMDevice> speaker = Device(L"speaker48");
+    CComPtr<IAudioClient> client;
+    ASSERT_EQ(S_OK, speaker->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client)));
+    WAVEFORMATEX pcm{WAVE_FORMAT_PCM, 2, 48000, 192000, 4, 16, 0};
+    WAVEFORMATEX* closest = nullptr;
+    EXPECT_EQ(S_FALSE, client->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, &pcm, &closest));
+    ASSERT_NE(nullptr, closest);
+    EXPECT_EQ(32, closest->wBitsPerSample);
+    CoTaskMemFree(closest);
+    EXPECT_EQ(AUDCLNT_E_UNSUPPORTED_FORMAT,
+              client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_EVENTCALLBACK, 200000, 0, &pcm, nullptr));
+    EXPECT_EQ(AUDCLNT_E_NOT_INITIALIZED, client->Start());
+}
+
+// Formats at the edges of what a desktop server offers: sound wherever the server takes them.
+struct EdgeFormat {
+    uint32_t rate;
+    uint16_t channels;
+};
+
+class PulseEdgeFormats : public PulseTest, public ::testing::WithParamInterface<EdgeFormat> {};
+
+TEST_P(PulseEdgeFormats, SinkPlaysAToneInItsOwnFormat) {
+    const EdgeFormat edge = GetParam();
+    const std::string name = "zq_edge_" + std::to_string(edge.rate) + "_" + std::to_string(edge.channels);
+    std::string arguments = "module-null-sink sink_name=" + name + " rate=" + std::to_string(edge.rate) +
+                            " channels=" + std::to_string(edge.channels) + " format=float32le";
+    if (edge.channels > 8) {
+        arguments += " channel_map=";
+        for (uint16_t c = 0; c < edge.channels; ++c) arguments += (c ? ",aux" : "aux") + std::to_string(c);
+    }
+    RecordingClient client;
+    ASSERT_EQ(S_OK, enumerator->RegisterEndpointNotificationCallback(&client));
+    const std::optional<uint32_t> module = LoadModule(arguments);
+    ASSERT_TRUE(module) << "the server refused " << arguments;
+    const std::wstring id(name.begin(), name.end());
+    ASSERT_TRUE(client.WaitFor(L"added " + id));
+    {
+        CComPtr<IMMDevice> sink = Device(id);
+        OpenStream stream(sink, 1000000);  // 100 ms: the format is tested here, not the latency
+        ASSERT_EQ(S_OK, stream.opened);
+        EXPECT_EQ(edge.rate, stream.format->nSamplesPerSec);
+        EXPECT_EQ(edge.channels, stream.format->nChannels);
+        SinePlayer player(stream, 440.0, 0.5f);
+        ASSERT_EQ(S_OK, stream.client->Start());
+        const std::vector<float> recorded = Record(name + ".monitor", edge.rate, edge.channels, 0.8);
+        const ToneReading first = Analyse(recorded, edge.channels, 0, edge.rate, 0.3);
+        const ToneReading last = Analyse(recorded, edge.channels, edge.channels - 1, edge.rate, 0.3);
+        EXPECT_NEAR(440.0, first.frequency, 1.0);
+        EXPECT_NEAR(0.0, Db(first.amplitude / 0.5), 0.2);
+        EXPECT_NEAR(0.0, Db(last.amplitude / 0.5), 0.2);
+    }
+    EXPECT_TRUE(UnloadModule(*module));
+    EXPECT_TRUE(client.WaitFor(L"removed " + id));
+    EXPECT_EQ(S_OK, enumerator->UnregisterEndpointNotificationCallback(&client));
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, PulseEdgeFormats, ::testing::Values(EdgeFormat{8000, 2}, EdgeFormat{192000, 2}, EdgeFormat{48000, 32}),
+                         [](const ::testing::TestParamInfo<EdgeFormat>& edge) {
+                             return std::to_string(edge.param.rate) + "Hz" + std::to_string(edge.param.channels) + "ch";
+                         });
+
+TEST_F(PulseStreams, UnloadingTheSinkInvalidatesItsStreamAndIsHeardAsARemoval) {
+    RecordingClient client;
+    // A client may call back into the enumerator from its callback (the system does: it lists
+    // the microphones again): the backend's own notification thread makes that safe.
+    std::wstring nameSeenInCallback;
+    client.onAdded = [&](const std::wstring& id) {
+        CComPtr<IMMDevice> added;
+        if (SUCCEEDED(enumerator->GetDevice(id.c_str(), &added))) nameSeenInCallback = FriendlyName(added);
+    };
+    ASSERT_EQ(S_OK, enumerator->RegisterEndpointNotificationCallback(&client));
+    const std::optional<uint32_t> module =
+        LoadModule("module-null-sink sink_name=zq_going rate=48000 channels=2 sink_properties=device.description=Going");
+    ASSERT_TRUE(module);
+    ASSERT_TRUE(client.WaitFor(L"added zq_going"));
+    EXPECT_EQ(L"Going", nameSeenInCallback);
+    CComPtr<IMMDevice> sink = Device(L"zq_going");
+    OpenStream stream(sink, 300000);
+    ASSERT_EQ(S_OK, stream.opened);
+    SinePlayer player(stream, 440.0, 0.5f);
+    ASSERT_EQ(S_OK, stream.client->Start());
+
+    ASSERT_TRUE(UnloadModule(*module));
+    ASSERT_TRUE(client.WaitFor(L"removed zq_going"));
+    EXPECT_TRUE(client.WaitFor(L"state zq_going 4"));
+    UINT32 padding = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+    HRESULT hr = S_OK;
+    while ((hr = stream.client->GetCurrentPadding(&padding)) == S_OK && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    EXPECT_EQ(AUDCLNT_E_DEVICE_INVALIDATED, hr);
+    EXPECT_EQ(AUDCLNT_E_DEVICE_INVALIDATED, stream.client->Stop()) << "stops, and says why";
+    DWORD state = 0;
+    EXPECT_EQ(S_OK, sink->GetState(&state));
+    EXPECT_EQ(static_cast<DWORD>(DEVICE_STATE_NOTPRESENT), state);
+    CComPtr<IAudioClient> another;
+    EXPECT_EQ(AUDCLNT_E_DEVICE_INVALIDATED,
+              sink->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&another)));
+    EXPECT_TRUE(client.AllOnOtherThreads());
+    EXPECT_EQ(S_OK, enumerator->UnregisterEndpointNotificationCallback(&client));
+}
+
+}  // namespace
+}  // namespace zqtest::pulse
