@@ -109,6 +109,26 @@ TEST_F(DeviceClockTest, APhaseDelaysEveryPeriodBoundaryOfTheStream) {
     ASSERT_EQ(stream.client->Stop(), S_OK);
 }
 
+TEST_F(DeviceClockTest, HeldStreamEventsAreNotSetWhileTheDevicePlaysOn) {
+    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
+    WriteRamp(render, 960, 0.0f);
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    ASSERT_TRUE(zqvm::HoldStreamEvents(id, 3));
+    for (int period = 1; period <= 3; ++period) {
+        Step();
+        EXPECT_FALSE(stream.Signalled()) << "period " << period;
+    }
+    EXPECT_EQ(zqvm::RenderedFrameCount(id), 3u * 480u) << "the device played on";
+    EXPECT_EQ(zqvm::Underruns(id), 1u) << "and ran dry in the third period";
+    Step();
+    EXPECT_TRUE(stream.Signalled()) << "the fourth period sets the event again";
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+    EXPECT_FALSE(zqvm::HoldStreamEvents(L"no such endpoint", 1));
+}
+
 TEST_F(DeviceClockTest, ClocksOutOfRangeAreRefusedAndChangeNothing) {
     const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
     EXPECT_FALSE(zqvm::SetEndpointClock(id, 1000.5, 0.0));

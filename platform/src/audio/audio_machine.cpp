@@ -95,6 +95,13 @@ bool SetEndpointClock(const std::wstring& id, double ppm, double phaseMs) {
     return endpoint && endpoint->SetClock(ppm, phaseMs);
 }
 
+bool HoldStreamEvents(const std::wstring& id, uint32_t periods) {
+    const std::shared_ptr<EndpointState> endpoint = Find(id);
+    if (!endpoint) return false;
+    endpoint->heldEvents.store(periods, std::memory_order_relaxed);
+    return true;
+}
+
 bool SetCaptureSource(const std::wstring& id, const CaptureSource& source, std::string* error) {
     const std::shared_ptr<EndpointState> endpoint = Find(id);
     if (!endpoint || endpoint->flow != eCapture) return false;

@@ -51,6 +51,13 @@ bool EndpointState::SetClock(double ppm, double phaseMs) {
     return true;
 }
 
+bool EndpointState::TakeHeldEvent() {
+    uint32_t held = heldEvents.load(std::memory_order_relaxed);
+    while (held != 0 && !heldEvents.compare_exchange_weak(held, held - 1, std::memory_order_relaxed)) {
+    }
+    return held != 0;
+}
+
 void EndpointState::SetPeaks(const float* channelPeaks) {
     float peak = 0.0f;
     for (size_t c = 0; c < format.Channels(); ++c) {

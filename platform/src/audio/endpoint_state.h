@@ -54,6 +54,10 @@ public:
     std::atomic<int64_t> clockPhase{0};
     // False (nothing changes) when ppm or the phase is out of range.
     bool SetClock(double ppm, double phaseMs);
+    // Device periods whose stream event is not to be set (zqvm::HoldStreamEvents); true when
+    // the current period is one of them, counting it off.
+    std::atomic<uint32_t> heldEvents{0};
+    bool TakeHeldEvent();
 
     // Meter: the peaks of the last period of a running stream, per channel and overall.
     void SetPeaks(const float* channelPeaks);

@@ -271,9 +271,9 @@ uint32_t Stream::NextPeriodFrames() {
         m_errorSincePeriod = m_periodIndex;
         m_framesBeforeError = m_periodFramesTotal;
     }
-    const auto periods = static_cast<unsigned __int128>(m_periodIndex + 1 - m_errorSincePeriod);
-    const auto framesPerSecond = static_cast<unsigned __int128>(m_endpoint.format.Rate()) *
-                                 static_cast<unsigned __int128>(kBillion + m_errorPpb);  // rate x 1e9
+    __extension__ typedef unsigned __int128 Wide;  // periods x rate x 1e9 exceeds 64 bits within hours
+    const auto periods = static_cast<Wide>(m_periodIndex + 1 - m_errorSincePeriod);
+    const auto framesPerSecond = static_cast<Wide>(m_endpoint.format.Rate()) * static_cast<Wide>(kBillion + m_errorPpb);
     const auto total = m_framesBeforeError + static_cast<uint64_t>(periods * framesPerSecond / (100 * kBillion));
     const auto frames = static_cast<uint32_t>(total - m_periodFramesTotal);
     m_periodFramesTotal = total;
@@ -345,7 +345,7 @@ void Stream::CaptureTick(uint32_t frames) {
         m_devicePosition += frames;
         event = m_event;
     }
-    if (event != nullptr) SetEvent(event);
+    if (event != nullptr && !m_endpoint.TakeHeldEvent()) SetEvent(event);
 }
 
 void Stream::RenderTick(uint32_t frames) {
@@ -378,7 +378,7 @@ void Stream::RenderTick(uint32_t frames) {
     m_endpoint.sink.NotePeriod(frames, played);
     m_endpoint.renderPeriods.fetch_add(1, std::memory_order_release);
     NotifyProgress();
-    if (event != nullptr) SetEvent(event);
+    if (event != nullptr && !m_endpoint.TakeHeldEvent()) SetEvent(event);
 }
 
 }  // namespace zqplatform::audio

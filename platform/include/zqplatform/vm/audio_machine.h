@@ -127,6 +127,12 @@ ZQPLATFORM_API void Reset();
 // Out of range: false, nothing changes.
 ZQPLATFORM_API bool SetEndpointClock(const std::wstring& id, double ppm, double phaseMs);
 
+// Holds up the threads of the endpoint's stream: its event is not set for the next `periods`
+// device periods, as when the thread waiting for it is not scheduled. The device runs on (a
+// render device plays what it holds, then silence; a capture device fills its buffer) and the
+// event is set again from the period after those.
+ZQPLATFORM_API bool HoldStreamEvents(const std::wstring& id, uint32_t periods);
+
 // ---- capture -------------------------------------------------------------------------------
 // Takes effect from the next device period of running streams.
 ZQPLATFORM_API bool SetCaptureSource(const std::wstring& id, const CaptureSource& source,
