@@ -8,7 +8,8 @@
 // How: at each refill the render thread reports the depth it finds, the frames its device still
 // holds plus those queued for it. Over every window of refills the smallest depth is compared
 // with the depth the design's threads settle at (one device period: when the render thread
-// wakes, the device has just taken the period it plays, and the next one waits); the stage then produces proportionally more or fewer frames through
+// wakes, the device has just taken the period it plays, and the next one waits) and a
+// millisecond more, which a faster render clock eats into without running dry; the stage then produces proportionally more or fewer frames through
 // swr_set_compensation, within a bound that keeps the pitch change small. The render
 // resampler is never touched, the queue's rules (its bound, the newest audio dropped when
 // full, the oldest played first) stay as they are, and nothing changes when the stream
@@ -50,7 +51,7 @@ public:
     double CorrectionPpm() const { return m_dCorrectionPpm; }
 
     // Tuning, in render-device time. Public so that tests can reason about the bounds.
-    static constexpr double kTargetDepthMs = 10.0;  // one 10 ms device period
+    static constexpr double kTargetDepthMs = 11.0;  // one 10 ms device period and a cushion
     static constexpr int kWindowRefills = 10;       // refills over which the smallest depth counts
     static constexpr double kGainPpmPerMs = 2000.0;        // correction per ms off the target
     static constexpr double kMaxCorrectionPpm = 20000.0;   // 2 %: a third of a semitone at most

@@ -56,7 +56,7 @@ TEST(MonitorRateControl, TheCorrectionFollowsTheDepthWithinItsBound) {
     const double in = 480.0 * packets;
 
     // At the target depth the stage passes the frames on, apart from its filter's few.
-    const size_t target = 480;  // 10 ms at 48 kHz
+    const size_t target = 528;  // 11 ms at 48 kHz
     EXPECT_NEAR(static_cast<double>(FramesThrough(*stage, packets, target)), in, 64.0);
     EXPECT_DOUBLE_EQ(stage->CorrectionPpm(), 0.0);
 
@@ -152,6 +152,16 @@ TEST_F(RateControlledMonitoring, ASlowSpeakerClockNeitherFillsTheQueueNorDropsAu
     const uint64_t underruns = zqvm::Underruns(speaker);
     Run(100);
     EXPECT_EQ(zqvm::Underruns(speaker), underruns);
+}
+
+TEST_F(RateControlledMonitoring, AFastSpeakerClockNeverRunsDry) {
+    Start("1", 1000.0);
+    Run(200);
+    const uint64_t underruns = zqvm::Underruns(speaker);
+    const size_t settled = QueuedFrames();
+    Run(6000);  // a minute: the fast speaker takes 48 frames a second more than it gets
+    EXPECT_EQ(zqvm::Underruns(speaker), underruns);
+    EXPECT_GE(QueuedFrames() + 48, settled) << "the queue stays within a millisecond of where it settled";
 }
 
 TEST_F(RateControlledMonitoring, WithoutItTheSameSpeakerBuildsABacklog) {
