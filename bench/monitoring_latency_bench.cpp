@@ -26,6 +26,7 @@
 
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
+#include "stepped_monitoring.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/audio_machine.h"
 #include "zqplatform/vm/clock.h"
@@ -56,54 +57,39 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
+zqvm::EndpointSpec SpeakerSpec(const FormatPair& pair, double phaseMs, double ppm) {
+    zqvm::EndpointSpec spec;
+    spec.name = L"Speakers";
+    spec.rate = pair.speakerRate;
+    spec.keepSeconds = 12;
+    spec.ppm = ppm;
+    spec.phaseMs = phaseMs;
+    return spec;
+}
+
+zqvm::EndpointSpec MicSpec(const FormatPair& pair) {
+    zqvm::EndpointSpec spec;
+    spec.name = L"Microphone";
+    spec.rate = pair.micRate;
+    spec.channels = pair.micChannels;
+    spec.source = zqvm::CaptureSource::Impulse(0.9, static_cast<uint32_t>(pair.micRate * kImpulseSpacing));
+    return spec;
+}
+
 // The monitoring path between one microphone and one speaker, driven period by period.
 class Rig {
 public:
-    Rig(const FormatPair& pair, double speakerPhaseMs, double speakerPpm) : m_phaseMs(speakerPhaseMs) {
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        zqvm::Reset();
-        zqvm::SetClockMode(zqvm::ClockMode::Stepped);
-        zqvm::EndpointSpec speakerSpec;
-        speakerSpec.flow = eRender;
-        speakerSpec.name = L"Speakers";
-        speakerSpec.rate = pair.speakerRate;
-        speakerSpec.keepSeconds = 12;
-        speakerSpec.ppm = speakerPpm;
-        speakerSpec.phaseMs = speakerPhaseMs;
-        speakerSpec.defaultFor = {eConsole, eMultimedia, eCommunications};
-        m_speaker = zqvm::AddEndpoint(speakerSpec);
-        zqvm::EndpointSpec micSpec;
-        micSpec.flow = eCapture;
-        micSpec.name = L"Microphone";
-        micSpec.rate = pair.micRate;
-        micSpec.channels = pair.micChannels;
-        micSpec.source = zqvm::CaptureSource::Impulse(0.9, static_cast<uint32_t>(pair.micRate * kImpulseSpacing));
-        m_mic = zqvm::AddEndpoint(micSpec);
-        m_speakerRate = pair.speakerRate * (1.0 + speakerPpm * 1e-6);
-
-        m_core = new CZQCoreAudio;
-        m_core->Init(nullptr);
-        CComPtr<IMMDeviceEnumerator> enumerator;
-        CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
-                         reinterpret_cast<void**>(&enumerator));
-        CComPtr<IMMDevice> device;
-        enumerator->GetDevice(m_mic.c_str(), &device);
-        m_core->SetCaptureDevice(device);
+    Rig(const FormatPair& pair, double speakerPhaseMs, double speakerPpm)
+        : m_machine(SpeakerSpec(pair, speakerPhaseMs, speakerPpm), MicSpec(pair)),
+          m_phaseMs(speakerPhaseMs),
+          m_speaker(m_machine.speaker),
+          m_speakerRate(pair.speakerRate * (1.0 + speakerPpm * 1e-6)),
+          m_core(m_machine.core) {
         m_start = zqvm::ClockNow();
         m_core->Start();
         m_nextCapture = m_start + kPeriod;
         m_nextRender = m_start + kPeriod + std::llround(speakerPhaseMs * 10000.0);
     }
-    ~Rig() {
-        m_core->Shutdown();
-        delete m_core;
-        g_pCore = nullptr;
-        zqvm::Reset();
-        zqvm::SetClockMode(zqvm::ClockMode::RealTime);
-        CoUninitialize();
-    }
-    Rig(const Rig&) = delete;
-    Rig& operator=(const Rig&) = delete;
 
     bool Started() const { return m_core->IsStarted(); }
     double Seconds() const { return static_cast<double>(zqvm::ClockNow() - m_start) / 1e7; }
@@ -158,11 +144,11 @@ public:
     void HoldRenderThread(uint32_t periods) const { zqvm::HoldStreamEvents(m_speaker, periods); }
 
 private:
+    SteppedMonitoring m_machine;
     double m_phaseMs;
-    std::wstring m_mic;
     std::wstring m_speaker;
-    double m_speakerRate = 0;
-    CZQCoreAudio* m_core = nullptr;
+    double m_speakerRate;
+    CZQCoreAudio* m_core;
     int64_t m_start = 0;
     int64_t m_nextCapture = 0;
     int64_t m_nextRender = 0;
