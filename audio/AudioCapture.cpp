@@ -223,10 +223,14 @@ size_t CAudioCapture::ReadFeed(Feed feed, void* dst, size_t bytes) {
 }
 
 void CAudioCapture::InstallRenderConversion(const WAVEFORMATEX* pMixFormat, SwrContext* pResampler) {
+    // Made here and freed after the lock, so the capture thread never waits for either.
+    std::unique_ptr<CMonitorRateControl> rateControl =
+        pMixFormat != nullptr ? CMonitorRateControl::Create(*pMixFormat) : nullptr;
     Concurrency::critical_section::scoped_lock lock(m_csPacket);
     const bool bWithdrawn = m_pRenderFormat != nullptr && pMixFormat == nullptr;
     m_pRenderFormat = pMixFormat;
     m_pRenderResampler = pResampler;
+    m_pRateControl.swap(rateControl);
     if (bWithdrawn) {
         BYTE scrap[4096];
         while (m_pSyncHost->Read(scrap, sizeof scrap) != 0) {

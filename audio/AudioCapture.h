@@ -22,6 +22,7 @@
 
 #include "audio/AudioSharedMem.h"
 #include "audio/CircularBuffer.h"
+#include "audio/MonitorRateControl.h"
 #include "audio/ResamplerSetup.h"
 #include "zqPlatform.h"
 
@@ -65,6 +66,11 @@ public:
         Concurrency::critical_section::scoped_lock lock(m_csPacket);
         return fill(*m_pSyncHost);
     }
+    // Render thread, inside WithQueue at each refill: the frames its device still holds plus
+    // those queued, for the monitoring path's rate control.
+    void NoteRenderDepth(size_t frames) {
+        if (m_pRateControl) m_pRateControl->ObserveDepth(frames);
+    }
     // Tests and benchmarks: visit(input feed, output feed) with the packet lock held.
     template <typename Visit>
     decltype(auto) WithFeeds(Visit&& visit) {
@@ -80,6 +86,10 @@ public:
     // reference of the caller's (empty while no device is open).
     CComPtr<IAudioMeterInformation> MeterInfo();
     CComPtr<ISimpleAudioVolume> Volume();
+
+    // Frames the capture thread could not queue for the render device because the queue was
+    // full (the newest audio is dropped), since the engine was made. Any thread.
+    uint64_t QueueDroppedFrames() const { return m_nQueueDroppedFrames.load(std::memory_order_relaxed); }
 
     // The capture thread's work for one packet of the open device, under m_csPacket; public so
     // that benchmarks can time it alone.
@@ -110,9 +120,11 @@ private:
     CAudioSharedMem m_AudioSharedCapture;
     CAudioSharedMem m_AudioSharedRender;
     std::unique_ptr<CCircularBuffer> m_pSyncHost;
-    // The render device's format and resampler, installed by the render engine.
+    // The render device's format and resampler, installed by the render engine, and the rate
+    // control of the path to it (null when turned off), made at the same time.
     const WAVEFORMATEX* m_pRenderFormat;
     SwrContext* m_pRenderResampler;
+    std::unique_ptr<CMonitorRateControl> m_pRateControl;
     Concurrency::critical_section m_csPacket;
     Concurrency::critical_section m_csControls;
     // Every step of the last open succeeded: only then is there a stream to start.
@@ -121,6 +133,7 @@ private:
     // it goes: the capture thread (this one or the next, after a restart) releases it again at
     // its next wake-up. Only the capture thread touches it; the stream's release clears it.
     std::optional<UINT32> m_nUnreleasedFrames;
+    std::atomic<uint64_t> m_nQueueDroppedFrames{0};
 
     // Scratch of the capture thread, sized when a device opens and reused for every packet, so
     // that streaming allocates nothing; a packet larger than any before grows them once.

@@ -111,6 +111,10 @@ void CAudioCapture::ForwardToRender(const float* engineFrames, int count) {
     if (mix == nullptr || !IsUsable(context)) return;
     // The queue holds the render device's own frames, so its frame size is the device's.
     const size_t blockAlign = mix->nBlockAlign;
+    if (m_pRateControl != nullptr) {  // keeps the queue near its steady depth (MonitorRateControl.h)
+        count = m_pRateControl->Process(engineFrames, count, &engineFrames);
+        if (count < 0) return;
+    }
     const int64_t capacity = av_rescale_rnd(count + swr_get_delay(context, ENGINE_SAMPLE_RATE),
                                             static_cast<int64_t>(mix->nSamplesPerSec), ENGINE_SAMPLE_RATE, AV_ROUND_UP);
     BYTE* renderFrames = Reserve(m_vecRenderFrames, static_cast<size_t>(capacity) * blockAlign);
@@ -118,5 +122,7 @@ void CAudioCapture::ForwardToRender(const float* engineFrames, int count) {
     const uint8_t* in[1] = {reinterpret_cast<const uint8_t*>(engineFrames)};
     const int converted = swr_convert(context, out, static_cast<int>(capacity), in, count);
     if (converted < 0) return;
-    m_pSyncHost->Write(renderFrames, static_cast<size_t>(converted) * blockAlign);
+    const size_t bytes = static_cast<size_t>(converted) * blockAlign;
+    const size_t queued = m_pSyncHost->Write(renderFrames, bytes);
+    if (queued < bytes) m_nQueueDroppedFrames.fetch_add((bytes - queued) / blockAlign, std::memory_order_relaxed);
 }

@@ -18,6 +18,7 @@
 
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
+#include "stepped_monitoring.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/audio_machine.h"
 #include "zqplatform/vm/clock.h"
@@ -78,40 +79,20 @@ constexpr int64_t kPeriod = 100000;  // 10 ms in 100-ns units
 // A core streaming a 1 kHz tone from a 44.1 kHz stereo float microphone to a 48 kHz stereo
 // float speaker, on the stepped clock.
 struct Streaming {
-    Streaming() {
-        t_isBenchmarkThread = true;
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        zqvm::Reset();
-        zqvm::SetClockMode(zqvm::ClockMode::Stepped);
-        zqvm::EndpointSpec speakerSpec;
-        speakerSpec.flow = eRender;
-        speakerSpec.name = L"Speakers";
-        speakerSpec.rate = 48000;
-        speakerSpec.defaultFor = {eConsole, eMultimedia, eCommunications};
-        speaker = zqvm::AddEndpoint(speakerSpec);
-        zqvm::EndpointSpec micSpec;
-        micSpec.flow = eCapture;
-        micSpec.name = L"Microphone";
-        micSpec.rate = 44100;
-        micSpec.source = zqvm::CaptureSource::Tone(1000.0, 0.5);
-        mic = zqvm::AddEndpoint(micSpec);
-        core = new CZQCoreAudio;
-        core->Init(nullptr);
-        CComPtr<IMMDeviceEnumerator> enumerator;
-        CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
-                         reinterpret_cast<void**>(&enumerator));
-        CComPtr<IMMDevice> device;
-        enumerator->GetDevice(mic.c_str(), &device);
-        core->SetCaptureDevice(device);
-        core->Start();
+    Streaming() : machine(SpeakerSpec(), MicSpec()), mic(machine.mic), core(machine.core) { core->Start(); }
+    static zqvm::EndpointSpec SpeakerSpec() {
+        t_isBenchmarkThread = true;  // before anything is made: the machine is the benchmark's
+        zqvm::EndpointSpec spec;
+        spec.name = L"Speakers";
+        spec.rate = 48000;
+        return spec;
     }
-    ~Streaming() {
-        core->Shutdown();
-        delete core;
-        g_pCore = nullptr;
-        zqvm::Reset();
-        zqvm::SetClockMode(zqvm::ClockMode::RealTime);
-        CoUninitialize();
+    static zqvm::EndpointSpec MicSpec() {
+        zqvm::EndpointSpec spec;
+        spec.name = L"Microphone";
+        spec.rate = 44100;
+        spec.source = zqvm::CaptureSource::Tone(1000.0, 0.5);
+        return spec;
     }
     // One device period of both streams, waited for until both threads have handled it.
     bool Period() {
@@ -120,9 +101,9 @@ struct Streaming {
         return zqvm::WaitForCapturePacketsReleased(mic, packets + 1, 5000);
     }
 
+    SteppedMonitoring machine;
     std::wstring mic;
-    std::wstring speaker;
-    CZQCoreAudio* core = nullptr;
+    CZQCoreAudio* core;
 };
 
 void BM_CapturePacketWork(benchmark::State& state) {

@@ -5,14 +5,17 @@
 // Runs on the host's thread (Init, RebuildCapture, Refresh) and on the notification thread
 // (a device added or become active), one discovery at a time (m_csDiscovery): a bridge is
 // opened by one version query at a time, so every microphone gets its versions and its name.
+// The version queries of one discovery run side by side (VersionQueries.h).
 // The microphone list's lock is held only around reads of the list and the product table and
 // around the append, never across a version query (at least 150 ms) or a call into the audio
 // engine, so the host's getters and a removal are not held up by a discovery.
 #include <cstring>
+#include <vector>
 
 #include "core/FailureReport.h"
 #include "devices/EndpointProperties.h"
 #include "devices/MicrophoneIdentity.h"
+#include "devices/VersionQueries.h"
 #include "zqCoreAudio.h"
 
 namespace {
@@ -30,6 +33,43 @@ bool IsListed(const std::vector<CWMAudioDevice*>& list, const CStringW& strSN) {
     return false;
 }
 
+// What discovery learns of one bridge before its version query.
+struct BridgeFound {
+    HID_UART_STATUS stManufacturer = HID_UART_SUCCESS;
+    HID_UART_STATUS stSN = HID_UART_SUCCESS;
+    HID_UART_STATUS stProduct = HID_UART_SUCCESS;
+    CStringW strManufacturer;
+    CStringW strSN;
+    CStringW strProduct;
+    bool bLogitech = false;            // skipped before its other strings were read
+    CWMAudioDevice* pDevice = nullptr;  // the new record, once the bridge is taken on
+    size_t nQuery = 0;
+};
+
+// Reads the bridge's strings; true when it is one of the maker's microphones by its strings.
+bool ReadBridge(DWORD dwIndex, BridgeFound& bridge) {
+    bridge.stManufacturer = ReadBridgeString(dwIndex, HID_UART_GET_MANUFACTURER_STR, bridge.strManufacturer);
+    if (bridge.stManufacturer == HID_UART_SUCCESS && bridge.strManufacturer.CompareNoCase(L"Logitech") == 0) {
+        bridge.bLogitech = true;
+        return false;
+    }
+    bridge.stSN = ReadBridgeString(dwIndex, HID_UART_GET_SERIAL_STR, bridge.strSN);
+    bridge.stProduct = ReadBridgeString(dwIndex, HID_UART_GET_PRODUCT_STR, bridge.strProduct);
+    // A read time-out does not exclude the device: its buffer counts as the bridge left it.
+    if (!ReadOrTimedOut(bridge.stManufacturer) || !ReadOrTimedOut(bridge.stSN) || !ReadOrTimedOut(bridge.stProduct))
+        return false;
+    return IsMakersBridge(bridge.strManufacturer) && !bridge.strSN.IsEmpty() && !bridge.strProduct.IsEmpty();
+}
+
+// Whether an earlier bridge of this discovery was taken on with the same serial number: as
+// when one bridge after the other was listed, the first one wins.
+bool IsFoundBefore(const std::vector<BridgeFound>& bridges, DWORD dwIndex) {
+    for (DWORD d = 0; d < dwIndex; ++d) {
+        if (bridges[d].pDevice != nullptr && bridges[d].strSN.CompareNoCase(bridges[dwIndex].strSN) == 0) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 bool CZQCoreAudio::FillDevicesZQ() {
@@ -43,35 +83,40 @@ bool CZQCoreAudio::FillDevicesZQ() {
     }
     LogInfo(L"CoreAudio: HidUart_GetNumDevices: %d", static_cast<int>(dwCount));
 
+    // First every bridge's strings and the tests that decide whether it is a new microphone of
+    // ours, so that the version queries of all of them run side by side; then, in list order,
+    // the log lines, the versions, the names and the pairing, as one bridge after the other.
+    std::vector<BridgeFound> bridges(dwCount);
+    CVersionQueries queries;
+    for (DWORD dwIndex = 0; dwIndex < dwCount; ++dwIndex) {
+        BridgeFound& bridge = bridges[dwIndex];
+        if (!ReadBridge(dwIndex, bridge)) continue;
+        Concurrency::critical_section::scoped_lock lock(m_csHidDevices);
+        if (!IsDeviceInConfig(bridge.strProduct) || IsListed(m_vecHidDevices, bridge.strSN) ||
+            IsFoundBefore(bridges, dwIndex))
+            continue;
+        bridge.pDevice = new CWMAudioDevice;
+        bridge.nQuery = queries.Start(bridge.pDevice, static_cast<int>(dwIndex));
+    }
+
     for (DWORD dwIndex = 0; dwIndex < dwCount; ++dwIndex) {
         const int i = static_cast<int>(dwIndex);
-        CStringW strManufacturer;
-        CStringW strSN;
-        CStringW strProduct;
-
-        const HID_UART_STATUS stManufacturer = ReadBridgeString(dwIndex, HID_UART_GET_MANUFACTURER_STR, strManufacturer);
-        if (stManufacturer == HID_UART_SUCCESS) {
+        const BridgeFound& bridge = bridges[dwIndex];
+        const CStringW& strManufacturer = bridge.strManufacturer;
+        const CStringW& strSN = bridge.strSN;
+        const CStringW& strProduct = bridge.strProduct;
+        if (bridge.stManufacturer == HID_UART_SUCCESS) {
             LogInfo(L"CoreAudio: HID_UART_GET_MANUFACTURER_STR [%i]: %s", i, strManufacturer.GetString());
-            if (strManufacturer.CompareNoCase(L"Logitech") == 0) continue;
+            if (bridge.bLogitech) continue;
         }
-        const HID_UART_STATUS stSN = ReadBridgeString(dwIndex, HID_UART_GET_SERIAL_STR, strSN);
-        if (stSN == HID_UART_SUCCESS) LogInfo(L"CoreAudio: HID_UART_GET_SERIAL_STR [%i]: %s", i, strSN.GetString());
-        const HID_UART_STATUS stProduct = ReadBridgeString(dwIndex, HID_UART_GET_PRODUCT_STR, strProduct);
-        if (stProduct == HID_UART_SUCCESS) {
+        if (bridge.stSN == HID_UART_SUCCESS) LogInfo(L"CoreAudio: HID_UART_GET_SERIAL_STR [%i]: %s", i, strSN.GetString());
+        if (bridge.stProduct == HID_UART_SUCCESS) {
             LogInfo(L"CoreAudio: HID_UART_GET_PRODUCT_STR [%i]: %s", i, strProduct.GetString());
         }
+        if (bridge.pDevice == nullptr) continue;
 
-        // A read time-out does not exclude the device: its buffer counts as the bridge left it.
-        if (!ReadOrTimedOut(stManufacturer) || !ReadOrTimedOut(stSN) || !ReadOrTimedOut(stProduct)) continue;
-        if (!IsMakersBridge(strManufacturer)) continue;
-        if (strSN.IsEmpty() || strProduct.IsEmpty()) continue;
-        {
-            Concurrency::critical_section::scoped_lock lock(m_csHidDevices);
-            if (!IsDeviceInConfig(strProduct) || IsListed(m_vecHidDevices, strSN)) continue;
-        }
-
-        auto* pDevice = new CWMAudioDevice;
-        pDevice->InitVer(i);  // after a failed query both versions are 0
+        CWMAudioDevice* pDevice = bridge.pDevice;
+        queries.Wait(bridge.nQuery);
         {
             Concurrency::critical_section::scoped_lock lock(m_csHidDevices);
             pDevice->SetFriendlyName(FindFriendlyNameDevice(pDevice->GetVerAPI(), pDevice->GetVerFW(), strProduct));

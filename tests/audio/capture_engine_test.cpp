@@ -12,6 +12,7 @@
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
 #include "audio_fixture.h"
+#include "scoped_environment.h"
 #include "zqplatform/vm/kernel_faults.h"
 
 namespace {
@@ -22,6 +23,10 @@ constexpr uint32_t kWait = 5000;
 
 class CaptureEngine : public AudioMachineTest {
 protected:
+    // The design's conversions and queue exactly, frame by frame: without the monitoring
+    // path's rate control (set before the core opens its devices).
+    zqtest::ScopedEnvironment rateControlOff{"ZQ_MONITOR_RATE_CONTROL", "0"};
+
     void SetUp() override {
         AudioMachineTest::SetUp();
         speaker = AddRender(48000, 2, zqvm::SampleFormat::Float32);

@@ -9,6 +9,7 @@
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
 #include "audio_fixture.h"
+#include "scoped_environment.h"
 #include "zqplatform/vm/message_pump.h"
 
 namespace {
@@ -53,6 +54,10 @@ double Decibels(double ratio) { return 20.0 * std::log10(ratio); }
 
 class Monitoring : public AudioMachineTest {
 protected:
+    // The design's conversions and queue exactly, frame by frame: without the monitoring
+    // path's rate control (set before the core opens its devices).
+    zqtest::ScopedEnvironment rateControlOff{"ZQ_MONITOR_RATE_CONTROL", "0"};
+
     // Opens the microphone and the default speaker through the core and starts both streams.
     void StartMonitoring(uint32_t micRate, uint16_t micChannels, zqvm::SampleFormat micFormat, uint32_t speakerRate,
                          zqvm::SampleFormat speakerFormat) {

@@ -40,13 +40,14 @@ TEST_F(RenderStreamTest, TheSinkReceivesWhatWasWrittenOnePeriodAtATime) {
     EXPECT_EQ(zqvm::Underruns(id), 0u);
     Step();
     EXPECT_EQ(stream.Padding(), 0u);
-    EXPECT_EQ(zqvm::RenderedFrameCount(id), 700u);
+    EXPECT_EQ(zqvm::RenderedFrameCount(id), 960u) << "the second period is played out with silence";
     EXPECT_EQ(zqvm::Underruns(id), 1u) << "the second period found 220 of 480 frames";
     EXPECT_EQ(zqvm::RenderPeriodsConsumed(id), 2u);
 
     const std::vector<float> played = zqvm::RenderedFrames(id);
-    ASSERT_EQ(played.size(), 1400u);
-    for (size_t i = 0; i < played.size(); ++i) ASSERT_FLOAT_EQ(played[i], static_cast<float>(i) / 1000.0f) << i;
+    ASSERT_EQ(played.size(), 1920u);
+    for (size_t i = 0; i < 1400; ++i) ASSERT_FLOAT_EQ(played[i], static_cast<float>(i) / 1000.0f) << i;
+    for (size_t i = 1400; i < played.size(); ++i) ASSERT_EQ(played[i], 0.0f) << i;
     ASSERT_EQ(stream.client->Stop(), S_OK);
 }
 

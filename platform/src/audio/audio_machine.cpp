@@ -90,6 +90,18 @@ void Reset() {
     RemoveAllBridges();
 }
 
+bool SetEndpointClock(const std::wstring& id, double ppm, double phaseMs) {
+    const std::shared_ptr<EndpointState> endpoint = Find(id);
+    return endpoint && endpoint->SetClock(ppm, phaseMs);
+}
+
+bool HoldStreamEvents(const std::wstring& id, uint32_t periods) {
+    const std::shared_ptr<EndpointState> endpoint = Find(id);
+    if (!endpoint) return false;
+    endpoint->heldEvents.store(periods, std::memory_order_relaxed);
+    return true;
+}
+
 bool SetCaptureSource(const std::wstring& id, const CaptureSource& source, std::string* error) {
     const std::shared_ptr<EndpointState> endpoint = Find(id);
     if (!endpoint || endpoint->flow != eCapture) return false;
@@ -130,6 +142,11 @@ uint64_t RenderedFrameCount(const std::wstring& id) {
 uint64_t RenderedSilentFrames(const std::wstring& id) {
     const std::shared_ptr<EndpointState> endpoint = Find(id);
     return endpoint ? endpoint->sink.SilentFrames() : 0;
+}
+
+uint64_t UnderrunFrames(const std::wstring& id) {
+    const std::shared_ptr<EndpointState> endpoint = Find(id);
+    return endpoint ? endpoint->sink.UnderrunFrames() : 0;
 }
 
 uint64_t Underruns(const std::wstring& id) {

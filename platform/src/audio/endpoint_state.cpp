@@ -2,6 +2,7 @@
 #include "endpoint_state.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace zqplatform::audio {
 namespace {
@@ -40,6 +41,21 @@ void EndpointState::RefreshGenerator(uint64_t& seenVersion, SourceGenerator& gen
     std::lock_guard lock(m_sourceLock);
     generator.Restart(m_source);
     seenVersion = m_sourceVersion.load(std::memory_order_relaxed);
+}
+
+bool EndpointState::SetClock(double ppm, double phaseMs) {
+    constexpr double kPeriodMs = 10.0;
+    if (!(ppm >= -1000.0 && ppm <= 1000.0) || !(phaseMs >= 0.0 && phaseMs < kPeriodMs)) return false;
+    clockErrorPpb.store(std::llround(ppm * 1000.0), std::memory_order_relaxed);
+    clockPhase.store(std::llround(phaseMs * 10000.0), std::memory_order_relaxed);
+    return true;
+}
+
+bool EndpointState::TakeHeldEvent() {
+    uint32_t held = heldEvents.load(std::memory_order_relaxed);
+    while (held != 0 && !heldEvents.compare_exchange_weak(held, held - 1, std::memory_order_relaxed)) {
+    }
+    return held != 0;
 }
 
 void EndpointState::SetPeaks(const float* channelPeaks) {

@@ -47,6 +47,18 @@ public:
     // Render.
     RenderSink sink;
 
+    // The device clock: rate error in parts per billion and period phase in 100-ns units, read
+    // by the streams' clocks (the error every period, the phase at Start).
+    static constexpr int64_t kMaxClockErrorPpb = 1000000000 / 1000;  // 1000 ppm
+    std::atomic<int64_t> clockErrorPpb{0};
+    std::atomic<int64_t> clockPhase{0};
+    // False (nothing changes) when ppm or the phase is out of range.
+    bool SetClock(double ppm, double phaseMs);
+    // Device periods whose stream event is not to be set (zqvm::HoldStreamEvents); true when
+    // the current period is one of them, counting it off.
+    std::atomic<uint32_t> heldEvents{0};
+    bool TakeHeldEvent();
+
     // Meter: the peaks of the last period of a running stream, per channel and overall.
     void SetPeaks(const float* channelPeaks);
     void ClearPeaks();

@@ -126,6 +126,8 @@ std::shared_ptr<EndpointState> Engine::Build(const zqvm::EndpointSpec& endpointS
     auto endpoint = std::make_shared<EndpointState>(endpointSpec.id, endpointSpec.flow, *format, endpointSpec.name, endpointSpec.container,
                                                     endpointSpec.state, std::max<uint32_t>(endpointSpec.keepSeconds, 1),
                                                     m_sessionEvents);
+    if (!endpoint->SetClock(endpointSpec.ppm, endpointSpec.phaseMs))
+        return fail("ppm must lie within -1000 to 1000 and the phase within 0 to 10 ms");
     if (source) endpoint->SetSource(*source);
     if (endpointSpec.flow == eRender && !endpointSpec.renderWavPath.empty() && !endpoint->sink.OpenWav(endpointSpec.renderWavPath, &why))
         return fail(why);

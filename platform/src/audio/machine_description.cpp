@@ -23,6 +23,8 @@
 //   default     roles it is the default for: console, multimedia, communications (comma
 //               separated) or all; roles nobody claims go to the first active endpoint
 //   keep_seconds  render only: seconds of played audio kept for RenderedFrames, default 10
+//   ppm         the device clock's rate error, -1000 to 1000 (may be fractional), default 0
+//   phase_ms    the device period's phase, 0 to under 10 ms, default 0
 // <source> (capture only; default silence):
 //   kind="silence" | "fed"
 //   kind="tone" frequency="Hz" and level_dbfs="-6" or amplitude="0.5" (linear)
@@ -222,7 +224,7 @@ private:
 
     bool Endpoint(const pugi::xml_node& node, zqvm::EndpointSpec& endpointSpec) {
         if (!OnlyKnownAttributes(node, {"id", "flow", "name", "container", "rate", "channels", "format", "extensible",
-                                        "channel_mask", "state", "default", "keep_seconds"}))
+                                        "channel_mask", "state", "default", "keep_seconds", "ppm", "phase_ms"}))
             return false;
         const std::string flow = node.attribute("flow").value();
         if (flow == "capture")
@@ -241,7 +243,8 @@ private:
         uint64_t rate = endpointSpec.rate, channels = endpointSpec.channels, mask = 0, keep = endpointSpec.keepSeconds;
         if (!Unsigned(node, "rate", 1000000, rate) || !Unsigned(node, "channels", 8, channels) ||
             !Unsigned(node, "channel_mask", 0xFFFFFFFFu, mask) || !Unsigned(node, "keep_seconds", 3600, keep) ||
-            !Boolean(node, "extensible", endpointSpec.extensible))
+            !Boolean(node, "extensible", endpointSpec.extensible) || !Number(node, "ppm", endpointSpec.ppm) ||
+            !Number(node, "phase_ms", endpointSpec.phaseMs))
             return false;
         endpointSpec.rate = static_cast<uint32_t>(rate);
         endpointSpec.channels = static_cast<uint16_t>(channels);

@@ -17,10 +17,11 @@ void RenderSink::Prepare() {
     if (m_ring.empty()) m_ring.assign(m_keepFrames * m_channels, 0.0f);
 }
 
-void RenderSink::Append(const float* samples, uint32_t frames, uint32_t silentFrames) {
+void RenderSink::Append(const float* samples, uint32_t frames, uint32_t silentFrames, uint32_t underrunFrames) {
     std::lock_guard lock(m_lock);
     m_frames += frames;
     m_silentFrames += silentFrames;
+    m_underrunFrames += underrunFrames;
     if (m_file != nullptr) sf_writef_float(m_file, samples, frames);
     if (m_ring.empty()) return;  // never prepared: counts only
     for (uint32_t f = 0; f < frames; ++f) {
@@ -74,6 +75,11 @@ uint64_t RenderSink::SilentFrames() {
     return m_silentFrames;
 }
 
+uint64_t RenderSink::UnderrunFrames() {
+    std::lock_guard lock(m_lock);
+    return m_underrunFrames;
+}
+
 uint64_t RenderSink::Underruns() {
     std::lock_guard lock(m_lock);
     return m_underruns;
@@ -82,7 +88,7 @@ uint64_t RenderSink::Underruns() {
 void RenderSink::Clear() {
     std::lock_guard lock(m_lock);
     m_start = m_kept = 0;
-    m_frames = m_silentFrames = m_underruns = 0;
+    m_frames = m_silentFrames = m_underrunFrames = m_underruns = 0;
     m_flowing = false;
     m_gapFrames = m_longestGap = 0;
 }

@@ -24,8 +24,9 @@ public:
     RenderSink& operator=(const RenderSink&) = delete;
 
     void Prepare();  // allocates the store once
-    // frames × channels samples played in one period, silentFrames of them released silent.
-    void Append(const float* samples, uint32_t frames, uint32_t silentFrames);
+    // frames × channels samples played in one period: silentFrames of them released silent,
+    // underrunFrames of them silence the stream did not supply.
+    void Append(const float* samples, uint32_t frames, uint32_t silentFrames, uint32_t underrunFrames);
     // One device period of frames, of which the stream supplied played: counts an underrun when
     // it was short, and follows the gaps once audio has flowed.
     void NotePeriod(uint32_t frames, uint32_t played);
@@ -34,6 +35,7 @@ public:
     std::vector<float> Collected();
     uint64_t Frames();
     uint64_t SilentFrames();
+    uint64_t UnderrunFrames();
     uint64_t Underruns();
     void Clear();
 
@@ -50,6 +52,7 @@ private:
     size_t m_kept = 0;
     uint64_t m_frames = 0;
     uint64_t m_silentFrames = 0;
+    uint64_t m_underrunFrames = 0;
     uint64_t m_underruns = 0;
     bool m_flowing = false;        // a frame has been played since the last Clear
     uint64_t m_gapFrames = 0;      // frames without data since the last frame played

@@ -61,11 +61,15 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
     if (!requested || !requested->SameStream(m_endpoint.format)) return AUDCLNT_E_UNSUPPORTED_FORMAT;
 
     const uint32_t rate = m_endpoint.format.Rate();
-    m_maxPacketFrames = (rate + 99) / 100;
-    const uint32_t minPacketFrames = rate / 100;
+    const uint32_t nominalPeriodFrames = (rate + 99) / 100;
+    // A device clock may run up to 1000 ppm fast or slow: a period then holds a few frames more
+    // or fewer than the nominal rate gives.
+    const uint32_t clockSlack = rate / 100 / 1000 + 1;
+    m_maxPacketFrames = nominalPeriodFrames + clockSlack;
+    const uint32_t minPacketFrames = std::max<uint32_t>(rate / 100 - clockSlack, 1);
     // At least two periods, as the engine needs one being played and one being written.
     const auto asked = static_cast<uint64_t>(std::llround(static_cast<double>(rate) * bufferDuration / 1e7));
-    m_bufferFrames = static_cast<uint32_t>(std::max<uint64_t>(asked, 2ull * m_maxPacketFrames));
+    m_bufferFrames = static_cast<uint32_t>(std::max<uint64_t>(asked, 2ull * nominalPeriodFrames));
 
     m_scratch.assign(size_t{m_maxPacketFrames} * m_channels, 0.0f);
     if (m_capture) {
@@ -129,7 +133,8 @@ HRESULT Stream::Start() {
         if (m_eventDriven && m_event == nullptr) return AUDCLNT_E_EVENTHANDLE_NOT_SET;
         m_started = true;
         // Scheduling under m_lock is safe: the clock takes its own lock, never ours, to schedule.
-        m_clockId = ScheduleOnClock(zqvm::ClockNow() + kDevicePeriod, kDevicePeriod, [this] { Tick(); });
+        const int64_t phase = m_endpoint.clockPhase.load(std::memory_order_relaxed);
+        m_clockId = ScheduleOnClock(zqvm::ClockNow() + kDevicePeriod + phase, kDevicePeriod, [this] { Tick(); });
     }
     m_endpoint.runningStreams.fetch_add(1, std::memory_order_relaxed);
     m_endpoint.session->StreamStarted();
@@ -258,9 +263,22 @@ HRESULT Stream::RenderReleaseBuffer(UINT32 frames, DWORD flags) {
     return S_OK;
 }
 
-uint32_t Stream::PeriodFrames(uint64_t n) const {
-    const uint64_t rate = m_endpoint.format.Rate();
-    return static_cast<uint32_t>((n + 1) * rate / 100 - n * rate / 100);
+uint32_t Stream::NextPeriodFrames() {
+    constexpr int64_t kBillion = 1000000000;
+    const int64_t errorPpb = m_endpoint.clockErrorPpb.load(std::memory_order_relaxed);
+    if (errorPpb != m_errorPpb) {  // count on from here with the new error
+        m_errorPpb = errorPpb;
+        m_errorSincePeriod = m_periodIndex;
+        m_framesBeforeError = m_periodFramesTotal;
+    }
+    __extension__ typedef unsigned __int128 Wide;  // periods x rate x 1e9 exceeds 64 bits within hours
+    const auto periods = static_cast<Wide>(m_periodIndex + 1 - m_errorSincePeriod);
+    const auto framesPerSecond = static_cast<Wide>(m_endpoint.format.Rate()) * static_cast<Wide>(kBillion + m_errorPpb);
+    const auto total = m_framesBeforeError + static_cast<uint64_t>(periods * framesPerSecond / (100 * kBillion));
+    const auto frames = static_cast<uint32_t>(total - m_periodFramesTotal);
+    m_periodFramesTotal = total;
+    ++m_periodIndex;
+    return frames;
 }
 
 void Stream::Tick() {
@@ -269,7 +287,7 @@ void Stream::Tick() {
     {
         std::lock_guard lock(m_lock);
         if (!m_started) return;
-        frames = PeriodFrames(m_periodIndex++);
+        frames = NextPeriodFrames();
     }
     if (m_capture)
         CaptureTick(frames);
@@ -327,7 +345,7 @@ void Stream::CaptureTick(uint32_t frames) {
         m_devicePosition += frames;
         event = m_event;
     }
-    if (event != nullptr) SetEvent(event);
+    if (event != nullptr && !m_endpoint.TakeHeldEvent()) SetEvent(event);
 }
 
 void Stream::RenderTick(uint32_t frames) {
@@ -354,11 +372,13 @@ void Stream::RenderTick(uint32_t frames) {
     }
     ApplySessionVolume(samples, played);
     Meter(samples, played);  // what the device plays, after the session volume
-    m_endpoint.sink.Append(samples, played, silentFrames);
+    // What the stream did not supply in time the device plays as silence, as a listener hears it.
+    std::fill(samples + size_t{played} * m_channels, samples + size_t{frames} * m_channels, 0.0f);
+    m_endpoint.sink.Append(samples, frames, silentFrames, frames - played);
     m_endpoint.sink.NotePeriod(frames, played);
     m_endpoint.renderPeriods.fetch_add(1, std::memory_order_release);
     NotifyProgress();
-    if (event != nullptr) SetEvent(event);
+    if (event != nullptr && !m_endpoint.TakeHeldEvent()) SetEvent(event);
 }
 
 }  // namespace zqplatform::audio

@@ -60,9 +60,10 @@ private:
     void Tick();
     void CaptureTick(uint32_t frames);
     void RenderTick(uint32_t frames);
-    // Frames in the n-th device period: the rate / 100 with the remainder carried, so that
-    // 100 periods hold exactly one second of frames.
-    uint32_t PeriodFrames(uint64_t n) const;
+    // Frames in the next device period (m_lock held): the rate / 100, corrected by the
+    // endpoint's clock error, with the remainder carried, so that 100 periods hold exactly one
+    // second of the device's frames.
+    uint32_t NextPeriodFrames();
     // Peaks per channel of samples (frames × channels) into the endpoint's meter.
     void Meter(const float* samples, uint32_t frames);
     void ApplySessionVolume(float* samples, uint32_t frames) const;
@@ -87,6 +88,12 @@ private:
     uint32_t m_maxPacketFrames = 0;
     uint32_t m_queuedFrames = 0;  // padding
     uint64_t m_periodIndex = 0;
+    // The clock error the periods since m_errorSincePeriod were counted with, and the frames
+    // counted before that period.
+    int64_t m_errorPpb = 0;
+    uint64_t m_errorSincePeriod = 0;
+    uint64_t m_framesBeforeError = 0;
+    uint64_t m_periodFramesTotal = 0;
     uint64_t m_devicePosition = 0;
 
     // Capture: a ring of packets, packet i of the ring stored in slot i of m_packetData.

@@ -9,6 +9,11 @@ std::mutex& DispatcherLock() noexcept {
     return lock;
 }
 
+std::condition_variable& WaiterLinked() noexcept {
+    static auto* linked = new std::condition_variable;  // never destroyed: threads may outlive statics
+    return *linked;
+}
+
 void KernelObject::SignalLocked() noexcept {
     m_signalled = true;
     for (WaitBlock* block = m_firstWaiter; block != nullptr; block = block->next) block->wake->notify_one();
@@ -22,6 +27,7 @@ void KernelObject::LinkWaiterLocked(WaitBlock& block) noexcept {
     else
         m_firstWaiter = &block;
     m_lastWaiter = &block;
+    WaiterLinked().notify_all();
 }
 
 void KernelObject::UnlinkWaiterLocked(WaitBlock& block) noexcept {

@@ -44,6 +44,7 @@ public:
     void SignalLocked() noexcept;
     void LinkWaiterLocked(WaitBlock& block) noexcept;
     void UnlinkWaiterLocked(WaitBlock& block) noexcept;
+    bool HasWaitersLocked() const noexcept { return m_firstWaiter != nullptr; }
 
 private:
     const ObjectKind m_kind;
@@ -55,5 +56,8 @@ private:
 };
 
 std::mutex& DispatcherLock() noexcept;
+// Notified (under the dispatcher lock) whenever a thread links itself into a waiter list, for
+// zqvm::WaitUntilWaitedOn.
+std::condition_variable& WaiterLinked() noexcept;
 
 }  // namespace zqplatform::kernel

@@ -85,6 +85,12 @@ struct EndpointSpec {
     CaptureSource source;           // capture endpoints
     std::string renderWavPath;      // render endpoints: also write what is played to this file
     uint32_t keepSeconds = 10;      // render endpoints: how much played audio RenderedFrames keeps
+    // The device clock, as real devices differ: its rate error against the platform clock
+    // (positive: the device takes or delivers more frames per second than its nominal rate)
+    // and its period phase: a stream's first period ends one period plus phaseMs after its
+    // Start, so two streams started together meet their periods phaseMs apart.
+    double ppm = 0.0;      // -1000 to +1000
+    double phaseMs = 0.0;  // 0 to just under one period (10 ms)
 };
 
 // ---- machine -------------------------------------------------------------------------------
@@ -116,6 +122,17 @@ ZQPLATFORM_API std::vector<std::wstring> EndpointIds();
 // clients stay registered.
 ZQPLATFORM_API void Reset();
 
+// The endpoint's clock error and period phase (see EndpointSpec). The rate error takes effect
+// from the next device period of running streams, the phase from the next Start of a stream.
+// Out of range: false, nothing changes.
+ZQPLATFORM_API bool SetEndpointClock(const std::wstring& id, double ppm, double phaseMs);
+
+// Holds up the threads of the endpoint's stream: its event is not set for the next `periods`
+// device periods, as when the thread waiting for it is not scheduled. The device runs on (a
+// render device plays what it holds, then silence; a capture device fills its buffer) and the
+// event is set again from the period after those.
+ZQPLATFORM_API bool HoldStreamEvents(const std::wstring& id, uint32_t periods);
+
 // ---- capture -------------------------------------------------------------------------------
 // Takes effect from the next device period of running streams.
 ZQPLATFORM_API bool SetCaptureSource(const std::wstring& id, const CaptureSource& source,
@@ -126,11 +143,13 @@ ZQPLATFORM_API uint64_t FedFramesPending(const std::wstring& id);
 
 // ---- render --------------------------------------------------------------------------------
 // The most recent frames played (up to keepSeconds), oldest first, interleaved float in the
-// endpoint's channel count, after the session volume. Buffers released silent are zeros.
-// Periods the stream left short (underruns) add nothing here.
+// endpoint's channel count, after the session volume: what a listener hears, also in the WAV
+// file. Buffers released silent are zeros. A running stream plays every device period in
+// full: what the application did not supply in time is played as silence (an underrun).
 ZQPLATFORM_API std::vector<float> RenderedFrames(const std::wstring& id);
 ZQPLATFORM_API uint64_t RenderedFrameCount(const std::wstring& id);    // all frames ever played
 ZQPLATFORM_API uint64_t RenderedSilentFrames(const std::wstring& id);  // of those, released silent
+ZQPLATFORM_API uint64_t UnderrunFrames(const std::wstring& id);        // of those, silence not supplied
 ZQPLATFORM_API uint64_t Underruns(const std::wstring& id);             // periods that found too few frames
 // The longest stretch, in frames, that the device had to play without data after audio first
 // flowed (since the endpoint was added or ClearRendered); a stretch still open counts too.

@@ -1,0 +1,245 @@
+// Monitoring latency as a listener measures it: impulses through the whole monitoring path
+// (virtual microphone, capture thread, render queue, render thread, virtual speaker) on the
+// stepped clock, for five capture/render format pairs.
+//
+// Reported per case (as counters; the times are simulated, not the benchmark's own):
+// - steady/<pair>/phase_<p>ms: the latency with the speaker's periods p ms after the
+//   microphone's, median of the impulses from 2 s to 6 s;
+// - underrun/<pair>: the render thread held up for 50 ms at 3 s; latency before it, and 5 s
+//   after it;
+// - drift/<pair>/<±300>ppm: one simulated hour with the speaker's clock that much fast or slow;
+//   latency over the first seconds and the last seconds, frames the capture thread dropped
+//   (render queue full) and speaker underruns after the start-up.
+//
+// An impulse every 500 ms: the latency of the impulse heard at time t is t less the time the
+// last impulse before t sounded at the microphone. Frame times: the microphone's frame f
+// sounds f / rate after its stream started; the speaker plays the frames its stream takes at a
+// period during the period that follows.
+//
+// Run: bench/monitoring_latency_bench --benchmark_filter=steady (or underrun, drift).
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "audio/AudioCapture.h"
+#include "audio/AudioRender.h"
+#include "stepped_monitoring.h"
+#include "zqCoreAudio.h"
+#include "zqplatform/vm/audio_machine.h"
+#include "zqplatform/vm/clock.h"
+#include "zqplatform/vm/thread_waits.h"
+
+namespace {
+
+constexpr int64_t kPeriod = 100000;  // 10 ms in 100-ns units
+constexpr double kImpulseSpacing = 0.5;
+constexpr uint32_t kWaitMs = 5000;
+
+struct FormatPair {
+    const char* name;
+    uint32_t micRate;
+    uint16_t micChannels;
+    uint32_t speakerRate;
+};
+
+const FormatPair kPairs[] = {
+    {"48k>48k_stereo", 48000, 2, 48000},  {"44.1k>48k_stereo", 44100, 2, 48000},
+    {"48k>44.1k_stereo", 48000, 2, 44100}, {"96k>48k_stereo", 96000, 2, 48000},
+    {"48k>48k_mono", 48000, 1, 48000},
+};
+
+double Median(std::vector<double> values) {
+    if (values.empty()) return NAN;
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+zqvm::EndpointSpec SpeakerSpec(const FormatPair& pair, double phaseMs, double ppm) {
+    zqvm::EndpointSpec spec;
+    spec.name = L"Speakers";
+    spec.rate = pair.speakerRate;
+    spec.keepSeconds = 12;
+    spec.ppm = ppm;
+    spec.phaseMs = phaseMs;
+    return spec;
+}
+
+zqvm::EndpointSpec MicSpec(const FormatPair& pair) {
+    zqvm::EndpointSpec spec;
+    spec.name = L"Microphone";
+    spec.rate = pair.micRate;
+    spec.channels = pair.micChannels;
+    spec.source = zqvm::CaptureSource::Impulse(0.9, static_cast<uint32_t>(pair.micRate * kImpulseSpacing));
+    return spec;
+}
+
+// The monitoring path between one microphone and one speaker, driven period by period.
+class Rig {
+public:
+    Rig(const FormatPair& pair, double speakerPhaseMs, double speakerPpm)
+        : m_machine(SpeakerSpec(pair, speakerPhaseMs, speakerPpm), MicSpec(pair)),
+          m_phaseMs(speakerPhaseMs),
+          m_speaker(m_machine.speaker),
+          m_speakerRate(pair.speakerRate * (1.0 + speakerPpm * 1e-6)),
+          m_core(m_machine.core) {
+        m_start = zqvm::ClockNow();
+        m_core->Start();
+        m_nextCapture = m_start + kPeriod;
+        m_nextRender = m_start + kPeriod + std::llround(speakerPhaseMs * 10000.0);
+    }
+
+    bool Started() const { return m_core->IsStarted(); }
+    double Seconds() const { return static_cast<double>(zqvm::ClockNow() - m_start) / 1e7; }
+
+    // Runs the device periods up to `seconds` after the start, each stream thread done with its
+    // period before the next one comes. False when a thread did not get back to its wait.
+    bool RunUntil(double seconds) {
+        const auto until = m_start + std::llround(seconds * 1e7);
+        HANDLE captureEvent = m_core->GetCaptureEngine()->m_CaptureAudioSamplesReadyEvent.get();
+        HANDLE renderEvent = m_core->GetRenderEngine()->m_RenderAudioSamplesReadyEvent.get();
+        while (std::min(m_nextCapture, m_nextRender) <= until) {
+            const int64_t next = std::min(m_nextCapture, m_nextRender);
+            zqvm::AdvanceClock(next - zqvm::ClockNow());
+            if (next == m_nextCapture) {
+                m_nextCapture += kPeriod;
+                if (!zqvm::WaitUntilWaitedOn(captureEvent, kWaitMs)) return false;
+            }
+            if (next == m_nextRender) {
+                m_nextRender += kPeriod;
+                if (!zqvm::WaitUntilWaitedOn(renderEvent, kWaitMs)) return false;
+            }
+        }
+        return true;
+    }
+
+    // Latencies, in ms, of the impulses the speaker played from `fromSeconds` on, as far as the
+    // speaker keeps them.
+    std::vector<double> Latencies(double fromSeconds) const {
+        const std::vector<float> played = zqvm::RenderedFrames(m_speaker);
+        const size_t kept = played.size() / 2;
+        const uint64_t firstKept = zqvm::RenderedFrameCount(m_speaker) - kept;
+        const double firstPlayed = m_phaseMs / 1000.0 + 0.010;  // the first period's frames
+        std::vector<double> latencies;
+        const size_t skip = static_cast<size_t>(m_speakerRate * 0.1);
+        for (size_t i = 0; i < kept; ++i) {
+            if (std::fabs(played[2 * i]) < 0.05f) continue;
+            size_t peak = i;  // the resamplers spread an impulse over a few frames
+            for (size_t j = i; j < std::min(kept, i + 64); ++j)
+                if (std::fabs(played[2 * j]) > std::fabs(played[2 * peak])) peak = j;
+            const double heard = firstPlayed + static_cast<double>(firstKept + peak) / m_speakerRate;
+            if (heard >= fromSeconds) {
+                const double sounded = std::floor(heard / kImpulseSpacing) * kImpulseSpacing;
+                latencies.push_back((heard - sounded) * 1000.0);
+            }
+            i = peak + skip;
+        }
+        return latencies;
+    }
+
+    uint64_t Underruns() const { return zqvm::Underruns(m_speaker); }
+    uint64_t Dropped() const { return m_core->GetCaptureEngine()->QueueDroppedFrames(); }
+    void HoldRenderThread(uint32_t periods) const { zqvm::HoldStreamEvents(m_speaker, periods); }
+
+private:
+    SteppedMonitoring m_machine;
+    double m_phaseMs;
+    std::wstring m_speaker;
+    double m_speakerRate;
+    CZQCoreAudio* m_core;
+    int64_t m_start = 0;
+    int64_t m_nextCapture = 0;
+    int64_t m_nextRender = 0;
+};
+
+void SteadyState(benchmark::State& state, FormatPair pair, double phaseMs) {
+    for (auto _ : state) {
+        Rig rig(pair, phaseMs, 0.0);
+        if (!rig.Started() || !rig.RunUntil(6.0)) {
+            state.SkipWithError("the streams did not run");
+            return;
+        }
+        const std::vector<double> latencies = rig.Latencies(2.0);
+        state.counters["latency_ms"] = Median(latencies);
+        state.counters["spread_ms"] = latencies.empty() ? NAN
+            : *std::max_element(latencies.begin(), latencies.end()) - *std::min_element(latencies.begin(), latencies.end());
+        state.counters["impulses"] = static_cast<double>(latencies.size());
+    }
+}
+
+void AfterUnderrun(benchmark::State& state, FormatPair pair) {
+    for (auto _ : state) {
+        Rig rig(pair, 5.0, 0.0);
+        if (!rig.Started() || !rig.RunUntil(3.0)) {
+            state.SkipWithError("the streams did not run");
+            return;
+        }
+        const double before = Median(rig.Latencies(1.0));
+        const uint64_t underruns = rig.Underruns();
+        rig.HoldRenderThread(5);
+        if (!rig.RunUntil(9.0)) {
+            state.SkipWithError("the streams did not run");
+            return;
+        }
+        state.counters["before_ms"] = before;
+        state.counters["after_5s_ms"] = Median(rig.Latencies(8.0));
+        state.counters["underruns"] = static_cast<double>(rig.Underruns() - underruns);
+    }
+}
+
+void Drift(benchmark::State& state, FormatPair pair, double ppm) {
+    for (auto _ : state) {
+        Rig rig(pair, 5.0, ppm);
+        if (!rig.Started() || !rig.RunUntil(1.0)) {
+            state.SkipWithError("the streams did not run");
+            return;
+        }
+        const uint64_t underruns = rig.Underruns();
+        const uint64_t dropped = rig.Dropped();
+        if (!rig.RunUntil(6.0)) {
+            state.SkipWithError("the streams did not run");
+            return;
+        }
+        const double start = Median(rig.Latencies(2.0));
+        constexpr double kHour = 3600.0;
+        if (!rig.RunUntil(kHour)) {
+            state.SkipWithError("the streams did not run");
+            return;
+        }
+        const std::vector<double> end = rig.Latencies(kHour - 5.0);
+        state.counters["start_ms"] = start;
+        state.counters["end_ms"] = Median(end);
+        state.counters["end_worst_ms"] = end.empty() ? NAN : *std::max_element(end.begin(), end.end());
+        state.counters["dropped_frames"] = static_cast<double>(rig.Dropped() - dropped);
+        state.counters["underruns"] = static_cast<double>(rig.Underruns() - underruns);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    for (const FormatPair& pair : kPairs) {
+        for (double phase : {1.0, 3.0, 5.0, 7.0, 9.0}) {
+            const std::string name = std::string("steady/") + pair.name + "/phase_" + std::to_string(int(phase)) + "ms";
+            benchmark::RegisterBenchmark(name.c_str(), SteadyState, pair, phase)->Iterations(1)->Unit(benchmark::kMillisecond);
+        }
+    }
+    for (const FormatPair& pair : kPairs) {
+        benchmark::RegisterBenchmark((std::string("underrun/") + pair.name).c_str(), AfterUnderrun, pair)
+            ->Iterations(1)
+            ->Unit(benchmark::kMillisecond);
+    }
+    for (const FormatPair& pair : kPairs) {
+        for (double ppm : {300.0, -300.0}) {
+            const std::string name = std::string("drift/") + pair.name + (ppm > 0 ? "/+300ppm" : "/-300ppm");
+            benchmark::RegisterBenchmark(name.c_str(), Drift, pair, ppm)->Iterations(1)->Unit(benchmark::kSecond);
+        }
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,184 @@
+// Device clocks of the virtual audio engine as a listener meets them: a render period the
+// application did not fill is played as silence and counted, and each endpoint's clock may run
+// fast or slow by some ppm and start its periods in a phase of its own.
+#include <algorithm>
+#include <vector>
+
+#include "vae_fixture.h"
+
+namespace vaetest {
+namespace {
+
+using zqvm::SampleFormat;
+
+class DeviceClockTest : public VirtualAudioTest {};
+
+void WriteRamp(IAudioRenderClient* render, UINT32 frames, float base) {
+    BYTE* data = nullptr;
+    ASSERT_EQ(render->GetBuffer(frames, &data), S_OK);
+    auto* samples = reinterpret_cast<float*>(data);
+    for (UINT32 i = 0; i < frames * 2; ++i) samples[i] = base + static_cast<float>(i + 1) / 10000.0f;
+    ASSERT_EQ(render->ReleaseBuffer(frames, 0), S_OK);
+}
+
+TEST_F(DeviceClockTest, APeriodTheApplicationLeftShortIsPlayedOutWithSilenceAndCounted) {
+    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
+    WriteRamp(render, 600, 0.0f);
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step(3);  // 480 played, then 120 and 360 of silence, then a whole period of silence
+    WriteRamp(render, 480, 0.5f);
+    Step();
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+
+    EXPECT_EQ(zqvm::RenderedFrameCount(id), 4u * 480u) << "every period is played in full";
+    EXPECT_EQ(zqvm::UnderrunFrames(id), 360u + 480u);
+    EXPECT_EQ(zqvm::RenderedSilentFrames(id), 0u) << "nothing was released silent";
+    EXPECT_EQ(zqvm::Underruns(id), 2u);
+    EXPECT_EQ(zqvm::LongestGapFrames(id), 360u + 480u);
+
+    const std::vector<float> played = zqvm::RenderedFrames(id);
+    ASSERT_EQ(played.size(), 4u * 480u * 2u);
+    EXPECT_FLOAT_EQ(played[2 * 599 + 1], 1200 / 10000.0f) << "the last frame supplied";
+    EXPECT_TRUE(std::all_of(played.begin() + 2 * 600, played.begin() + 2 * 1440, [](float v) { return v == 0.0f; }))
+        << "the gap is heard as silence, in its place";
+    EXPECT_FLOAT_EQ(played[2 * 1440], 0.5f + 1 / 10000.0f) << "what came late follows the gap";
+}
+
+TEST_F(DeviceClockTest, ARateErrorChangesTheFramesOfEachSecondExactly) {
+    const std::wstring fast = Add(eRender, 48000, 2, SampleFormat::Float32);
+    const std::wstring slow = Add(eCapture, 44100, 1, SampleFormat::Int16, zqvm::CaptureSource::Tone(440, 0.5));
+    ASSERT_TRUE(zqvm::SetEndpointClock(fast, 300.0, 0.0));
+    ASSERT_TRUE(zqvm::SetEndpointClock(slow, -250.5, 0.0));
+    TestStream speaker;
+    speaker.Open(fast);
+    TestStream microphone;
+    microphone.Open(slow, 2000000);  // 200 ms: room for every packet of the second below
+    CComPtr<IAudioCaptureClient> capture = microphone.Get<IAudioCaptureClient>();
+    ASSERT_EQ(speaker.client->Start(), S_OK);
+    ASSERT_EQ(microphone.client->Start(), S_OK);
+    uint64_t captured = 0;
+    uint32_t smallest = UINT32_MAX, largest = 0;
+    for (int second = 0; second < 10; ++second) {
+        for (int period = 0; period < 100; ++period) {
+            Step();
+            BYTE* data = nullptr;
+            UINT32 frames = 0;
+            DWORD flags = 0;
+            ASSERT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), S_OK);
+            captured += frames;
+            smallest = std::min(smallest, frames);
+            largest = std::max(largest, frames);
+            ASSERT_EQ(capture->ReleaseBuffer(frames), S_OK);
+        }
+    }
+    ASSERT_EQ(speaker.client->Stop(), S_OK);
+    ASSERT_EQ(microphone.client->Stop(), S_OK);
+    // Ten seconds: 480000 × 1.0003 frames played, 441000 × (1 - 0.0002505) captured.
+    EXPECT_EQ(zqvm::RenderedFrameCount(fast), 480144u);
+    EXPECT_EQ(captured, 440889u);
+    EXPECT_EQ(smallest, 440u) << "the shortfall is spread over the periods";
+    EXPECT_EQ(largest, 441u);
+
+    // The error can change while the stream runs; the count goes on from where it was.
+    ASSERT_TRUE(zqvm::SetEndpointClock(fast, 0.0, 0.0));
+    zqvm::ClearRendered(fast);
+    ASSERT_EQ(speaker.client->Start(), S_OK);
+    Step(100);
+    ASSERT_EQ(speaker.client->Stop(), S_OK);
+    EXPECT_EQ(zqvm::RenderedFrameCount(fast), 48000u);
+}
+
+TEST_F(DeviceClockTest, APhaseDelaysEveryPeriodBoundaryOfTheStream) {
+    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
+    ASSERT_TRUE(zqvm::SetEndpointClock(id, 0.0, 4.0));
+    TestStream stream;
+    stream.Open(id);
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step();
+    EXPECT_FALSE(stream.Signalled()) << "10 ms after Start the period has 4 ms to go";
+    EXPECT_EQ(zqvm::RenderPeriodsConsumed(id), 0u);
+    ASSERT_TRUE(zqvm::AdvanceClock(40000));
+    EXPECT_TRUE(stream.Signalled());
+    ASSERT_TRUE(zqvm::AdvanceClock(kPeriod - 1));
+    EXPECT_EQ(zqvm::RenderPeriodsConsumed(id), 1u);
+    ASSERT_TRUE(zqvm::AdvanceClock(1));
+    EXPECT_EQ(zqvm::RenderPeriodsConsumed(id), 2u);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+}
+
+TEST_F(DeviceClockTest, HeldStreamEventsAreNotSetWhileTheDevicePlaysOn) {
+    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
+    TestStream stream;
+    stream.Open(id);
+    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
+    WriteRamp(render, 960, 0.0f);
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    ASSERT_TRUE(zqvm::HoldStreamEvents(id, 3));
+    for (int period = 1; period <= 3; ++period) {
+        Step();
+        EXPECT_FALSE(stream.Signalled()) << "period " << period;
+    }
+    EXPECT_EQ(zqvm::RenderedFrameCount(id), 3u * 480u) << "the device played on";
+    EXPECT_EQ(zqvm::Underruns(id), 1u) << "and ran dry in the third period";
+    Step();
+    EXPECT_TRUE(stream.Signalled()) << "the fourth period sets the event again";
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+    EXPECT_FALSE(zqvm::HoldStreamEvents(L"no such endpoint", 1));
+}
+
+TEST_F(DeviceClockTest, ClocksOutOfRangeAreRefusedAndChangeNothing) {
+    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
+    EXPECT_FALSE(zqvm::SetEndpointClock(id, 1000.5, 0.0));
+    EXPECT_FALSE(zqvm::SetEndpointClock(id, -2000.0, 0.0));
+    EXPECT_FALSE(zqvm::SetEndpointClock(id, 0.0, 10.0));
+    EXPECT_FALSE(zqvm::SetEndpointClock(id, 0.0, -1.0));
+    EXPECT_FALSE(zqvm::SetEndpointClock(L"no such endpoint", 0.0, 0.0));
+    TestStream stream;
+    stream.Open(id);
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    Step(100);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+    EXPECT_EQ(zqvm::RenderedFrameCount(id), 48000u);
+
+    zqvm::EndpointSpec spec;
+    spec.flow = eRender;
+    spec.ppm = 1500.0;
+    std::string error;
+    EXPECT_TRUE(zqvm::AddEndpoint(spec, &error).empty());
+    EXPECT_NE(error.find("ppm"), std::string::npos) << error;
+}
+
+TEST_F(DeviceClockTest, TheMachineDescriptionGivesEachEndpointItsClock) {
+    ASSERT_TRUE(zqvm::LoadMachineDescriptionText(R"(<machine>
+        <endpoint id="fast" flow="render" ppm="100" phase_ms="2.5"/>
+        <endpoint id="exact" flow="render" rate="44100"/>
+      </machine>)"));
+    TestStream fast;
+    fast.Open(L"fast");
+    TestStream exact;
+    exact.Open(L"exact");
+    ASSERT_EQ(fast.client->Start(), S_OK);
+    ASSERT_EQ(exact.client->Start(), S_OK);
+    Step();
+    EXPECT_TRUE(exact.Signalled());
+    EXPECT_FALSE(fast.Signalled()) << "2.5 ms later";
+    ASSERT_TRUE(zqvm::AdvanceClock(25000));
+    EXPECT_TRUE(fast.Signalled());
+    Step(99);
+    ASSERT_EQ(fast.client->Stop(), S_OK);
+    ASSERT_EQ(exact.client->Stop(), S_OK);
+    EXPECT_EQ(zqvm::RenderedFrameCount(L"fast"), 48004u) << "one second at 100 ppm fast";
+    EXPECT_EQ(zqvm::RenderedFrameCount(L"exact"), 44100u);
+
+    std::string error;
+    EXPECT_FALSE(zqvm::LoadMachineDescriptionText(R"(<machine><endpoint flow="render" ppm="fast"/></machine>)", &error));
+    EXPECT_NE(error.find("ppm"), std::string::npos) << error;
+    EXPECT_FALSE(zqvm::LoadMachineDescriptionText(R"(<machine><endpoint flow="render" phase_ms="12"/></machine>)", &error));
+    EXPECT_NE(error.find("phase"), std::string::npos) << error;
+}
+
+}  // namespace
+}  // namespace vaetest
