@@ -47,7 +47,7 @@ TEST(PeakHistory, AReaderSeesEachPlaceBeforeOrAfterAPushNeverAnotherPlace) {
     });
     int checked = 0;
     while (!done.load()) {
-        const int place = (checked * 7919) % 4800;
+        const int place = static_cast<int>((static_cast<long long>(checked) * 7919) % 4800);
         const int before = pushed.load(std::memory_order_acquire);
         const float value = history.At(place);
         const int after = pushed.load(std::memory_order_acquire);
