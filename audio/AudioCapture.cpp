@@ -6,6 +6,7 @@
 #include "audio/EngineFormat.h"
 #include "core/FailureReport.h"
 #include "audio/SharedStreamOpen.h"
+#include "audio/StreamThread.h"
 #include "zqCoreAudio.h"
 
 namespace {
@@ -33,6 +34,15 @@ const SharedStreamTexts kCaptureStreamTexts = {
     L"Unable to get Capture Simple Audio Volume: %x.\n",
     L"AudioCapture: Get Capture Audio Meter Info ...",
     L"Unable to get Capture Audio Meter Info: %x.\n",
+};
+
+const StreamThreadTexts kCaptureThreadTexts = {
+    L"AudioCapture: Start WASAPICaptureThread...",
+    L"AudioCapture: We're ready to go, start capturing!",
+    L"Unable to start capture client: %x.\n",
+    L"AudioCapture: Set CaptureShutdownEvent ...",
+    L"AudioCapture: Stop CaptureAudioClient",
+    L"AudioCapture: Stop CaptureThread ...",
 };
 
 void CreateFeed(CAudioSharedMem& feed) {
@@ -180,20 +190,7 @@ bool CAudioCapture::StartCapture() {
         g_pCore->LogError(L"AudioCapture: the capture device did not open: no stream to start");
         return false;
     }
-    if (m_CaptureThread != nullptr) return true;
-    g_pCore->LogInfo(L"AudioCapture: Start WASAPICaptureThread...");
-    m_CaptureThread = CreateThread(nullptr, 0, WASAPICaptureThread, this, 0, nullptr);
-    if (m_CaptureThread == nullptr) {
-        ReportEngineFailure(L"Unable to create transport thread: %x.", GetLastError());
-        return false;
-    }
-    g_pCore->LogInfo(L"AudioCapture: We're ready to go, start capturing!");
-    const HRESULT hr = m_spCaptureAudioClient->Start();
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to start capture client: %x.\n", hr);
-        return false;
-    }
-    return true;
+    return StartStreamThread(m_CaptureThread, WASAPICaptureThread, this, m_spCaptureAudioClient, kCaptureThreadTexts);
 }
 
 void CAudioCapture::StopCapture() {
@@ -202,19 +199,7 @@ void CAudioCapture::StopCapture() {
         g_pCore->LogWarning(L"!IsStarted");
         return;
     }
-    if (m_CaptureShutdownEvent) {
-        g_pCore->LogInfo(L"AudioCapture: Set CaptureShutdownEvent ...");
-        SetEvent(m_CaptureShutdownEvent.get());
-    }
-    if (m_spCaptureAudioClient) {
-        g_pCore->LogInfo(L"AudioCapture: Stop CaptureAudioClient");
-        const HRESULT hr = m_spCaptureAudioClient->Stop();
-        if (FAILED(hr)) ReportEngineFailure(L"Unable to stop audio client: %x\n", hr);
-    }
-    g_pCore->LogInfo(L"AudioCapture: Stop CaptureThread ...");
-    const UniqueHandle thread(m_CaptureThread.load());
-    WaitForSingleObject(thread.get(), INFINITE);
-    m_CaptureThread = nullptr;
+    StopStreamThread(m_CaptureThread, m_CaptureShutdownEvent.get(), m_spCaptureAudioClient, kCaptureThreadTexts);
 }
 
 size_t CAudioCapture::ReadFeed(Feed feed, void* dst, size_t bytes) {

@@ -4,6 +4,7 @@
 #include "audio/AudioCapture.h"
 #include "core/FailureReport.h"
 #include "audio/SharedStreamOpen.h"
+#include "audio/StreamThread.h"
 #include "devices/EndpointProperties.h"
 #include "zqCoreAudio.h"
 
@@ -25,6 +26,15 @@ const SharedStreamTexts kRenderStreamTexts = {
     L"Unable to get Render Simple Audio Volume: %x.\n",
     L"AudioRender: RenderDevice->Activate m_spMeterInfo ...",
     L"Unable to get Render Audio Meter Info: %x.\n",
+};
+
+const StreamThreadTexts kRenderThreadTexts = {
+    L"AudioRender: start WASAPIRenderThread",
+    L"AudioRender: RenderAudioClient->Start",
+    L"Unable to start render client: %x.\n",
+    nullptr,
+    L"AudioRender: RenderAudioClient->Stop",
+    L"AudioRender: stop RenderThread",
 };
 
 }  // namespace
@@ -196,20 +206,7 @@ bool CAudioRender::StartRender() {
         g_pCore->LogError(L"AudioRender: the render device did not open: no stream to start");
         return false;
     }
-    if (m_RenderThread != nullptr) return true;
-    g_pCore->LogInfo(L"AudioRender: start WASAPIRenderThread");
-    m_RenderThread = CreateThread(nullptr, 0, WASAPIRenderThread, this, 0, nullptr);
-    if (m_RenderThread == nullptr) {
-        ReportEngineFailure(L"Unable to create transport thread: %x.", GetLastError());
-        return false;
-    }
-    g_pCore->LogInfo(L"AudioRender: RenderAudioClient->Start");
-    const HRESULT hr = m_spRenderAudioClient->Start();
-    if (FAILED(hr)) {
-        ReportEngineFailure(L"Unable to start render client: %x.\n", hr);
-        return false;
-    }
-    return true;
+    return StartStreamThread(m_RenderThread, WASAPIRenderThread, this, m_spRenderAudioClient, kRenderThreadTexts);
 }
 
 void CAudioRender::StopRender() {
@@ -218,16 +215,7 @@ void CAudioRender::StopRender() {
         g_pCore->LogWarning(L"!IsStarted");
         return;
     }
-    if (m_RenderShutdownEvent) SetEvent(m_RenderShutdownEvent.get());
-    if (m_spRenderAudioClient) {
-        g_pCore->LogInfo(L"AudioRender: RenderAudioClient->Stop");
-        const HRESULT hr = m_spRenderAudioClient->Stop();
-        if (FAILED(hr)) ReportEngineFailure(L"Unable to stop audio client: %x\n", hr);
-    }
-    g_pCore->LogInfo(L"AudioRender: stop RenderThread");
-    const UniqueHandle thread(m_RenderThread.load());
-    WaitForSingleObject(thread.get(), INFINITE);
-    m_RenderThread = nullptr;
+    StopStreamThread(m_RenderThread, m_RenderShutdownEvent.get(), m_spRenderAudioClient, kRenderThreadTexts);
 }
 
 CComPtr<IAudioMeterInformation> CAudioRender::MeterInfo() { return CopyUnder(m_csControls, m_spMeterInfo); }
