@@ -56,17 +56,33 @@ constexpr int kGroupSize = 8;
 constexpr int kGroups = kLength / kGroupSize;  // 512
 constexpr int kGroupBits = 9;
 
+// Double to float, rounded to nearest, beyond the largest float to infinity: what the
+// processors' conversions do, and what the emulated targets' DemoteTo does not (it clamps to
+// the largest float), so there the conversion is the language's.
+HWY_INLINE VF Narrow(VD v) {
+    const DF df;
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+    const DD dd;
+    HWY_ALIGN double wide[hn::MaxLanes(dd)];
+    HWY_ALIGN float narrow[hn::MaxLanes(dd)];
+    hn::Store(v, dd, wide);
+    for (size_t i = 0; i < hn::MaxLanes(dd); ++i) narrow[i] = static_cast<float>(wide[i]);
+    return hn::Load(df, narrow);
+#else
+    return hn::DemoteTo(df, v);
+#endif
+}
+
 HWY_INLINE void Butterfly(VF& rj, VF& ij, VF& rk, VF& ik, VD ar, VD ai) {
     const DD dd;
-    const DF df;
     const VD rkd = hn::PromoteTo(dd, rk);
     const VD ikd = hn::PromoteTo(dd, ik);
     const VD tr = hn::Sub(hn::Mul(ar, rkd), hn::Mul(ai, ikd));
     const VD ti = hn::Add(hn::Mul(ar, ikd), hn::Mul(ai, rkd));
-    rk = hn::DemoteTo(df, hn::Sub(hn::PromoteTo(dd, rj), tr));
-    ik = hn::DemoteTo(df, hn::Sub(hn::PromoteTo(dd, ij), ti));
-    rj = hn::Add(hn::DemoteTo(df, tr), rj);
-    ij = hn::Add(hn::DemoteTo(df, ti), ij);
+    rk = Narrow(hn::Sub(hn::PromoteTo(dd, rj), tr));
+    ik = Narrow(hn::Sub(hn::PromoteTo(dd, ij), ti));
+    rj = hn::Add(Narrow(tr), rj);
+    ij = hn::Add(Narrow(ti), ij);
 }
 
 // The butterfly with the twiddle (1.0, +0.0), in single precision (see the top of the file).

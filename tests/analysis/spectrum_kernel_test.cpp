@@ -65,6 +65,11 @@ std::vector<Input> Inputs() {
     inputs.push_back({"wide dynamic range", wide});
     inputs.push_back({"tiny (subnormal products)", Random(12, 1.0e-36f)});
     inputs.push_back({"overflowing sums", Samples(N, 3.0e38f)});
+    // Bin 2048 is 4096 * 1e35: beyond the largest float only in the last stage's double
+    // difference, which must round to infinity.
+    Samples loudNyquist(N);
+    for (int i = 0; i < N; ++i) loudNyquist[i] = (i % 2 == 0) ? 1.0e35f : -1.0e35f;
+    inputs.push_back({"overflow at the Nyquist frequency", loudNyquist});
     Samples infinities = Random(13);
     infinities[5] = kInf;
     infinities[3000] = -kInf;
