@@ -26,7 +26,7 @@
 //   group's position in its block: vectors of up to eight lanes along r load their twiddles
 //   contiguously;
 // - the last stage writes each group to its natural place 8 * rev9(address / 8) in the output.
-// Two stages share a pass where they can (four groups loaded once, four butterflies).
+// Stages 3 to 10 share a pass in pairs (four groups loaded once, four butterflies).
 //
 // Highway's vectors are sizeless on some targets (no arrays of them): hence the named variables.
 
@@ -128,11 +128,13 @@ HWY_INLINE void StoreGroups(VF v0, VF v1, VF v2, VF v3, VF v4, VF v5, VF v6, VF 
                           reinterpret_cast<uint64_t*>(out));
 }
 
-// Stages H = 1, 2, 4 from the input into the scratch's group order.
+// Stages H = 1, 2, 4 from the input into the scratch's group order. kIdentity: twiddles 0 and 1
+// are (1.0, +0.0).
+template <bool kIdentity>
 void FirstStages(const float* HWY_RESTRICT in, float* HWY_RESTRICT re, float* HWY_RESTRICT im, const Twiddles& tw) {
     const DF df;
-    const bool identity1 = IsIdentity(tw, 0);
-    const bool identity2 = IsIdentity(tw, 1);
+    const bool identity1 = kIdentity;
+    const bool identity2 = kIdentity;
     const size_t lanes = hn::Lanes(df);
     for (size_t i = 0; i < kGroups; i += lanes) {
         // Place r of the group: in[i + 512 * rev3(r)].
@@ -163,48 +165,6 @@ void FirstStages(const float* HWY_RESTRICT in, float* HWY_RESTRICT re, float* HW
 
 // rev9(g) for g < 512: rev12(8g).
 HWY_INLINE int Rev9(const uint16_t* rev12, int g) { return rev12[kGroupSize * g]; }
-
-// Where a group goes: in place, or (last pass) to its natural place in the output.
-struct Destination {
-    float* re;
-    float* im;
-    bool natural;
-    float* Re(const uint16_t* rev12, int g) const { return re + kGroupSize * (natural ? Rev9(rev12, g) : g); }
-    float* Im(const uint16_t* rev12, int g) const { return im + kGroupSize * (natural ? Rev9(rev12, g) : g); }
-};
-
-// Stage s >= 3 alone: groups g and g + D (D = 2^(11 - s)) in blocks of 2D groups.
-void OneStage(int s, const Twiddles& tw, const uint16_t* rev12, const float* re, const float* im, Destination to) {
-    const DD dd;
-    const DF df;
-    const size_t lanes = hn::Lanes(df);
-    const int half = 1 << s;
-    const int distance = kGroups >> (s - 2);
-    for (int block = 0; block < (1 << (s - 3)); ++block) {
-        const int m = Rev9(rev12, block) >> (kGroupBits - (s - 3));
-        const double* cosines = tw.re + half - 1 + kGroupSize * m;
-        const double* sines = tw.im + half - 1 + kGroupSize * m;
-        for (int g = 2 * distance * block; g < 2 * distance * block + distance; ++g) {
-            const float* rj = re + kGroupSize * g;
-            const float* ij = im + kGroupSize * g;
-            const float* rk = rj + kGroupSize * distance;
-            const float* ik = ij + kGroupSize * distance;
-            float* outRj = to.Re(rev12, g);
-            float* outIj = to.Im(rev12, g);
-            float* outRk = to.Re(rev12, g + distance);
-            float* outIk = to.Im(rev12, g + distance);
-            for (size_t r = 0; r < kGroupSize; r += lanes) {
-                VF vrj = hn::LoadU(df, rj + r), vij = hn::LoadU(df, ij + r);
-                VF vrk = hn::LoadU(df, rk + r), vik = hn::LoadU(df, ik + r);
-                Butterfly(vrj, vij, vrk, vik, hn::LoadU(dd, cosines + r), hn::LoadU(dd, sines + r));
-                hn::StoreU(vrj, df, outRj + r);
-                hn::StoreU(vij, df, outIj + r);
-                hn::StoreU(vrk, df, outRk + r);
-                hn::StoreU(vik, df, outIk + r);
-            }
-        }
-    }
-}
 
 // Stages s and s + 1 in one pass, in place. Stage s pairs groups D1 = 2^(11 - s) apart, stage
 // s + 1 groups D2 = D1 / 2 apart: the four groups g, g + D2, g + D1, g + D1 + D2 take part in
@@ -255,6 +215,33 @@ void TwoStages(int s, const Twiddles& tw, const uint16_t* rev12, float* re, floa
     }
 }
 
+// The last stage (H = 2048): groups 2c and 2c + 1 (m = rev8(c)), each written to its natural
+// place in the output, rev9(2c) and rev9(2c) + 256 groups.
+void LastStage(const Twiddles& tw, const uint16_t* rev12, const float* re, const float* im, float* outRe,
+               float* outIm) {
+    const DD dd;
+    const DF df;
+    const size_t lanes = hn::Lanes(df);
+    constexpr int kHalf = kLength / 2;
+    for (int block = 0; block < kGroups / 2; ++block) {
+        const int m = Rev9(rev12, block) >> 1;
+        const double* cosines = tw.re + kHalf - 1 + kGroupSize * m;
+        const double* sines = tw.im + kHalf - 1 + kGroupSize * m;
+        const int g = 2 * block;
+        const int place = kGroupSize * Rev9(rev12, g);
+        const int partner = place + kHalf;
+        for (size_t r = 0; r < kGroupSize; r += lanes) {
+            VF vrj = hn::LoadU(df, re + kGroupSize * g + r), vij = hn::LoadU(df, im + kGroupSize * g + r);
+            VF vrk = hn::LoadU(df, re + kGroupSize * (g + 1) + r), vik = hn::LoadU(df, im + kGroupSize * (g + 1) + r);
+            Butterfly(vrj, vij, vrk, vik, hn::LoadU(dd, cosines + r), hn::LoadU(dd, sines + r));
+            hn::StoreU(vrj, df, outRe + place + r);
+            hn::StoreU(vij, df, outIm + place + r);
+            hn::StoreU(vrk, df, outRe + partner + r);
+            hn::StoreU(vik, df, outIm + partner + r);
+        }
+    }
+}
+
 }  // namespace
 
 void TransformKernel(const float* HWY_RESTRICT in, float* HWY_RESTRICT re, float* HWY_RESTRICT im) {
@@ -263,11 +250,14 @@ void TransformKernel(const float* HWY_RESTRICT in, float* HWY_RESTRICT re, float
     HWY_ALIGN float scratchIm[kLength];
     const Twiddles& tw = GetTwiddles();
     const uint16_t* rev12 = BitReversal();
-    FirstStages(in, scratchRe, scratchIm, tw);
-    int s = 3;
-    for (; s + 1 < kStages - 1; s += 2) TwoStages(s, tw, rev12, scratchRe, scratchIm);
-    for (; s < kStages - 1; ++s) OneStage(s, tw, rev12, scratchRe, scratchIm, Destination{scratchRe, scratchIm, false});
-    OneStage(kStages - 1, tw, rev12, scratchRe, scratchIm, Destination{re, im, true});
+    if (IsIdentity(tw, 0) && IsIdentity(tw, 1)) {
+        FirstStages<true>(in, scratchRe, scratchIm, tw);
+    } else {
+        FirstStages<false>(in, scratchRe, scratchIm, tw);
+    }
+    static_assert(kStages == 12, "stages 3 .. 10 in pairs, then the last");
+    for (int s = 3; s < kStages - 1; s += 2) TwoStages(s, tw, rev12, scratchRe, scratchIm);
+    LastStage(tw, rev12, scratchRe, scratchIm, re, im);
 }
 
 int64_t CurrentTarget() { return HWY_TARGET; }
