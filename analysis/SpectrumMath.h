@@ -66,12 +66,22 @@ void Decay(float* values);
 // ---- the instruction sets ---------------------------------------------------------------
 // Targets are Highway's target bits (HWY_AVX2 and so on).
 
-// The targets the kernels were built for that this processor runs, best first. Under a
-// restriction (hwy::SetSupportedTargetsForTest, used by tests and benchmarks) only those left.
+// The targets the kernels were built for that this processor runs, best first (while a
+// ScopedKernelTarget lives, only its target).
 std::vector<int64_t> KernelTargets();
 // The target the kernels run on now.
 int64_t ActiveKernelTarget();
-// "AVX3", "AVX2", "SSE4", "SSSE3", "EMU128", "NEON", "SVE", ...
+// "AVX3", "AVX2", "SSE4", "SSSE3", "SCALAR", "NEON", "SVE", ...
 const char* KernelTargetName(int64_t target);
+
+// While it lives, the kernels run on the given target only, one of KernelTargets(): for tests
+// and benchmarks, which compare the targets in one process. Process-wide; one at a time.
+class ScopedKernelTarget {
+public:
+    explicit ScopedKernelTarget(int64_t target);
+    ~ScopedKernelTarget();
+    ScopedKernelTarget(const ScopedKernelTarget&) = delete;
+    ScopedKernelTarget& operator=(const ScopedKernelTarget&) = delete;
+};
 
 }  // namespace spectrum

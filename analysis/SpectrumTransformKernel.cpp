@@ -133,8 +133,6 @@ HWY_INLINE void StoreGroups(VF v0, VF v1, VF v2, VF v3, VF v4, VF v5, VF v6, VF 
 template <bool kIdentity>
 void FirstStages(const float* HWY_RESTRICT in, float* HWY_RESTRICT re, float* HWY_RESTRICT im, const Twiddles& tw) {
     const DF df;
-    const bool identity1 = kIdentity;
-    const bool identity2 = kIdentity;
     const size_t lanes = hn::Lanes(df);
     for (size_t i = 0; i < kGroups; i += lanes) {
         // Place r of the group: in[i + 512 * rev3(r)].
@@ -144,14 +142,14 @@ void FirstStages(const float* HWY_RESTRICT in, float* HWY_RESTRICT re, float* HW
         VF r6 = hn::LoadU(df, in + i + 1536), r7 = hn::LoadU(df, in + i + 3584);
         VF i0 = hn::Zero(df), i1 = i0, i2 = i0, i3 = i0, i4 = i0, i5 = i0, i6 = i0, i7 = i0;
         // H = 1: twiddle 0.
-        GroupButterfly(r0, i0, r1, i1, tw, 0, identity1);
-        GroupButterfly(r2, i2, r3, i3, tw, 0, identity1);
-        GroupButterfly(r4, i4, r5, i5, tw, 0, identity1);
-        GroupButterfly(r6, i6, r7, i7, tw, 0, identity1);
+        GroupButterfly(r0, i0, r1, i1, tw, 0, kIdentity);
+        GroupButterfly(r2, i2, r3, i3, tw, 0, kIdentity);
+        GroupButterfly(r4, i4, r5, i5, tw, 0, kIdentity);
+        GroupButterfly(r6, i6, r7, i7, tw, 0, kIdentity);
         // H = 2: twiddles 1 (n = 0) and 2 (n = 1).
-        GroupButterfly(r0, i0, r2, i2, tw, 1, identity2);
+        GroupButterfly(r0, i0, r2, i2, tw, 1, kIdentity);
         GroupButterfly(r1, i1, r3, i3, tw, 2, false);
-        GroupButterfly(r4, i4, r6, i6, tw, 1, identity2);
+        GroupButterfly(r4, i4, r6, i6, tw, 1, kIdentity);
         GroupButterfly(r5, i5, r7, i7, tw, 2, false);
         // H = 4: twiddles 3 .. 6.
         GroupButterfly(r0, i0, r4, i4, tw, 3, false);
@@ -279,6 +277,10 @@ std::vector<int64_t> KernelTargets() { return hwy::SupportedAndGeneratedTargets(
 int64_t ActiveKernelTarget() { return HWY_DYNAMIC_DISPATCH(CurrentTarget)(); }
 
 const char* KernelTargetName(int64_t target) { return hwy::TargetName(target); }
+
+ScopedKernelTarget::ScopedKernelTarget(int64_t target) { hwy::SetSupportedTargetsForTest(target); }
+
+ScopedKernelTarget::~ScopedKernelTarget() { hwy::SetSupportedTargetsForTest(0); }
 
 }  // namespace spectrum
 #endif  // HWY_ONCE

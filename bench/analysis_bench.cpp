@@ -9,8 +9,6 @@
 #include <benchmark/benchmark.h>
 #include <fftw3.h>
 
-#include <hwy/targets.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -80,15 +78,6 @@ benchmark::Counter BudgetShare() {
     return benchmark::Counter(1.0e-4, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-// While it lives, the spectrum kernels run on the given instruction set only.
-class PinnedTarget {
-public:
-    explicit PinnedTarget(int64_t target) { hwy::SetSupportedTargetsForTest(target); }
-    ~PinnedTarget() { hwy::SetSupportedTargetsForTest(0); }
-    PinnedTarget(const PinnedTarget&) = delete;
-    PinnedTarget& operator=(const PinnedTarget&) = delete;
-};
-
 std::vector<float> TransformInput() {
     std::vector<float> input(4096);
     for (int i = 0; i < 4096; ++i) input[i] = static_cast<float>(std::sin(0.1 * i) + 0.25 * std::cos(0.37 * i));
@@ -98,7 +87,7 @@ std::vector<float> TransformInput() {
 // The 10 ms tick, both sides, with the default window (Hamming; every window is one table
 // product, "none" skips it).
 void BM_Tick(benchmark::State& state, int64_t target) {
-    PinnedTarget pin(target);
+    spectrum::ScopedKernelTarget pin(target);
     Bench& bench = Shared();
     bench.core->SetWhichFunction(2);
     int blocksLeft = 0;
@@ -118,7 +107,7 @@ void BM_Tick(benchmark::State& state, int64_t target) {
 
 // The 5 ms decay job (not part of the tick), on a spectrum that a tick left.
 void BM_Decay(benchmark::State& state, int64_t target) {
-    PinnedTarget pin(target);
+    spectrum::ScopedKernelTarget pin(target);
     CAudioAnalyzer& analyzer = *Shared().analyzer;
     for (auto _ : state) analyzer.DecaySpectrum();
     state.counters["budget_%"] = benchmark::Counter(0.5e-4, benchmark::Counter::kIsIterationInvariantRate |
@@ -126,7 +115,7 @@ void BM_Decay(benchmark::State& state, int64_t target) {
 }
 
 void BM_Transform(benchmark::State& state, int64_t target) {
-    PinnedTarget pin(target);
+    spectrum::ScopedKernelTarget pin(target);
     CAudioAnalyzer& analyzer = *Shared().analyzer;
     const std::vector<float> input = TransformInput();
     for (auto _ : state) {

@@ -15,7 +15,6 @@ namespace {
 using zqtest::kInputFeed;
 using zqtest::kOutputFeed;
 using zqtest::KernelTargets;
-using zqtest::PinnedKernelTarget;
 using zqtest::SameBits;
 using zqtest::TargetName;
 using zqtest::Values;
@@ -101,7 +100,7 @@ protected:
 TEST_F(AnalyzerOnEveryTarget, TicksDecayAndPeakResetMatchThePlainArithmetic) {
     ASSERT_FALSE(KernelTargets().empty());
     for (int64_t target : KernelTargets()) {
-        PinnedKernelTarget pin(target);
+        spectrum::ScopedKernelTarget pin(target);
         CAudioAnalyzer analyzer;
         ReferenceSide input{false}, output{true};
         std::mt19937 generator(5);

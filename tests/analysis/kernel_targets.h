@@ -1,13 +1,11 @@
-// Running the spectrum kernels on one instruction set at a time, and comparing float arrays bit
-// for bit.
+// The spectrum kernels' instruction sets, test samples, and comparing float arrays bit for bit.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
-
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -24,14 +22,14 @@ inline const std::vector<int64_t>& KernelTargets() {
 
 inline std::string TargetName(int64_t target) { return spectrum::KernelTargetName(target); }
 
-// While it lives, the kernels run on the given target only.
-class PinnedKernelTarget {
-public:
-    explicit PinnedKernelTarget(int64_t target) { hwy::SetSupportedTargetsForTest(target); }
-    ~PinnedKernelTarget() { hwy::SetSupportedTargetsForTest(0); }
-    PinnedKernelTarget(const PinnedKernelTarget&) = delete;
-    PinnedKernelTarget& operator=(const PinnedKernelTarget&) = delete;
-};
+// 4096 samples, uniform in [-scale, scale].
+inline std::vector<float> RandomSamples(unsigned seed, float scale = 1.0f) {
+    std::mt19937 generator(seed);
+    std::uniform_real_distribution<float> uniform(-scale, scale);
+    std::vector<float> samples(spectrum::kLength);
+    for (float& s : samples) s = uniform(generator);
+    return samples;
+}
 
 // The same bits, except that two NaNs count as equal whatever their payloads (which operand's
 // payload an operation passes on is the processor's choice). -1 when equal, else the index of

@@ -21,7 +21,7 @@
 namespace {
 
 using zqtest::KernelTargets;
-using zqtest::PinnedKernelTarget;
+using zqtest::RandomSamples;
 using zqtest::SameBits;
 using zqtest::TargetName;
 
@@ -29,14 +29,6 @@ constexpr int N = spectrum::kLength;
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 using Samples = std::vector<float>;
-
-Samples Random(unsigned seed, float scale = 1.0f) {
-    std::mt19937 generator(seed);
-    std::uniform_real_distribution<float> uniform(-scale, scale);
-    Samples samples(N);
-    for (float& s : samples) s = uniform(generator);
-    return samples;
-}
 
 struct Input {
     std::string name;
@@ -60,29 +52,29 @@ std::vector<Input> Inputs() {
     Samples impulse(N, 0.0f);
     impulse[1] = 1.0f;
     inputs.push_back({"impulse", impulse});
-    Samples wide = Random(11);
+    Samples wide = RandomSamples(11);
     for (int i = 0; i < N; ++i) wide[i] *= std::ldexp(1.0f, (i * 37) % 60 - 30);
     inputs.push_back({"wide dynamic range", wide});
-    inputs.push_back({"tiny (subnormal products)", Random(12, 1.0e-36f)});
+    inputs.push_back({"tiny (subnormal products)", RandomSamples(12, 1.0e-36f)});
     inputs.push_back({"overflowing sums", Samples(N, 3.0e38f)});
     // Bin 2048 is 4096 * 1e35: beyond the largest float only in the last stage's double
     // difference, which must round to infinity.
     Samples loudNyquist(N);
     for (int i = 0; i < N; ++i) loudNyquist[i] = (i % 2 == 0) ? 1.0e35f : -1.0e35f;
     inputs.push_back({"overflow at the Nyquist frequency", loudNyquist});
-    Samples infinities = Random(13);
+    Samples infinities = RandomSamples(13);
     infinities[5] = kInf;
     infinities[3000] = -kInf;
     inputs.push_back({"infinities", infinities});
-    Samples nans = Random(14);
+    Samples nans = RandomSamples(14);
     nans[2048] = kNaN;
     inputs.push_back({"a NaN", nans});
-    Samples everything = Random(15);
+    Samples everything = RandomSamples(15);
     everything[0] = kNaN;
     everything[1] = kInf;
     everything[4095] = -kInf;
     inputs.push_back({"NaN and infinities", everything});
-    for (unsigned seed = 20; seed < 23; ++seed) inputs.push_back({"random " + std::to_string(seed), Random(seed)});
+    for (unsigned seed = 20; seed < 23; ++seed) inputs.push_back({"random " + std::to_string(seed), RandomSamples(seed)});
     return inputs;
 }
 
@@ -90,7 +82,7 @@ TEST(SpectrumKernelTargets, EachTargetRunsWhenPinned) {
     ASSERT_FALSE(KernelTargets().empty());
     std::string names;
     for (int64_t target : KernelTargets()) {
-        PinnedKernelTarget pin(target);
+        spectrum::ScopedKernelTarget pin(target);
         EXPECT_EQ(spectrum::ActiveKernelTarget(), target) << TargetName(target);
         names += " " + TargetName(target);
     }
@@ -107,7 +99,7 @@ TEST(SpectrumKernelTargets, TransformMatchesThePlainArithmetic) {
         expected.emplace_back(re, im);
     }
     for (int64_t target : KernelTargets()) {
-        PinnedKernelTarget pin(target);
+        spectrum::ScopedKernelTarget pin(target);
         for (size_t n = 0; n < inputs.size(); ++n) {
             Samples re(N, 7.0f), im(N, 7.0f);
             spectrum::Transform(inputs[n].samples.data(), re.data(), im.data());
@@ -121,7 +113,7 @@ TEST(SpectrumKernelTargets, TransformMatchesThePlainArithmetic) {
 TEST(SpectrumKernelTargets, WindowProductMatchesThePlainArithmetic) {
     const std::vector<Input> inputs = Inputs();
     for (int64_t target : KernelTargets()) {
-        PinnedKernelTarget pin(target);
+        spectrum::ScopedKernelTarget pin(target);
         for (int function = spectrum::kFirstWindow; function <= spectrum::kLastWindow; ++function) {
             for (const Input& input : inputs) {
                 Samples expected = input.samples, actual = input.samples;
@@ -137,7 +129,7 @@ TEST(SpectrumKernelTargets, WindowProductMatchesThePlainArithmetic) {
 TEST(SpectrumKernelTargets, PowerMatchesThePlainArithmeticAndLeavesTheUpperHalf) {
     const std::vector<Input> inputs = Inputs();
     for (int64_t target : KernelTargets()) {
-        PinnedKernelTarget pin(target);
+        spectrum::ScopedKernelTarget pin(target);
         for (size_t n = 0; n < inputs.size(); ++n) {
             const Samples& re = inputs[n].samples;
             const Samples& im = inputs[(n + 5) % inputs.size()].samples;
@@ -168,7 +160,7 @@ Samples DisplayValues(unsigned seed) {
 
 TEST(SpectrumKernelTargets, HoldViewMatchesThePlainComparisons) {
     for (int64_t target : KernelTargets()) {
-        PinnedKernelTarget pin(target);
+        spectrum::ScopedKernelTarget pin(target);
         for (unsigned seed = 1; seed <= 3; ++seed) {
             const Samples power = DisplayValues(seed);
             Samples expectedShown = DisplayValues(seed + 10), expectedPeak = DisplayValues(seed + 20);
@@ -183,7 +175,7 @@ TEST(SpectrumKernelTargets, HoldViewMatchesThePlainComparisons) {
 
 TEST(SpectrumKernelTargets, DecayMatchesTheTableOfDecades) {
     for (int64_t target : KernelTargets()) {
-        PinnedKernelTarget pin(target);
+        spectrum::ScopedKernelTarget pin(target);
         Samples expected = DisplayValues(7);
         Samples actual = expected;
         for (int round = 0; round < 30; ++round) {  // through several decades down to 0.0

@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstring>
 #include <numbers>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,14 +21,7 @@ namespace {
 constexpr int N = 4096;
 using Samples = std::vector<float>;
 
-Samples RandomSamples(unsigned seed, float scale = 1.0f) {
-    std::mt19937 generator(seed);
-    std::uniform_real_distribution<float> uniform(-scale, scale);
-    Samples samples(N);
-    for (float& s : samples) s = uniform(generator);
-    return samples;
-}
-
+using zqtest::RandomSamples;
 using zqtest::SameBits;
 
 TEST(SpectrumWindows, EveryFunctionMatchesItsFormulaBitForBit) {
