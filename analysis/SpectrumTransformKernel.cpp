@@ -123,9 +123,27 @@ HWY_INLINE hn::Vec<hn::Rebind<uint64_t, DF>> Pair(VF a, VF b) {
 
 // Lane l of v0 .. v7 to out[8l .. 8l + 7].
 HWY_INLINE void StoreGroups(VF v0, VF v1, VF v2, VF v3, VF v4, VF v5, VF v6, VF v7, float* out) {
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+    // Emulated vectors are arrays already: element by element.
+    const DF df;
+    constexpr size_t kLanes = hn::MaxLanes(DF());
+    HWY_ALIGN float lanes[kGroupSize][kLanes];
+    hn::Store(v0, df, lanes[0]);
+    hn::Store(v1, df, lanes[1]);
+    hn::Store(v2, df, lanes[2]);
+    hn::Store(v3, df, lanes[3]);
+    hn::Store(v4, df, lanes[4]);
+    hn::Store(v5, df, lanes[5]);
+    hn::Store(v6, df, lanes[6]);
+    hn::Store(v7, df, lanes[7]);
+    for (size_t lane = 0; lane < kLanes; ++lane) {
+        for (int r = 0; r < kGroupSize; ++r) out[kGroupSize * lane + r] = lanes[r][lane];
+    }
+#else
     const hn::Rebind<uint64_t, DF> dw;
     hn::StoreInterleaved4(Pair(v0, v1), Pair(v2, v3), Pair(v4, v5), Pair(v6, v7), dw,
                           reinterpret_cast<uint64_t*>(out));
+#endif
 }
 
 // Stages H = 1, 2, 4 from the input into the scratch's group order. kIdentity: twiddles 0 and 1
