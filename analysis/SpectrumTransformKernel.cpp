@@ -139,6 +139,18 @@ HWY_INLINE void StoreGroups(VF v0, VF v1, VF v2, VF v3, VF v4, VF v5, VF v6, VF 
     for (size_t lane = 0; lane < kLanes; ++lane) {
         for (int r = 0; r < kGroupSize; ++r) out[kGroupSize * lane + r] = lanes[r][lane];
     }
+#elif HWY_TARGET == HWY_SSSE3 || HWY_TARGET == HWY_SSE4 || HWY_TARGET == HWY_NEON
+    // Two lanes, groups A and B, in vectors of four floats: pairs of places interleaved
+    // (A0 A1 B0 B1), then joined by halves.
+    const hn::Twice<DF> dq;
+    const auto p01 = hn::InterleaveLower(dq, hn::ZeroExtendVector(dq, v0), hn::ZeroExtendVector(dq, v1));
+    const auto p23 = hn::InterleaveLower(dq, hn::ZeroExtendVector(dq, v2), hn::ZeroExtendVector(dq, v3));
+    const auto p45 = hn::InterleaveLower(dq, hn::ZeroExtendVector(dq, v4), hn::ZeroExtendVector(dq, v5));
+    const auto p67 = hn::InterleaveLower(dq, hn::ZeroExtendVector(dq, v6), hn::ZeroExtendVector(dq, v7));
+    hn::StoreU(hn::ConcatLowerLower(dq, p23, p01), dq, out);
+    hn::StoreU(hn::ConcatLowerLower(dq, p67, p45), dq, out + 4);
+    hn::StoreU(hn::ConcatUpperUpper(dq, p23, p01), dq, out + kGroupSize);
+    hn::StoreU(hn::ConcatUpperUpper(dq, p67, p45), dq, out + kGroupSize + 4);
 #else
     const hn::Rebind<uint64_t, DF> dw;
     hn::StoreInterleaved4(Pair(v0, v1), Pair(v2, v3), Pair(v4, v5), Pair(v6, v7), dw,
