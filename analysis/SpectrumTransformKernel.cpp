@@ -211,33 +211,37 @@ void TwoStages(int s, const Twiddles& tw, const uint16_t* rev12, float* re, floa
         const double* s1 = tw.im + half - 1 + kGroupSize * m;
         const double* c2 = tw.re + 2 * half - 1 + kGroupSize * m;
         const double* s2 = tw.im + 2 * half - 1 + kGroupSize * m;
-        for (int g = 2 * d1 * block; g < 2 * d1 * block + d2; ++g) {
-            float* r0p = re + kGroupSize * g;
-            float* i0p = im + kGroupSize * g;
-            float* r1p = r0p + kGroupSize * d2;
-            float* i1p = i0p + kGroupSize * d2;
-            float* r2p = r0p + kGroupSize * d1;
-            float* i2p = i0p + kGroupSize * d1;
-            float* r3p = r2p + kGroupSize * d2;
-            float* i3p = i2p + kGroupSize * d2;
-            for (size_t r = 0; r < kGroupSize; r += lanes) {
-                VF r0 = hn::LoadU(df, r0p + r), i0 = hn::LoadU(df, i0p + r);
-                VF r1 = hn::LoadU(df, r1p + r), i1 = hn::LoadU(df, i1p + r);
-                VF r2 = hn::LoadU(df, r2p + r), i2 = hn::LoadU(df, i2p + r);
-                VF r3 = hn::LoadU(df, r3p + r), i3 = hn::LoadU(df, i3p + r);
-                const VD ar1 = hn::LoadU(dd, c1 + r), ai1 = hn::LoadU(dd, s1 + r);
+        // Place r of every group of the block, then the next places: the six twiddle vectors
+        // stay in registers for the whole block.
+        for (size_t r = 0; r < kGroupSize; r += lanes) {
+            const VD ar1 = hn::LoadU(dd, c1 + r), ai1 = hn::LoadU(dd, s1 + r);
+            const VD ar2 = hn::LoadU(dd, c2 + r), ai2 = hn::LoadU(dd, s2 + r);
+            const VD ar3 = hn::LoadU(dd, c2 + half + r), ai3 = hn::LoadU(dd, s2 + half + r);
+            float* r0p = re + kGroupSize * (2 * d1 * block) + r;
+            float* i0p = im + kGroupSize * (2 * d1 * block) + r;
+            for (int g = 0; g < d2; ++g, r0p += kGroupSize, i0p += kGroupSize) {
+                float* r1p = r0p + kGroupSize * d2;
+                float* i1p = i0p + kGroupSize * d2;
+                float* r2p = r0p + kGroupSize * d1;
+                float* i2p = i0p + kGroupSize * d1;
+                float* r3p = r2p + kGroupSize * d2;
+                float* i3p = i2p + kGroupSize * d2;
+                VF r0 = hn::LoadU(df, r0p), i0 = hn::LoadU(df, i0p);
+                VF r1 = hn::LoadU(df, r1p), i1 = hn::LoadU(df, i1p);
+                VF r2 = hn::LoadU(df, r2p), i2 = hn::LoadU(df, i2p);
+                VF r3 = hn::LoadU(df, r3p), i3 = hn::LoadU(df, i3p);
                 Butterfly(r0, i0, r2, i2, ar1, ai1);
                 Butterfly(r1, i1, r3, i3, ar1, ai1);
-                Butterfly(r0, i0, r1, i1, hn::LoadU(dd, c2 + r), hn::LoadU(dd, s2 + r));
-                Butterfly(r2, i2, r3, i3, hn::LoadU(dd, c2 + half + r), hn::LoadU(dd, s2 + half + r));
-                hn::StoreU(r0, df, r0p + r);
-                hn::StoreU(i0, df, i0p + r);
-                hn::StoreU(r1, df, r1p + r);
-                hn::StoreU(i1, df, i1p + r);
-                hn::StoreU(r2, df, r2p + r);
-                hn::StoreU(i2, df, i2p + r);
-                hn::StoreU(r3, df, r3p + r);
-                hn::StoreU(i3, df, i3p + r);
+                Butterfly(r0, i0, r1, i1, ar2, ai2);
+                Butterfly(r2, i2, r3, i3, ar3, ai3);
+                hn::StoreU(r0, df, r0p);
+                hn::StoreU(i0, df, i0p);
+                hn::StoreU(r1, df, r1p);
+                hn::StoreU(i1, df, i1p);
+                hn::StoreU(r2, df, r2p);
+                hn::StoreU(i2, df, i2p);
+                hn::StoreU(r3, df, r3p);
+                hn::StoreU(i3, df, i3p);
             }
         }
     }
