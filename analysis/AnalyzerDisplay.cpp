@@ -1,6 +1,7 @@
 // The display step of the tick (hold view, statistic views), the 5 ms decay and the 1000 ms
 // peak reset. Each works on the thread's private copies (vectorisable loops) and then
-// publishes what it changed into the shared arrays that the getters read.
+// publishes what it changed into the shared arrays that the getters read. The hold view's and the
+// decay's element-wise loops are the spectrum kernels' (SpectrumArrayKernel.cpp).
 //
 // The tick's display loops cover the spectrum's bins (0 to 2047) only. Above them nothing can
 // change: the power there is never written and stays 0.0, every display value is a power, a
@@ -25,36 +26,10 @@ constexpr uint32_t kMaximumView = 0x8;
 // One element at a time, relaxed: a getter sees each element's old or new value.
 void Publish(const float* values, CAudioAnalyzer::SharedArray shared, int count) {
     std::atomic<float>* out = shared.data();
-    ZQ_UNROLL_8
+#if defined(__GNUC__)
+#pragma GCC unroll 8
+#endif
     for (int i = 0; i < count; ++i) out[i].store(values[i], std::memory_order_relaxed);
-}
-
-// One tenth of the lower bound of the value's decade, 100 from 1000 up; never below 0.0.
-// Selects rather than branches, so that the loop vectorises; a NaN takes the last step and
-// stays NaN, as it would through a chain of comparisons.
-// A fixed count, so that every version vectorises without a remainder loop.
-ZQ_WIDE_CLONES void Decay(float* __restrict values) {
-    for (int i = 0; i < CAudioAnalyzer::kSpectrumLength; ++i) {
-        const float x = values[i];
-        float step = 0.0001f;
-        step = x >= 0.01f ? 0.001f : step;
-        step = x >= 0.1f ? 0.01f : step;
-        step = x >= 1.0f ? 0.1f : step;
-        step = x >= 10.0f ? 1.0f : step;
-        step = x >= 100.0f ? 10.0f : step;
-        step = x >= 1000.0f ? 100.0f : step;
-        const float y = x - step;
-        values[i] = y < 0.0f ? 0.0f : y;
-    }
-}
-
-// Strict comparisons as in the hold view: a value rises only to something larger.
-ZQ_WIDE_CLONES void Hold(const float* __restrict power, float* __restrict shown, float* __restrict peak) {
-    for (int i = 0; i < spectrum::kBins; ++i) {
-        const float value = power[i] > shown[i] ? power[i] : shown[i];
-        shown[i] = value;
-        peak[i] = value > peak[i] ? value : peak[i];
-    }
 }
 
 }  // namespace
@@ -69,7 +44,7 @@ void CAudioAnalyzer::UpdateDisplay(const Side& side, uint32_t dwView) {
 
 void CAudioAnalyzer::HoldView(const Side& side) {
     const float* power = side.power.data();
-    Hold(power, side.shown.data(), side.shownPeak.data());
+    spectrum::Hold(power, side.shown.data(), side.shownPeak.data());
     Publish(side.shownPeak.data(), side.ampPeak, spectrum::kBins);
     // The output side shows the newest power; its peaks have followed the held value above.
     if (side.bOutput) std::copy(power, power + spectrum::kBins, side.shown.data());
@@ -113,8 +88,9 @@ void CAudioAnalyzer::StatisticView(const Side& side, uint32_t dwView) {
 
 void CAudioAnalyzer::DecaySpectrum() {
     // The input side first, then the output side (each bin on its own: the order is not seen).
-    Decay(m_vecShownIn.data());
-    Decay(m_vecShownOut.data());
+    static_assert(kSpectrumLength == spectrum::kLength, "the decay covers every bin");
+    spectrum::Decay(m_vecShownIn.data());
+    spectrum::Decay(m_vecShownOut.data());
     Publish(m_vecShownIn.data(), m_vecSpectrumAmpIn, kSpectrumLength);
     Publish(m_vecShownOut.data(), m_vecSpectrumAmpOut, kSpectrumLength);
 }

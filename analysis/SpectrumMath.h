@@ -1,34 +1,21 @@
-// The spectrum's arithmetic: window tables, the 4096-point transform and the power.
+// The spectrum's arithmetic: window tables, the 4096-point transform, the power, and the
+// element-wise steps of the display (hold view, decay).
 //
 // Every result is bit-for-bit what the plain arithmetic gives (the single/double precision mix
 // of each formula, the transform's twiddle recurrence): the window values and the twiddle
-// factors are computed once, with the same formulas, and reused; the transform's kernels for the
-// wide instruction sets do the same operations in the same order per element, only several
-// elements at a time. That holds only without fused multiply-adds, hence -ffp-contract=off for
-// this code.
+// factors are computed once, with the same formulas, and reused; the kernels
+// (SpectrumTransformKernel.cpp, SpectrumArrayKernel.cpp) are written once with Highway's
+// portable vectors and compiled for every instruction set Highway builds for, one of which is
+// chosen at run time. Each does the same IEEE operations in the same order per element, only
+// several elements at a time. That holds only without fused multiply-adds: the code is built
+// with -ffp-contract=off and calls no multiply-add operation.
 //
 // Threads: everything here is reentrant. The tables are built on first use (thread-safe) and
 // are read-only afterwards.
 #pragma once
 
 #include <cstdint>
-
-// Simple element-wise loops are compiled for the wide instruction sets too, the one the
-// processor has picked at load time (GCC's function multi-versioning on ELF platforms). Such
-// loops hold no multiply-add, so every version gives the same bits. Not in sanitizer builds:
-// the versions' resolvers run before the sanitizer's runtime is up.
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__ELF__) && \
-    !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
-#define ZQ_WIDE_CLONES __attribute__((target_clones("avx512f", "avx2", "default")))
-#else
-#define ZQ_WIDE_CLONES
-#endif
-
-#if defined(__GNUC__)
-#define ZQ_UNROLL_8 _Pragma("GCC unroll 8")
-#else
-#define ZQ_UNROLL_8
-#endif
+#include <vector>
 
 namespace spectrum {
 
@@ -43,8 +30,6 @@ constexpr int kLastWindow = 9;
 
 // The kLength values of a window, or null for a function without a window.
 const float* WindowTable(int nFunction);
-// data[n] = table[n] * data[n] for n < kLength.
-void MultiplyByWindow(const float* table, float* data);
 
 // The transform's twiddle factors: for the stage with half size H (1, 2, ..., 2048), the
 // recurrence's (cos n*delta, sin n*delta) for n < H at index H - 1 + n. They depend only on the
@@ -58,28 +43,45 @@ const Twiddles& GetTwiddles();
 // i with its 12 low bits in reverse order, for i < kLength.
 const uint16_t* BitReversal();
 
-// The code paths of the transform. Portable runs everywhere; the others only where the
-// processor has the instruction set (Avx: 4 lanes of double, Avx512: 8 lanes).
-enum class TransformPath { Portable, Avx, Avx512 };
-bool IsPathAvailable(TransformPath path);
-// The widest available path: chosen once, at first use.
-TransformPath SelectedPath();
-const char* PathName(TransformPath path);
+// ---- the kernels (dispatched to the processor's best instruction set) ----------------------
 
 // Radix-2 decimation-in-time transform with bit-reversed input order, kernel e^(+2 pi i kn/N),
 // unscaled. in must not overlap re or im. No checks: the caller validates the pointers.
 void Transform(const float* in, float* re, float* im);
-void TransformWith(TransformPath path, const float* in, float* re, float* im);
+
+// data[n] = table[n] * data[n] for n < kLength.
+void MultiplyByWindow(const float* table, float* data);
 
 // power[k] = re[k] * re[k] + im[k] * im[k] for k < kBins; power[kBins ..] untouched.
 void Power(const float* re, const float* im, float* power);
 
-namespace detail {
-// Kernels of the wide paths (SpectrumTransformWide.cpp); only called where available.
-void TransformAvx(const float* in, float* re, float* im);
-void TransformAvx512(const float* in, float* re, float* im);
-bool CpuHasAvx();
-bool CpuHasAvx512();
-}  // namespace detail
+// Hold view for i < kBins: shown[i] = power[i] if larger (strictly), then peak[i] = shown[i]
+// if larger (strictly). A NaN never replaces a value.
+void Hold(const float* power, float* shown, float* peak);
+
+// The 5 ms decay for i < kLength: minus one tenth of the lower bound of the value's decade
+// (100 from 1000 up, 0.0001 below 0.01), never below 0.0; a NaN stays NaN.
+void Decay(float* values);
+
+// ---- the instruction sets ---------------------------------------------------------------
+// Targets are Highway's target bits (HWY_AVX2 and so on).
+
+// The targets the kernels were built for that this processor runs, best first (while a
+// ScopedKernelTarget lives, only its target).
+std::vector<int64_t> KernelTargets();
+// The target the kernels run on now.
+int64_t ActiveKernelTarget();
+// "AVX3", "AVX2", "SSE4", "SSSE3", "SCALAR", "NEON", "SVE", ...
+const char* KernelTargetName(int64_t target);
+
+// While it lives, the kernels run on the given target only, one of KernelTargets(): for tests
+// and benchmarks, which compare the targets in one process. Process-wide; one at a time.
+class ScopedKernelTarget {
+public:
+    explicit ScopedKernelTarget(int64_t target);
+    ~ScopedKernelTarget();
+    ScopedKernelTarget(const ScopedKernelTarget&) = delete;
+    ScopedKernelTarget& operator=(const ScopedKernelTarget&) = delete;
+};
 
 }  // namespace spectrum

@@ -1,4 +1,4 @@
-// The transform's tables, its portable path, the choice of path, and the power.
+// The transform's tables: twiddle factors and bit reversal, built once.
 #include <cmath>
 #include <memory>
 
@@ -49,42 +49,6 @@ struct BitReversalTable {
     }
 };
 
-// One radix-2 stage, one butterfly at a time.
-void PortableStage(int half, const double* cosines, const double* sines, float* re, float* im) {
-    for (int block = 0; block < kLength; block += 2 * half) {
-        for (int n = 0; n < half; ++n) {
-            const int j = block + n;
-            const int k = j + half;
-            const double ar = cosines[n];
-            const double ai = sines[n];
-            const double tr = ar * re[k] - ai * im[k];
-            const double ti = ar * im[k] + ai * re[k];
-            re[k] = static_cast<float>(static_cast<double>(re[j]) - tr);
-            im[k] = static_cast<float>(static_cast<double>(im[j]) - ti);
-            re[j] = static_cast<float>(tr) + re[j];
-            im[j] = static_cast<float>(ti) + im[j];
-        }
-    }
-}
-
-void TransformPortable(const float* in, float* re, float* im) {
-    const uint16_t* reversed = BitReversal();
-    for (int i = 0; i < kLength; ++i) {
-        re[reversed[i]] = in[i];
-        im[reversed[i]] = 0.0f;
-    }
-    const Twiddles& twiddles = GetTwiddles();
-    for (int half = 1; half < kLength; half *= 2) {
-        PortableStage(half, twiddles.re + half - 1, twiddles.im + half - 1, re, im);
-    }
-}
-
-TransformPath PickPath() {
-    if (IsPathAvailable(TransformPath::Avx512)) return TransformPath::Avx512;
-    if (IsPathAvailable(TransformPath::Avx)) return TransformPath::Avx;
-    return TransformPath::Portable;
-}
-
 }  // namespace
 
 const Twiddles& GetTwiddles() {
@@ -95,49 +59,6 @@ const Twiddles& GetTwiddles() {
 const uint16_t* BitReversal() {
     static const BitReversalTable table;
     return table.index;
-}
-
-bool IsPathAvailable(TransformPath path) {
-    switch (path) {
-        case TransformPath::Portable: return true;
-        case TransformPath::Avx: return detail::CpuHasAvx();
-        case TransformPath::Avx512: return detail::CpuHasAvx512();
-    }
-    return false;
-}
-
-TransformPath SelectedPath() {
-    static const TransformPath path = PickPath();
-    return path;
-}
-
-const char* PathName(TransformPath path) {
-    switch (path) {
-        case TransformPath::Portable: return "portable";
-        case TransformPath::Avx: return "avx";
-        case TransformPath::Avx512: return "avx512";
-    }
-    return "?";
-}
-
-void TransformWith(TransformPath path, const float* in, float* re, float* im) {
-    switch (path) {
-        case TransformPath::Avx512:
-            if (detail::CpuHasAvx512()) return detail::TransformAvx512(in, re, im);
-            break;
-        case TransformPath::Avx:
-            if (detail::CpuHasAvx()) return detail::TransformAvx(in, re, im);
-            break;
-        case TransformPath::Portable:
-            break;
-    }
-    TransformPortable(in, re, im);
-}
-
-void Transform(const float* in, float* re, float* im) { TransformWith(SelectedPath(), in, re, im); }
-
-ZQ_WIDE_CLONES void Power(const float* __restrict re, const float* __restrict im, float* __restrict power) {
-    for (int k = 0; k < kBins; ++k) power[k] = re[k] * re[k] + im[k] * im[k];
 }
 
 }  // namespace spectrum

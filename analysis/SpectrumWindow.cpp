@@ -96,8 +96,4 @@ const float* WindowTable(int nFunction) {
     return Tables().values[nFunction - kFirstWindow];
 }
 
-ZQ_WIDE_CLONES void MultiplyByWindow(const float* __restrict table, float* __restrict data) {
-    for (int n = 0; n < kLength; ++n) data[n] = table[n] * data[n];
-}
-
 }  // namespace spectrum

@@ -1,20 +1,19 @@
-// Windows, transform and power: bit for bit against the plain arithmetic (spectrum_reference.h)
-// on every code path the processor offers, the transform against a double-precision DFT, and
-// the documented values and refusals.
+// Windows, transform and power through the analyzer: bit for bit against the plain arithmetic
+// (spectrum_reference.h) on the instruction set chosen at run time (spectrum_kernel_test.cpp
+// takes every one), the transform against a double-precision DFT, and the documented values
+// and refusals.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <numbers>
-#include <cstdio>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "analysis/AudioAnalyzer.h"
 #include "analysis/SpectrumMath.h"
+#include "kernel_targets.h"
 #include "spectrum_reference.h"
 
 namespace {
@@ -22,51 +21,8 @@ namespace {
 constexpr int N = 4096;
 using Samples = std::vector<float>;
 
-Samples RandomSamples(unsigned seed, float scale = 1.0f) {
-    std::mt19937 generator(seed);
-    std::uniform_real_distribution<float> uniform(-scale, scale);
-    Samples samples(N);
-    for (float& s : samples) s = uniform(generator);
-    return samples;
-}
-
-// Inputs that stress rounding and signed zeros: a wide dynamic range, tiny and negative-zero
-// samples, an impulse and a constant.
-std::vector<Samples> AwkwardInputs() {
-    std::vector<Samples> inputs;
-    Samples wide = RandomSamples(11);
-    for (int i = 0; i < N; ++i) wide[i] *= std::ldexp(1.0f, (i * 37) % 60 - 30);
-    inputs.push_back(wide);
-    Samples zeros(N, 0.0f);
-    for (int i = 0; i < N; i += 3) zeros[i] = -0.0f;
-    inputs.push_back(zeros);
-    Samples tiny = RandomSamples(12, 1.0e-36f);  // products reach the subnormal range
-    inputs.push_back(tiny);
-    Samples impulse(N, 0.0f);
-    impulse[1] = 1.0f;
-    inputs.push_back(impulse);
-    inputs.push_back(Samples(N, 0.3f));
-    return inputs;
-}
-
-bool SameBits(const Samples& a, const Samples& b) {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
-}
-
-int FirstDifference(const Samples& a, const Samples& b) {
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (std::memcmp(&a[i], &b[i], sizeof(float)) != 0) return static_cast<int>(i);
-    }
-    return -1;
-}
-
-std::vector<spectrum::TransformPath> AvailablePaths() {
-    std::vector<spectrum::TransformPath> paths;
-    for (auto path : {spectrum::TransformPath::Portable, spectrum::TransformPath::Avx, spectrum::TransformPath::Avx512}) {
-        if (spectrum::IsPathAvailable(path)) paths.push_back(path);
-    }
-    return paths;
-}
+using zqtest::RandomSamples;
+using zqtest::SameBits;
 
 TEST(SpectrumWindows, EveryFunctionMatchesItsFormulaBitForBit) {
     CAudioAnalyzer analyzer;
@@ -76,9 +32,7 @@ TEST(SpectrumWindows, EveryFunctionMatchesItsFormulaBitForBit) {
             Samples actual = expected;
             reference::ApplyWindow(function, expected.data());
             analyzer.ApplyWindow(function, actual.data());
-            EXPECT_TRUE(SameBits(expected, actual))
-                << "window " << function << ", seed " << seed << ", first difference at "
-                << FirstDifference(expected, actual);
+            EXPECT_TRUE(SameBits(expected, actual)) << "window " << function << ", seed " << seed;
         }
     }
 }
@@ -111,52 +65,8 @@ TEST(SpectrumWindows, ListedValues) {
     for (int none : {0, 10, -7}) EXPECT_TRUE(SameBits(window(none), Samples(N, 1.0f))) << "function " << none;
 }
 
-TEST(SpectrumTransform, EveryPathMatchesThePlainArithmeticBitForBit) {
-    std::vector<Samples> inputs = AwkwardInputs();
-    for (unsigned seed = 20; seed < 26; ++seed) inputs.push_back(RandomSamples(seed));
-    for (spectrum::TransformPath path : AvailablePaths()) {
-        for (size_t n = 0; n < inputs.size(); ++n) {
-            Samples expectedRe(N), expectedIm(N), re(N, 7.0f), im(N, 7.0f);
-            reference::ComputeFFT(inputs[n].data(), expectedRe.data(), expectedIm.data());
-            spectrum::TransformWith(path, inputs[n].data(), re.data(), im.data());
-            EXPECT_TRUE(SameBits(expectedRe, re)) << spectrum::PathName(path) << ", input " << n
-                                                 << ", real part differs first at " << FirstDifference(expectedRe, re);
-            EXPECT_TRUE(SameBits(expectedIm, im)) << spectrum::PathName(path) << ", input " << n
-                                                 << ", imaginary part differs first at "
-                                                 << FirstDifference(expectedIm, im);
-        }
-    }
-    if (AvailablePaths().size() < 3) {
-        std::printf("note: this processor lacks a wide path; only %zu of 3 paths were compared\n",
-                    AvailablePaths().size());
-    }
-}
-
-TEST(SpectrumTransform, EveryPathSpreadsInfinitiesAndNaNsAsThePlainArithmetic) {
-    Samples infinite = RandomSamples(27);
-    infinite[5] = std::numeric_limits<float>::infinity();
-    Samples notANumber = RandomSamples(28);
-    notANumber[2048] = std::numeric_limits<float>::quiet_NaN();
-    Samples huge(N, 3.0e38f);  // sums overflow
-    for (const Samples& input : {infinite, notANumber, huge}) {
-        Samples expectedRe(N), expectedIm(N);
-        reference::ComputeFFT(input.data(), expectedRe.data(), expectedIm.data());
-        for (spectrum::TransformPath path : AvailablePaths()) {
-            Samples re(N), im(N);
-            spectrum::TransformWith(path, input.data(), re.data(), im.data());
-            // The same bits, except that a NaN may carry another payload.
-            for (int k = 0; k < N; ++k) {
-                ASSERT_TRUE(std::isnan(expectedRe[k]) ? std::isnan(re[k]) : std::memcmp(&re[k], &expectedRe[k], 4) == 0)
-                    << spectrum::PathName(path) << " re " << k << ": " << re[k] << " vs " << expectedRe[k];
-                ASSERT_TRUE(std::isnan(expectedIm[k]) ? std::isnan(im[k]) : std::memcmp(&im[k], &expectedIm[k], 4) == 0)
-                    << spectrum::PathName(path) << " im " << k << ": " << im[k] << " vs " << expectedIm[k];
-            }
-        }
-    }
-}
-
-TEST(SpectrumTransform, AnalyzerUsesTheWidestPathWithItsTablesReused) {
-    EXPECT_EQ(spectrum::SelectedPath(), AvailablePaths().back());
+TEST(SpectrumTransform, AnalyzerUsesTheBestTargetWithItsTablesReused) {
+    EXPECT_EQ(spectrum::ActiveKernelTarget(), zqtest::KernelTargets().front());
     CAudioAnalyzer analyzer;
     const Samples input = RandomSamples(31), other = RandomSamples(32);
     Samples expectedRe(N), expectedIm(N), re(N), im(N);
@@ -216,7 +126,7 @@ TEST(SpectrumPower, SquaresOfTheLowerHalfOnly) {
     Samples expected(N, -1.0f), power(N, -1.0f);
     reference::ComputePower(re.data(), im.data(), expected.data());
     analyzer.ComputePower(re.data(), im.data(), power.data());
-    EXPECT_TRUE(SameBits(expected, power)) << "first difference at " << FirstDifference(expected, power);
+    EXPECT_TRUE(SameBits(expected, power));
     EXPECT_EQ(power[2048], -1.0f);
     EXPECT_EQ(power[4095], -1.0f);
 }

@@ -1,6 +1,7 @@
 // The spectrum's arithmetic written out plainly, step by step as the analyzer's documentation
 // gives it: the window values computed afresh for every sample, the twiddle recurrence run for
-// every block, the bit reversal as its own pass. The fast code must match it bit for bit.
+// every block, the bit reversal as its own pass, the display's comparisons as branches. The
+// kernels must match it bit for bit on every instruction set.
 #pragma once
 
 #include <cmath>
@@ -96,6 +97,38 @@ inline void ComputeFFT(const float* pIn, float* pRe, float* pIm) {
 
 inline void ComputePower(const float* pRe, const float* pIm, float* pPower) {
     for (int k = 0; k < 2048; ++k) pPower[k] = pRe[k] * pRe[k] + pIm[k] * pIm[k];
+}
+
+// The hold view's loop over the spectrum's bins: both comparisons strict.
+inline void Hold(const float* pPower, float* pShown, float* pPeak) {
+    for (int i = 0; i < 2048; ++i) {
+        if (pPower[i] > pShown[i]) pShown[i] = pPower[i];
+        if (pShown[i] > pPeak[i]) pPeak[i] = pShown[i];
+    }
+}
+
+// The 5 ms decay of 4096 displayed values, by the table of decades.
+inline void Decay(float* pValues) {
+    for (int i = 0; i < 4096; ++i) {
+        const float x = pValues[i];
+        float y;
+        if (x >= 1000.0f) {
+            y = x - 100.0f;
+        } else if (x >= 100.0f) {
+            y = x - 10.0f;
+        } else if (x >= 10.0f) {
+            y = x - 1.0f;
+        } else if (x >= 1.0f) {
+            y = x - 0.1f;
+        } else if (x >= 0.1f) {
+            y = x - 0.01f;
+        } else if (x >= 0.01f) {
+            y = x - 0.001f;
+        } else {
+            y = x - 0.0001f;
+        }
+        pValues[i] = y < 0.0f ? 0.0f : y;
+    }
 }
 
 }  // namespace reference
