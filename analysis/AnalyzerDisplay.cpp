@@ -10,8 +10,8 @@
 // The decay and the peak reset, which run apart from the tick, cover all 4096.
 #include <algorithm>
 
-#include "AnalyzerSide.h"
-#include "SpectrumMath.h"
+#include "analysis/AnalyzerSide.h"
+#include "analysis/SpectrumMath.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <hwy/foreach_target.h>  // must come before highway.h
 #include <hwy/highway.h>
 
-#include "SpectrumMath.h"
+#include "analysis/SpectrumMath.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace spectrum {

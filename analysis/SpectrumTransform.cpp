@@ -2,7 +2,7 @@
 #include <cmath>
 #include <memory>
 
-#include "SpectrumMath.h"
+#include "analysis/SpectrumMath.h"
 
 namespace spectrum {
 namespace {

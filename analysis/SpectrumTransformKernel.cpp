@@ -37,7 +37,7 @@
 
 #include <cmath>
 
-#include "SpectrumMath.h"
+#include "analysis/SpectrumMath.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace spectrum {
