@@ -33,8 +33,11 @@
 #ifndef WM_USER
 #define WM_USER 0x0400
 #endif
-#define WM_AUDIO_RENDER_CHANGED (WM_USER + 200)    // posted; wParam 0, lParam 0
-#define WM_AUDIO_DEVICE_CHANGED (WM_USER + 204)    // wParam 0: list refreshed (sent); 1: removed (posted)
+// Posted; wParam 0, lParam 0: the default speaker changed, or the render stream keeps failing.
+#define WM_AUDIO_RENDER_CHANGED (WM_USER + 200)
+// wParam 0: the microphone list was refreshed (sent), or the capture stream keeps failing
+// (posted); 1: a microphone was removed (posted).
+#define WM_AUDIO_DEVICE_CHANGED (WM_USER + 204)
 #define WM_SESSION_VOLUME_CHANGED (WM_USER + 210)  // posted; wParam: float bits of the volume, lParam: mute
 
 class CAudioCapture;
