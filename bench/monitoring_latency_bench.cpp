@@ -58,22 +58,22 @@ double Median(std::vector<double> values) {
 }
 
 zqvm::EndpointSpec SpeakerSpec(const FormatPair& pair, double phaseMs, double ppm) {
-    zqvm::EndpointSpec spec;
-    spec.name = L"Speakers";
-    spec.rate = pair.speakerRate;
-    spec.keepSeconds = 12;
-    spec.ppm = ppm;
-    spec.phaseMs = phaseMs;
-    return spec;
+    zqvm::EndpointSpec endpointSpec;
+    endpointSpec.name = L"Speakers";
+    endpointSpec.rate = pair.speakerRate;
+    endpointSpec.keepSeconds = 12;
+    endpointSpec.ppm = ppm;
+    endpointSpec.phaseMs = phaseMs;
+    return endpointSpec;
 }
 
 zqvm::EndpointSpec MicSpec(const FormatPair& pair) {
-    zqvm::EndpointSpec spec;
-    spec.name = L"Microphone";
-    spec.rate = pair.micRate;
-    spec.channels = pair.micChannels;
-    spec.source = zqvm::CaptureSource::Impulse(0.9, static_cast<uint32_t>(pair.micRate * kImpulseSpacing));
-    return spec;
+    zqvm::EndpointSpec endpointSpec;
+    endpointSpec.name = L"Microphone";
+    endpointSpec.rate = pair.micRate;
+    endpointSpec.channels = pair.micChannels;
+    endpointSpec.source = zqvm::CaptureSource::Impulse(0.9, static_cast<uint32_t>(pair.micRate * kImpulseSpacing));
+    return endpointSpec;
 }
 
 // The monitoring path between one microphone and one speaker, driven period by period.

@@ -82,17 +82,17 @@ struct Streaming {
     Streaming() : machine(SpeakerSpec(), MicSpec()), mic(machine.mic), core(machine.core) { core->Start(); }
     static zqvm::EndpointSpec SpeakerSpec() {
         t_isBenchmarkThread = true;  // before anything is made: the machine is the benchmark's
-        zqvm::EndpointSpec spec;
-        spec.name = L"Speakers";
-        spec.rate = 48000;
-        return spec;
+        zqvm::EndpointSpec endpointSpec;
+        endpointSpec.name = L"Speakers";
+        endpointSpec.rate = 48000;
+        return endpointSpec;
     }
     static zqvm::EndpointSpec MicSpec() {
-        zqvm::EndpointSpec spec;
-        spec.name = L"Microphone";
-        spec.rate = 44100;
-        spec.source = zqvm::CaptureSource::Tone(1000.0, 0.5);
-        return spec;
+        zqvm::EndpointSpec endpointSpec;
+        endpointSpec.name = L"Microphone";
+        endpointSpec.rate = 44100;
+        endpointSpec.source = zqvm::CaptureSource::Tone(1000.0, 0.5);
+        return endpointSpec;
     }
     // One device period of both streams, waited for until both threads have handled it.
     bool Period() {

@@ -143,11 +143,11 @@ TEST_F(DeviceClockTest, ClocksOutOfRangeAreRefusedAndChangeNothing) {
     ASSERT_EQ(stream.client->Stop(), S_OK);
     EXPECT_EQ(zqvm::RenderedFrameCount(id), 48000u);
 
-    zqvm::EndpointSpec spec;
-    spec.flow = eRender;
-    spec.ppm = 1500.0;
+    zqvm::EndpointSpec endpointSpec;
+    endpointSpec.flow = eRender;
+    endpointSpec.ppm = 1500.0;
     std::string error;
-    EXPECT_TRUE(zqvm::AddEndpoint(spec, &error).empty());
+    EXPECT_TRUE(zqvm::AddEndpoint(endpointSpec, &error).empty());
     EXPECT_NE(error.find("ppm"), std::string::npos) << error;
 }
 

@@ -130,7 +130,7 @@ void ToneFeeder::PlayUntilStopped() {
 }
 
 std::vector<float> Record(const std::string& source, uint32_t rate, uint16_t channels, double seconds) {
-    pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, rate, static_cast<uint8_t>(channels)};
+    pa_sample_spec sampleSpec{PA_SAMPLE_FLOAT32LE, rate, static_cast<uint8_t>(channels)};
     pa_buffer_attr attributes{static_cast<uint32_t>(-1), static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
                               static_cast<uint32_t>(-1), rate / 100 * channels * 4};
     // Beyond the layouts the server names, the channels are auxiliary ones, as the device has them.
@@ -138,7 +138,7 @@ std::vector<float> Record(const std::string& source, uint32_t rate, uint16_t cha
     pa_channel_map_init_extend(&map, channels, channels > 8 ? PA_CHANNEL_MAP_AUX : PA_CHANNEL_MAP_DEFAULT);
     int error = 0;
     pa_simple* recorder = pa_simple_new(nullptr, "zqCoreAudio test", PA_STREAM_RECORD, source.c_str(), "recorder",
-                                        &spec, &map, &attributes, &error);
+                                        &sampleSpec, &map, &attributes, &error);
     if (recorder == nullptr) {
         ADD_FAILURE() << "cannot record " << source << ": " << pa_strerror(error);
         return {};

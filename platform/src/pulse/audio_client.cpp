@@ -42,8 +42,8 @@ public:
         if (pFormat == nullptr) return E_POINTER;
         if (ShareMode == AUDCLNT_SHAREMODE_EXCLUSIVE) return AUDCLNT_E_UNSUPPORTED_FORMAT;
         if (ShareMode != AUDCLNT_SHAREMODE_SHARED || ppClosestMatch == nullptr) return E_INVALIDARG;
-        const pa_sample_spec& spec = m_stream->Device().spec;
-        const bool same = pFormat->nChannels == spec.channels && pFormat->nSamplesPerSec == spec.rate &&
+        const pa_sample_spec& sampleSpec = m_stream->Device().sampleSpec;
+        const bool same = pFormat->nChannels == sampleSpec.channels && pFormat->nSamplesPerSec == sampleSpec.rate &&
                           pFormat->wBitsPerSample == 32 &&
                           (pFormat->wFormatTag == WAVE_FORMAT_IEEE_FLOAT ||
                            (pFormat->wFormatTag == WAVE_FORMAT_EXTENSIBLE && pFormat->cbSize >= 22 &&
@@ -51,7 +51,7 @@ public:
                                 KSDATAFORMAT_SUBTYPE_IEEE_FLOAT));
         if (same) return S_OK;
         // Shared mode takes the mix format only: that is the closest match.
-        *ppClosestMatch = TaskMemMixFormat(spec, m_stream->Device().channelMap);
+        *ppClosestMatch = TaskMemMixFormat(sampleSpec, m_stream->Device().channelMap);
         return *ppClosestMatch != nullptr ? S_FALSE : E_OUTOFMEMORY;
     }
 
@@ -59,7 +59,7 @@ public:
         if (ppDeviceFormat == nullptr) return E_POINTER;
         *ppDeviceFormat = nullptr;
         if (!m_stream->Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
-        *ppDeviceFormat = TaskMemMixFormat(m_stream->Device().spec, m_stream->Device().channelMap);
+        *ppDeviceFormat = TaskMemMixFormat(m_stream->Device().sampleSpec, m_stream->Device().channelMap);
         return *ppDeviceFormat != nullptr ? S_OK : E_OUTOFMEMORY;
     }
 

@@ -41,7 +41,7 @@ Endpoint Describe(const Info& info, EDataFlow flow) {
     endpoint.flow = flow;
     endpoint.index = info.index;
     endpoint.description = Widen(info.description != nullptr ? info.description : info.name);
-    endpoint.spec = info.sample_spec;
+    endpoint.sampleSpec = info.sample_spec;
     endpoint.channelMap = info.channel_map;
     endpoint.state = info.active_port != nullptr && info.active_port->available == PA_PORT_AVAILABLE_NO
                          ? DEVICE_STATE_UNPLUGGED

@@ -40,7 +40,7 @@ struct Endpoint {
     EDataFlow flow = eRender;
     uint32_t index = PA_INVALID_INDEX;
     std::wstring description;
-    pa_sample_spec spec{};
+    pa_sample_spec sampleSpec{};
     pa_channel_map channelMap{};
     // DEVICE_STATE_UNPLUGGED when its active port is unavailable; DEVICE_STATE_NOTPRESENT once
     // the server dropped it (kept so that its properties stay readable, index then invalid).

@@ -41,7 +41,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetChannelCount(UINT* pnChannelCount) override {
         if (pnChannelCount == nullptr) return E_POINTER;
-        *pnChannelCount = m_endpoint.spec.channels;
+        *pnChannelCount = m_endpoint.sampleSpec.channels;
         return S_OK;
     }
 
@@ -69,11 +69,11 @@ public:
         return SetChannel(nChannel, FromScalar(fLevel));
     }
     HRESULT STDMETHODCALLTYPE GetChannelVolumeLevel(UINT nChannel, float* pfLevelDB) override {
-        if (nChannel >= m_endpoint.spec.channels) return E_INVALIDARG;
+        if (nChannel >= m_endpoint.sampleSpec.channels) return E_INVALIDARG;
         return Read(pfLevelDB, [nChannel](const Endpoint& now) { return Db(now.volume.values[nChannel]); });
     }
     HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT nChannel, float* pfLevel) override {
-        if (nChannel >= m_endpoint.spec.channels) return E_INVALIDARG;
+        if (nChannel >= m_endpoint.sampleSpec.channels) return E_INVALIDARG;
         return Read(pfLevel, [nChannel](const Endpoint& now) { return ToScalar(now.volume.values[nChannel]); });
     }
 
@@ -151,11 +151,11 @@ private:
     }
     HRESULT SetAll(pa_volume_t level) {
         pa_cvolume volume;
-        pa_cvolume_set(&volume, m_endpoint.spec.channels, level);
+        pa_cvolume_set(&volume, m_endpoint.sampleSpec.channels, level);
         return Send(volume);
     }
     HRESULT SetChannel(UINT channel, pa_volume_t level) {
-        if (channel >= m_endpoint.spec.channels) return E_INVALIDARG;
+        if (channel >= m_endpoint.sampleSpec.channels) return E_INVALIDARG;
         const std::optional<Endpoint> now = Now();
         if (!now) return AUDCLNT_E_DEVICE_INVALIDATED;
         pa_cvolume volume = now->volume;

@@ -58,7 +58,7 @@ private:
 
 HRESULT CreateMeter(std::shared_ptr<Connection> connection, const Endpoint& endpoint, REFIID riid, void** ppv) {
     std::shared_ptr<Session> session = connection->SessionOf(endpoint);
-    auto* meter = new (std::nothrow) Meter(std::move(connection), std::move(session), endpoint.spec.channels);
+    auto* meter = new (std::nothrow) Meter(std::move(connection), std::move(session), endpoint.sampleSpec.channels);
     if (meter == nullptr) return E_OUTOFMEMORY;
     const HRESULT hr = meter->QueryInterface(riid, ppv);
     meter->Release();

@@ -49,20 +49,20 @@ DWORD ChannelMask(const pa_channel_map& map) {
 
 }  // namespace
 
-WAVEFORMATEX* TaskMemMixFormat(const pa_sample_spec& spec, const pa_channel_map& channelMap) {
+WAVEFORMATEX* TaskMemMixFormat(const pa_sample_spec& sampleSpec, const pa_channel_map& channelMap) {
     auto* format = static_cast<WAVEFORMATEXTENSIBLE*>(CoTaskMemAlloc(sizeof(WAVEFORMATEXTENSIBLE)));
     if (format == nullptr) return nullptr;
     *format = WAVEFORMATEXTENSIBLE{};
     WAVEFORMATEX& wave = format->Format;
     wave.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
-    wave.nChannels = spec.channels;
-    wave.nSamplesPerSec = spec.rate;
+    wave.nChannels = sampleSpec.channels;
+    wave.nSamplesPerSec = sampleSpec.rate;
     wave.wBitsPerSample = 32;
-    wave.nBlockAlign = static_cast<WORD>(spec.channels * sizeof(float));
-    wave.nAvgBytesPerSec = spec.rate * wave.nBlockAlign;
+    wave.nBlockAlign = static_cast<WORD>(sampleSpec.channels * sizeof(float));
+    wave.nAvgBytesPerSec = sampleSpec.rate * wave.nBlockAlign;
     wave.cbSize = sizeof(WAVEFORMATEXTENSIBLE) - sizeof(WAVEFORMATEX);
     format->Samples.wValidBitsPerSample = 32;
-    format->dwChannelMask = channelMap.channels == spec.channels ? ChannelMask(channelMap) : 0;
+    format->dwChannelMask = channelMap.channels == sampleSpec.channels ? ChannelMask(channelMap) : 0;
     format->SubFormat = KSDATAFORMAT_SUBTYPE_IEEE_FLOAT;
     return &format->Format;
 }

@@ -35,6 +35,6 @@ HRESULT CreateMeter(std::shared_ptr<Connection> connection, const Endpoint& endp
 
 // The mix format of a device: its rate and channels as 32-bit float WAVEFORMATEXTENSIBLE, in
 // task memory; null when out of memory (mix_format.cpp).
-WAVEFORMATEX* TaskMemMixFormat(const pa_sample_spec& spec, const pa_channel_map& channelMap);
+WAVEFORMATEX* TaskMemMixFormat(const pa_sample_spec& sampleSpec, const pa_channel_map& channelMap);
 
 }  // namespace zqplatform::pulse

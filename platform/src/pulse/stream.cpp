@@ -19,8 +19,8 @@ uint32_t FramesIn(REFERENCE_TIME duration, uint32_t rate) {
 }
 
 // The one format shared mode takes: the device's mix format, 32-bit float.
-bool IsMixFormat(const WAVEFORMATEX* format, const pa_sample_spec& spec) {
-    if (format->nChannels != spec.channels || format->nSamplesPerSec != spec.rate || format->wBitsPerSample != 32)
+bool IsMixFormat(const WAVEFORMATEX* format, const pa_sample_spec& sampleSpec) {
+    if (format->nChannels != sampleSpec.channels || format->nSamplesPerSec != sampleSpec.rate || format->wBitsPerSample != 32)
         return false;
     if (format->wFormatTag == WAVE_FORMAT_IEEE_FLOAT) return true;
     if (format->wFormatTag != WAVE_FORMAT_EXTENSIBLE || format->cbSize < 22) return false;
@@ -30,8 +30,8 @@ bool IsMixFormat(const WAVEFORMATEX* format, const pa_sample_spec& spec) {
 
 void Report(const Endpoint& endpoint, const char* what, const char* why) {
     const std::wstring text = L"zqplatform: pulse: " + audio::WideFromUtf8(what) + L" on " + endpoint.id + L" (" +
-                              std::to_wstring(endpoint.spec.rate) + L" Hz, " +
-                              std::to_wstring(endpoint.spec.channels) + L" channels): " + audio::WideFromUtf8(why) +
+                              std::to_wstring(endpoint.sampleSpec.rate) + L" Hz, " +
+                              std::to_wstring(endpoint.sampleSpec.channels) + L" channels): " + audio::WideFromUtf8(why) +
                               L"\n";
     OutputDebugStringW(text.c_str());
 }
@@ -43,7 +43,7 @@ Stream::Stream(std::shared_ptr<Connection> connection, Endpoint endpoint, std::s
       m_endpoint(std::move(endpoint)),
       m_session(std::move(session)),
       m_capture(m_endpoint.flow == eCapture),
-      m_blockAlign(static_cast<uint32_t>(m_endpoint.spec.channels) * sizeof(float)) {}
+      m_blockAlign(static_cast<uint32_t>(m_endpoint.sampleSpec.channels) * sizeof(float)) {}
 
 Stream::~Stream() {
     {
@@ -87,10 +87,10 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
     if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
     // A desktop server mixes every stream: there is no exclusive mode to give.
     if (shareMode != AUDCLNT_SHAREMODE_SHARED) return AUDCLNT_E_UNSUPPORTED_FORMAT;
-    if (!IsMixFormat(format, m_endpoint.spec)) return AUDCLNT_E_UNSUPPORTED_FORMAT;
+    if (!IsMixFormat(format, m_endpoint.sampleSpec)) return AUDCLNT_E_UNSUPPORTED_FORMAT;
     if (bufferDuration < 0) return E_INVALIDARG;
 
-    const uint32_t rate = m_endpoint.spec.rate;
+    const uint32_t rate = m_endpoint.sampleSpec.rate;
     m_eventDriven = (streamFlags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) != 0;
     m_packetFrames = std::max<uint32_t>(1, FramesIn(kDevicePeriod, rate));
     m_bufferFrames = std::max(FramesIn(bufferDuration, rate), 2 * m_packetFrames);
@@ -102,13 +102,13 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
         return E_OUTOFMEMORY;
     }
 
-    pa_sample_spec spec = m_endpoint.spec;
-    spec.format = PA_SAMPLE_FLOAT32LE;
+    pa_sample_spec sampleSpec = m_endpoint.sampleSpec;
+    sampleSpec.format = PA_SAMPLE_FLOAT32LE;
     Connection::Locked lock(*m_connection);
     pa_proplist* properties = pa_proplist_new();
     pa_proplist_sets(properties, PA_PROP_MEDIA_ROLE, m_capture ? "production" : "music");
     m_stream = pa_stream_new_with_proplist(m_connection->Context(), m_capture ? "zqCoreAudio capture" : "zqCoreAudio render",
-                                           &spec, &m_endpoint.channelMap, properties);
+                                           &sampleSpec, &m_endpoint.channelMap, properties);
     pa_proplist_free(properties);
     if (m_stream == nullptr) {
         Report(m_endpoint, "cannot make a stream", pa_strerror(pa_context_errno(m_connection->Context())));
@@ -138,7 +138,7 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
         connected = pa_stream_connect_record(m_stream, m_endpoint.name.c_str(), &attributes, flags);
     } else {
         pa_cvolume volume;
-        pa_cvolume_set(&volume, spec.channels, m_session->ServerLevel());
+        pa_cvolume_set(&volume, sampleSpec.channels, m_session->ServerLevel());
         connected = pa_stream_connect_playback(m_stream, m_endpoint.name.c_str(), &attributes, flags, &volume, nullptr);
     }
     const bool ready = connected == 0 && m_connection->WaitLocked([this] {
@@ -155,10 +155,10 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
     }
     m_serverIndex = pa_stream_get_index(m_stream);
     m_connection->AttachStream(m_endpoint.flow, m_serverIndex, m_session);
-    m_session->AddStream(m_serverIndex, spec.channels);
+    m_session->AddStream(m_serverIndex, sampleSpec.channels);
     if (m_capture && (m_session->ServerLevel() != PA_VOLUME_NORM || m_session->ServerMute())) {
         pa_cvolume volume;
-        pa_cvolume_set(&volume, spec.channels, m_session->ServerLevel());
+        pa_cvolume_set(&volume, sampleSpec.channels, m_session->ServerLevel());
         Connection::Forget(pa_context_set_source_output_volume(m_connection->Context(), m_serverIndex, &volume, nullptr, nullptr));
         Connection::Forget(
             pa_context_set_source_output_mute(m_connection->Context(), m_serverIndex, m_session->ServerMute(), nullptr, nullptr));
