@@ -113,7 +113,6 @@ public:
 
 private:
     void CaptureLoop();
-    void ProcessPacketLocked(const BYTE* data, UINT32 frames);
     void ForwardToRender(const float* engineFrames, int count);
     void SizePacketBuffers(UINT32 frames);
 

@@ -70,10 +70,6 @@ void CAudioCapture::CaptureLoop() {
 
 void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames) {
     Concurrency::critical_section::scoped_lock lock(m_csPacket);
-    ProcessPacketLocked(data, frames);
-}
-
-void CAudioCapture::ProcessPacketLocked(const BYTE* data, UINT32 frames) {
     // Every channel of the copy carries the first channel of the frame, in the device's sample
     // format, so the capture resampler (configured from the mix format) reads it as it expects,
     // and never more than frames x frame size bytes of the packet are read.

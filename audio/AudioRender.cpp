@@ -2,9 +2,9 @@
 #include "audio/AudioRender.h"
 
 #include "audio/AudioCapture.h"
-#include "core/FailureReport.h"
 #include "audio/SharedStreamOpen.h"
 #include "audio/StreamThread.h"
+#include "core/FailureReport.h"
 #include "devices/EndpointProperties.h"
 #include "zqCoreAudio.h"
 

@@ -46,26 +46,28 @@ void CAudioRender::RenderLoop(CAudioCapture* capture) {
             watch.Passed();
             continue;
         }
+        // Whether the device gave no buffer, and what GetBuffer said then.
+        bool noBuffer = false;
+        HRESULT got = S_OK;
 
         // One refill under the capture engine's packet lock: the capture thread queues more
         // only between refills.
         capture->WithQueue([&](CCircularBuffer& queue) {
             capture->NoteRenderDepth(queued + queue.GetCount() / blockAlign);
             const UINT32 frames = std::min<UINT32>(free, static_cast<UINT32>(queue.GetCount() / blockAlign));
-            if (frames == 0) {
-                watch.Passed();
-                return;
-            }
+            if (frames == 0) return;
             BYTE* data = nullptr;
-            hr = m_spRenderClient->GetBuffer(frames, &data);
-            if (FAILED(hr) || data == nullptr) {
-                watch.Failed(L"IAudioRenderClient::GetBuffer", hr);
-                return;
-            }
-            watch.Passed();
+            got = m_spRenderClient->GetBuffer(frames, &data);
+            noBuffer = FAILED(got) || data == nullptr;
+            if (noBuffer) return;
             queue.Read(data, static_cast<size_t>(frames) * blockAlign);
             const DWORD flags = m_bMute.load(std::memory_order_relaxed) ? AUDCLNT_BUFFERFLAGS_SILENT : 0;
             if (FAILED(m_spRenderClient->ReleaseBuffer(frames, flags))) m_unreleased = Unreleased{frames, flags};
         });
+        if (noBuffer) {
+            watch.Failed(L"IAudioRenderClient::GetBuffer", got);
+        } else {
+            watch.Passed();
+        }
     }
 }
