@@ -1,11 +1,8 @@
 // The 4096-point transform: one kernel, compiled by Highway for each instruction set it builds
 // for (foreach_target.h re-includes this file once per target) and chosen at run time.
 //
-// Arithmetic. Each butterfly does exactly the plain transform's operations, lane by lane: the
-// float inputs widened to double, tr = ar*re[k] - ai*im[k] and ti = ar*im[k] + ai*re[k] in
-// double, re[k] = float(re[j] - tr), im[k] = float(im[j] - ti), re[j] = float(tr) + re[j] and
-// im[j] = float(ti) + im[j] in single precision. Lanes hold independent butterflies of a stage;
-// IEEE arithmetic per lane and no contraction keep the bits identical on every target.
+// Arithmetic. Each butterfly does exactly the plain transform's operations, lane by lane
+// (SpectrumButterfly-inl.h). Lanes hold independent butterflies of a stage.
 //
 // Where the table's twiddle is exactly (1.0, +0.0) (the first stage, and n = 0 of the second,
 // as the recurrence gives them here; checked at run time), the butterfly's double arithmetic is
@@ -37,6 +34,7 @@
 
 #include <cmath>
 
+#include "analysis/SpectrumButterfly-inl.h"
 #include "analysis/SpectrumMath.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -46,44 +44,15 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-// At most eight doubles per vector, so that a vector never spans two groups.
-using DD = hn::CappedTag<double, 8>;
-using DF = hn::Rebind<float, DD>;  // as many floats as doubles
-using VD = hn::Vec<DD>;
-using VF = hn::Vec<DF>;
+using butterfly::Butterfly;
+using butterfly::DD;
+using butterfly::DF;
+using butterfly::VD;
+using butterfly::VF;
 
 constexpr int kGroupSize = 8;
 constexpr int kGroups = kLength / kGroupSize;  // 512
 constexpr int kGroupBits = 9;
-
-// Double to float, rounded to nearest, beyond the largest float to infinity: what the
-// processors' conversions do, and what the emulated targets' DemoteTo does not (it clamps to
-// the largest float), so there the conversion is the language's.
-HWY_INLINE VF Narrow(VD v) {
-    const DF df;
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
-    const DD dd;
-    HWY_ALIGN double wide[hn::MaxLanes(dd)];
-    HWY_ALIGN float narrow[hn::MaxLanes(dd)];
-    hn::Store(v, dd, wide);
-    for (size_t i = 0; i < hn::MaxLanes(dd); ++i) narrow[i] = static_cast<float>(wide[i]);
-    return hn::Load(df, narrow);
-#else
-    return hn::DemoteTo(df, v);
-#endif
-}
-
-HWY_INLINE void Butterfly(VF& rj, VF& ij, VF& rk, VF& ik, VD ar, VD ai) {
-    const DD dd;
-    const VD rkd = hn::PromoteTo(dd, rk);
-    const VD ikd = hn::PromoteTo(dd, ik);
-    const VD tr = hn::Sub(hn::Mul(ar, rkd), hn::Mul(ai, ikd));
-    const VD ti = hn::Add(hn::Mul(ar, ikd), hn::Mul(ai, rkd));
-    rk = Narrow(hn::Sub(hn::PromoteTo(dd, rj), tr));
-    ik = Narrow(hn::Sub(hn::PromoteTo(dd, ij), ti));
-    rj = hn::Add(Narrow(tr), rj);
-    ij = hn::Add(Narrow(ti), ij);
-}
 
 // The butterfly with the twiddle (1.0, +0.0), in single precision (see the top of the file).
 HWY_INLINE void IdentityButterfly(VF& rj, VF& ij, VF& rk, VF& ik) {
