@@ -219,28 +219,6 @@ TEST_F(ProductTable, AnEntryWithEmptyNamesMatchesEmptyKeys) {
 
 // ---- encodings and bad files ----
 
-TEST_F(ProductTable, Utf16FilesInEitherByteOrderAreDecoded) {
-    const std::wstring xml =
-        L"<?xml version=\"1.0\" encoding=\"UTF-16\"?><config>"
-        L"<p device_name=\"Mikrofon \u00C4\" friendly_name=\"Mic \U0001F3A4\" api=\"0x1F\" fw=\"300\"/></config>";
-    for (bool bigEndian : {false, true}) {
-        CZQCoreAudio fresh;
-        folder.Write("config.xml", zqtest::Utf16Bytes(zqtest::Utf16(xml), bigEndian));
-        zqtest::LoadConfig(fresh);
-        ASSERT_EQ(fresh.GetProductCount(), 1) << (bigEndian ? "big endian" : "little endian");
-        EXPECT_EQ(fresh.GetProductNameByIndex(0), L"Mikrofon \u00C4");
-        EXPECT_EQ(fresh.GetProductFriendlyNameByIndex(0), L"Mic \U0001F3A4");
-        EXPECT_EQ(fresh.GetProductAPI(0), 31);
-        EXPECT_EQ(fresh.GetProductFW(0), 44);
-    }
-}
-
-TEST_F(ProductTable, Utf8TextWithAByteOrderMarkAndCharacterReferencesIsDecoded) {
-    Load("\xEF\xBB\xBF<config><p device_name=\"Caf\xC3\xA9 &#x1F3A4; &amp; &lt;x&gt;\"/></config>");
-    ASSERT_EQ(core.GetProductCount(), 1);
-    EXPECT_EQ(core.GetProductNameByIndex(0), L"Caf\u00E9 \U0001F3A4 & <x>");
-}
-
 TEST_F(ProductTable, MalformedFilesLeaveTheTableEmpty) {
     const char* const documents[] = {
         "",
@@ -258,22 +236,6 @@ TEST_F(ProductTable, MalformedFilesLeaveTheTableEmpty) {
         folder.Write("config.xml", document);
         zqtest::LoadConfig(fresh);
         EXPECT_EQ(fresh.GetProductCount(), 0) << '"' << document << '"';
-    }
-}
-
-TEST(ProductTableParsing, ATruncatedFileGivesNoEntriesUntilItsConfigElementIsComplete) {
-    const std::string document = kTwoProducts;
-    const size_t complete = document.find("</config>") + std::strlen("</config>");
-    for (size_t length = 0; length <= document.size(); ++length) {
-        std::vector<_ZQ_CONFIG> table;
-        const bool loaded = ParseProductTable(document.data(), length, table);
-        if (length < complete) {
-            EXPECT_FALSE(loaded) << length;
-            EXPECT_TRUE(table.empty()) << length;
-        } else {
-            EXPECT_TRUE(loaded) << length;
-            EXPECT_EQ(table.size(), 2u) << length;
-        }
     }
 }
 

@@ -105,19 +105,4 @@ TEST(KernelThread, ClosingTheOnlyHandleDoesNotStopTheThread) {
     EXPECT_EQ(WaitForSingleObject(gate.finished.get(), kBoundedWaitMs), WAIT_OBJECT_0);  // it ran on
 }
 
-TEST(KernelThread, ThreadCallsRejectOtherHandles) {
-    ScopedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    DWORD exitCode = 123;
-    SetLastError(0);
-    EXPECT_FALSE(GetExitCodeThread(event.get(), &exitCode));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    EXPECT_EQ(exitCode, 123u);
-    SetLastError(0);
-    EXPECT_EQ(ResumeThread(event.get()), static_cast<DWORD>(-1));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    SetLastError(0);
-    EXPECT_EQ(CreateThread(nullptr, 0, nullptr, nullptr, 0, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-}
-
 }  // namespace

@@ -145,38 +145,5 @@ TEST_F(RenderStreamTest, SessionVolumeScalesWhatIsPlayedAndTheMeterShowsItsPeak)
     EXPECT_EQ(peak, 0.0f) << "no stream runs: the meter rests";
 }
 
-TEST_F(RenderStreamTest, AStreamThreadRefillingOnTheEventKeepsThePeriodsFed) {
-    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
-    TestStream stream;
-    stream.Open(id);
-    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
-    Write(render, stream.bufferFrames, 2, 0.0f);
-    HANDLE stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    std::thread writer([&] {
-        const HANDLE events[2] = {stop, stream.event};
-        while (WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0 + 1) {
-            UINT32 padding = 0;
-            stream.client->GetCurrentPadding(&padding);
-            BYTE* data = nullptr;
-            const UINT32 frames = stream.bufferFrames - padding;
-            if (render->GetBuffer(frames, &data) != S_OK) continue;
-            std::memset(data, 0, size_t{frames} * 8);
-            render->ReleaseBuffer(frames, 0);
-        }
-    });
-    ASSERT_EQ(stream.client->Start(), S_OK);
-    for (uint64_t n = 1; n <= 30; ++n) {
-        Step();
-        ASSERT_TRUE(zqvm::WaitForRenderBuffersReleased(id, n + 1, kWaitMs)) << "refill " << n;
-        EXPECT_EQ(stream.Padding(), stream.bufferFrames);
-    }
-    SetEvent(stop);
-    writer.join();
-    CloseHandle(stop);
-    ASSERT_EQ(stream.client->Stop(), S_OK);
-    EXPECT_EQ(zqvm::Underruns(id), 0u);
-    EXPECT_EQ(zqvm::RenderedFrameCount(id), 30u * 480u);
-}
-
 }  // namespace
 }  // namespace vaetest

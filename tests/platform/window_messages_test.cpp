@@ -84,33 +84,6 @@ protected:
     ATOM atom = 0;
 };
 
-TEST_F(WindowMessages, ClassesAreRegisteredOnceAndOutliveNoWindow) {
-    WNDCLASSEXW wc = {};
-    wc.cbSize = sizeof(wc);
-    wc.lpfnWndProc = TestProc;
-    wc.lpszClassName = L"ZQTESTWINDOW";  // names compare without letter case
-    EXPECT_EQ(RegisterClassExW(&wc), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CLASS_ALREADY_EXISTS));
-    wc.cbSize = sizeof(wc) - 1;
-    wc.lpszClassName = L"other";
-    EXPECT_EQ(RegisterClassExW(&wc), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-
-    EXPECT_EQ(CreateWindowExW(0, L"noSuchClass", L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CANNOT_FIND_WND_CLASS));
-
-    Target target;
-    HWND byAtom = CreateWindowExW(0, MAKEINTATOM(atom), L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, &target);
-    ASSERT_NE(byAtom, nullptr);
-    EXPECT_FALSE(UnregisterClassW(kClassName, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CLASS_HAS_WINDOWS));
-    EXPECT_TRUE(DestroyWindow(byAtom));
-    EXPECT_TRUE(UnregisterClassW(kClassName, nullptr));
-    EXPECT_FALSE(UnregisterClassW(kClassName, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CLASS_DOES_NOT_EXIST));
-    SetUp();  // for TearDown
-}
-
 TEST_F(WindowMessages, CreationAndDestructionAreAnnouncedToTheProcedure) {
     Target target;
     HWND hwnd = CreateTestWindow(&target);
@@ -190,24 +163,6 @@ TEST_F(WindowMessages, PeekFiltersByWindowOrThreadAndRangeAndRemovesOnlyWhenAske
     while (PeekMessageW(&msg, hwnd, 0, 0, PM_REMOVE)) order.push_back(msg.wParam);
     EXPECT_EQ(order, (std::vector<WPARAM>{1, 2}));
     EXPECT_FALSE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));
-    EXPECT_TRUE(DestroyWindow(hwnd));
-}
-
-TEST_F(WindowMessages, QuitComesAfterThePostedMessagesWithItsExitCode) {
-    Target target;
-    HWND hwnd = CreateTestWindow(&target);
-    ASSERT_NE(hwnd, nullptr);
-    PostMessageW(hwnd, WM_USER + 1, 0, 0);
-    PostQuitMessage(7);
-    PostMessageW(hwnd, WM_USER + 2, 0, 0);
-    EXPECT_EQ(zqvm::PumpMessagesFor(kBoundedMs), 2);  // stops at WM_QUIT and leaves it queued
-    MSG msg = {};
-    EXPECT_EQ(GetMessageW(&msg, nullptr, 0, 0), FALSE);
-    EXPECT_EQ(msg.message, static_cast<UINT>(WM_QUIT));
-    EXPECT_EQ(msg.wParam, 7u);
-    EXPECT_EQ(target.Of(WM_USER + 1).size(), 1u);
-    EXPECT_EQ(target.Of(WM_USER + 2).size(), 1u);
-    EXPECT_FALSE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));  // taken once only
     EXPECT_TRUE(DestroyWindow(hwnd));
 }
 
@@ -333,28 +288,6 @@ TEST_F(WindowMessages, ASenderGetsZeroWhenTheWindowsThreadEnds) {
     owner.join();
     EXPECT_FALSE(IsWindow(hwnd));
     EXPECT_TRUE(target.Of(WM_USER).empty());
-}
-
-TEST_F(WindowMessages, OnlyTheOwnerThreadDestroysOrDispatchesToAWindow) {
-    Target target;
-    HWND hwnd = CreateTestWindow(&target);
-    ASSERT_NE(hwnd, nullptr);
-    BOOL destroyed = TRUE;
-    DWORD error = 0;
-    LRESULT dispatched = -1;
-    std::thread([&] {
-        destroyed = DestroyWindow(hwnd);
-        error = GetLastError();
-        const MSG msg = {hwnd, WM_USER, 0, 0, 0, {0, 0}};
-        dispatched = DispatchMessageW(&msg);
-    }).join();
-    EXPECT_FALSE(destroyed);
-    EXPECT_EQ(error, static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(dispatched, 0);
-    EXPECT_TRUE(target.Of(WM_USER).empty());
-    EXPECT_TRUE(IsWindow(hwnd));
-    EXPECT_EQ(SendMessageW(hwnd, WM_CLOSE, 0, 0), 0);  // the default procedure destroys it
-    EXPECT_FALSE(IsWindow(hwnd));
 }
 
 TEST_F(WindowMessages, ManySendersAndPostersAtOnceAreAllServed) {

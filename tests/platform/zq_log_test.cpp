@@ -129,20 +129,4 @@ TEST(ZqLog, FileWriterWritesStampedLinesAndKeepsTrailingNewlinesSingle) {
     EXPECT_FALSE(bad.m_bLogEnabled);
 }
 
-TEST(SecurityAttributes, PointIntoTheObjectAndSurviveMemberwiseCopy) {
-    CSecurityAttributesRW a;
-    EXPECT_EQ(a.Create(), TRUE);
-    _SECURITY_ATTRIBUTES* sa = a.GetSecurityAttributes();
-    EXPECT_EQ(sa->nLength, sizeof(_SECURITY_ATTRIBUTES));
-    EXPECT_NE(sa->lpSecurityDescriptor, nullptr);
-    EXPECT_FALSE(sa->bInheritHandle);
-    CSecurityAttributesRW b;
-    b = a;
-    EXPECT_EQ(b.GetSecurityAttributes()->lpSecurityDescriptor, sa->lpSecurityDescriptor);
-    EXPECT_NE(b.GetSecurityAttributes(), sa);
-    a.Close();
-    EXPECT_EQ(sa->lpSecurityDescriptor, nullptr);
-    EXPECT_NE(b.GetSecurityAttributes()->lpSecurityDescriptor, nullptr);
-}
-
 }  // namespace
