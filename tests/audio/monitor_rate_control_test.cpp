@@ -78,24 +78,6 @@ TEST(MonitorRateControl, TheCorrectionFollowsTheDepthWithinItsBound) {
     EXPECT_NEAR(static_cast<double>(FramesThrough(*stage, packets, target - 24)), in * (1 + 1000e-6), 8.0);
 }
 
-TEST(MonitorRateControl, TheEnvironmentTurnsItOff) {
-    const WAVEFORMATEX format = SpeakerFormat(44100);
-    {
-        ScopedEnvironment off(kSwitch, "0");
-        EXPECT_FALSE(CMonitorRateControl::Enabled());
-        EXPECT_EQ(CMonitorRateControl::Create(format), nullptr);
-    }
-    {
-        ScopedEnvironment off(kSwitch, "off");
-        EXPECT_EQ(CMonitorRateControl::Create(format), nullptr);
-    }
-    {
-        ScopedEnvironment on(kSwitch, "1");
-        EXPECT_TRUE(CMonitorRateControl::Enabled());
-        EXPECT_NE(CMonitorRateControl::Create(format), nullptr);
-    }
-}
-
 // The whole monitoring path on the stepped clock: the speaker's periods end 5 ms after the
 // microphone's, so each half-period step wakes one stream thread, which the test waits for.
 class RateControlledMonitoring : public AudioMachineTest {

@@ -111,26 +111,6 @@ TEST_F(Registry, KeysOpenByPathIgnoringLetterCaseAndMissingOnesAreNotFound) {
     EXPECT_EQ(RegOpenKeyExW(reinterpret_cast<HKEY>(0x4242), L"SYSTEM", 0, KEY_READ, &key), ERROR_INVALID_HANDLE);
 }
 
-TEST_F(Registry, AccessRightsAndDeletedKeysAreEnforced) {
-    zqvm::RegistrySetString(HKEY_LOCAL_MACHINE, kKeyPath, L"ContainerID", kContainerText);
-    HKEY reader = Open(KEY_READ);
-    const BYTE data[4] = {1, 2, 3, 4};
-    EXPECT_EQ(RegSetValueExW(reader, L"New", 0, REG_BINARY, data, 4), ERROR_ACCESS_DENIED);
-    HKEY writer = Open(KEY_SET_VALUE);
-    EXPECT_EQ(RegSetValueExW(writer, L"New", 0, REG_BINARY, data, 4), ERROR_SUCCESS);
-    DWORD cb = 0;
-    EXPECT_EQ(RegQueryValueExW(writer, L"New", nullptr, nullptr, nullptr, &cb), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(RegQueryValueExW(reader, L"New", nullptr, nullptr, nullptr, &cb), ERROR_SUCCESS);
-    EXPECT_EQ(cb, 4u);
-
-    EXPECT_TRUE(zqvm::RegistryDeleteKey(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Enum"));
-    EXPECT_EQ(RegQueryValueExW(reader, L"ContainerID", nullptr, nullptr, nullptr, &cb), ERROR_KEY_DELETED);
-    EXPECT_FALSE(zqvm::RegistryDeleteKey(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Enum"));
-    EXPECT_EQ(RegCloseKey(reader), ERROR_SUCCESS);
-    EXPECT_EQ(RegCloseKey(writer), ERROR_SUCCESS);
-    EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);  // a root: nothing to close
-}
-
 // ---- the container identifier of a microphone ----
 
 TEST_F(Registry, AContainerIdTextInEitherStringTypeIsRead) {

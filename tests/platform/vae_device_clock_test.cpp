@@ -129,28 +129,6 @@ TEST_F(DeviceClockTest, HeldStreamEventsAreNotSetWhileTheDevicePlaysOn) {
     EXPECT_FALSE(zqvm::HoldStreamEvents(L"no such endpoint", 1));
 }
 
-TEST_F(DeviceClockTest, ClocksOutOfRangeAreRefusedAndChangeNothing) {
-    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
-    EXPECT_FALSE(zqvm::SetEndpointClock(id, 1000.5, 0.0));
-    EXPECT_FALSE(zqvm::SetEndpointClock(id, -2000.0, 0.0));
-    EXPECT_FALSE(zqvm::SetEndpointClock(id, 0.0, 10.0));
-    EXPECT_FALSE(zqvm::SetEndpointClock(id, 0.0, -1.0));
-    EXPECT_FALSE(zqvm::SetEndpointClock(L"no such endpoint", 0.0, 0.0));
-    TestStream stream;
-    stream.Open(id);
-    ASSERT_EQ(stream.client->Start(), S_OK);
-    Step(100);
-    ASSERT_EQ(stream.client->Stop(), S_OK);
-    EXPECT_EQ(zqvm::RenderedFrameCount(id), 48000u);
-
-    zqvm::EndpointSpec endpointSpec;
-    endpointSpec.flow = eRender;
-    endpointSpec.ppm = 1500.0;
-    std::string error;
-    EXPECT_TRUE(zqvm::AddEndpoint(endpointSpec, &error).empty());
-    EXPECT_NE(error.find("ppm"), std::string::npos) << error;
-}
-
 TEST_F(DeviceClockTest, TheMachineDescriptionGivesEachEndpointItsClock) {
     ASSERT_TRUE(zqvm::LoadMachineDescriptionText(R"(<machine>
         <endpoint id="fast" flow="render" ppm="100" phase_ms="2.5"/>

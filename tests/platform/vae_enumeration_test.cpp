@@ -140,62 +140,6 @@ TEST_F(EnumerationTest, QueriesKeepTheObjectsIdentityAndReferencesAreCountedPerE
     EXPECT_EQ(zqvm::EndpointRefCount(id), 0);
 }
 
-TEST_F(EnumerationTest, MixFormatsComeInEachSampleFormatPlainOrExtensible) {
-    struct Case {
-        SampleFormat format;
-        uint16_t channels;
-        bool extensible;
-        WORD tag;
-        WORD bits;
-        const GUID* subFormat;
-        DWORD mask;
-    };
-    const Case cases[] = {
-        {SampleFormat::Int16, 1, false, WAVE_FORMAT_PCM, 16, nullptr, 0},
-        {SampleFormat::Float32, 2, false, WAVE_FORMAT_IEEE_FLOAT, 32, nullptr, 0},
-        {SampleFormat::Int24, 2, true, WAVE_FORMAT_EXTENSIBLE, 24, &KSDATAFORMAT_SUBTYPE_PCM, 0x3},
-        {SampleFormat::Int32, 6, true, WAVE_FORMAT_EXTENSIBLE, 32, &KSDATAFORMAT_SUBTYPE_PCM, 0x3F},
-        {SampleFormat::Float32, 8, true, WAVE_FORMAT_EXTENSIBLE, 32, &KSDATAFORMAT_SUBTYPE_IEEE_FLOAT, 0x63F},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "bits " << c.bits << " channels " << c.channels);
-        const std::wstring id = Add(eRender, 44100, c.channels, c.format, zqvm::CaptureSource::Silence(), c.extensible);
-        CComPtr<IAudioClient> client;
-        ASSERT_EQ(Device(id)->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client)), S_OK);
-        WAVEFORMATEX* mix = nullptr;
-        ASSERT_EQ(client->GetMixFormat(&mix), S_OK);
-        EXPECT_EQ(mix->wFormatTag, c.tag);
-        EXPECT_EQ(mix->nChannels, c.channels);
-        EXPECT_EQ(mix->nSamplesPerSec, 44100u);
-        EXPECT_EQ(mix->wBitsPerSample, c.bits);
-        EXPECT_EQ(mix->nBlockAlign, c.channels * c.bits / 8);
-        EXPECT_EQ(mix->nAvgBytesPerSec, 44100u * mix->nBlockAlign);
-        if (c.extensible) {
-            ASSERT_EQ(mix->cbSize, 22);
-            WAVEFORMATEXTENSIBLE ext;
-            std::memcpy(&ext, mix, sizeof ext);
-            EXPECT_EQ(ext.SubFormat, *c.subFormat);
-            EXPECT_EQ(ext.dwChannelMask, c.mask);
-            EXPECT_EQ(ext.Samples.wValidBitsPerSample, c.bits);
-        } else {
-            EXPECT_EQ(mix->cbSize, 0);
-        }
-        EXPECT_EQ(client->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, mix, nullptr), E_INVALIDARG);
-        WAVEFORMATEX* closest = nullptr;
-        EXPECT_EQ(client->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, mix, &closest), S_OK);
-        EXPECT_EQ(closest, nullptr);
-        mix->nSamplesPerSec = 48000;
-        mix->nAvgBytesPerSec = 48000u * mix->nBlockAlign;
-        ASSERT_EQ(client->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, mix, &closest), S_FALSE);
-        ASSERT_NE(closest, nullptr);
-        EXPECT_EQ(closest->nSamplesPerSec, 44100u);
-        CoTaskMemFree(closest);
-        EXPECT_EQ(client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_EVENTCALLBACK, 200000, 0, mix, nullptr),
-                  AUDCLNT_E_UNSUPPORTED_FORMAT);
-        CoTaskMemFree(mix);
-    }
-}
-
 TEST_F(EnumerationTest, TheAudioClientRefusesCallsOutOfOrder) {
     const std::wstring mic = Add(eCapture, 48000, 1, SampleFormat::Int16);
     CComPtr<IAudioClient> client;

@@ -118,20 +118,6 @@ TEST_F(NotificationTest, ACallbackMayCallTheEngineAndUnregisterWaitsForIt) {
     EXPECT_EQ(zqvm::NotificationClientCount(), 0u);
 }
 
-TEST_F(NotificationTest, RegistrationsEndWithTheirEnumerator) {
-    RecordingClient client;
-    {
-        CComPtr<IMMDeviceEnumerator> enumerator = Enumerator();
-        ASSERT_EQ(enumerator->RegisterEndpointNotificationCallback(&client), S_OK);
-        EXPECT_EQ(enumerator->RegisterEndpointNotificationCallback(nullptr), E_POINTER);
-    }
-    EXPECT_EQ(zqvm::NotificationClientCount(), 0u);
-    AddRender(L"Unheard");
-    ASSERT_TRUE(zqvm::WaitForNotificationsDelivered(kWaitMs));
-    EXPECT_TRUE(client.Events().empty());
-}
-
-
 TEST_F(NotificationTest, AClientHearsOnlyOfChangesMadeWhileItIsRegistered) {
     CComPtr<IMMDeviceEnumerator> enumerator = Enumerator();
     RecordingClient early;

@@ -133,20 +133,5 @@ TEST_F(SessionTest, UnregisteredSinksHearNothingAndUnregisterWaitsForACallbackUn
     EXPECT_EQ(session.control->RegisterAudioSessionNotification(nullptr), E_POINTER);
 }
 
-TEST_F(SessionTest, ReleasingTheSessionControlEndsItsRegistrations) {
-    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
-    RecordingSessionSink sink;
-    {
-        Session session = Open(id);
-        ASSERT_EQ(session.control->RegisterAudioSessionNotification(&sink), S_OK);
-        ASSERT_EQ(session.control->RegisterAudioSessionNotification(&sink), S_OK);
-        EXPECT_EQ(zqvm::SessionEventSinkCount(id), 1u) << "registering twice registers once";
-    }
-    EXPECT_EQ(zqvm::SessionEventSinkCount(id), 0u);
-    ASSERT_TRUE(zqvm::SetSessionVolumeAsOtherProgram(id, 0.5f, false));
-    ASSERT_TRUE(zqvm::WaitForNotificationsDelivered(kWaitMs));
-    EXPECT_TRUE(sink.Volumes().empty());
-}
-
 }  // namespace
 }  // namespace vaetest
