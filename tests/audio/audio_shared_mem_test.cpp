@@ -80,14 +80,6 @@ TEST_F(AudioSharedMem, CreateAndCloseLogTheirStepsAndCanBeRepeated) {
     for (const auto& e : recorder.Events()) EXPECT_EQ(e.type, zqLogEventInfo);
 }
 
-TEST_F(AudioSharedMem, ACreateOnAnOpenBufferStartsEmpty) {
-    const auto frames = Frames(100);
-    ASSERT_EQ(buffer.WritePacket(frames.data(), 100), 1);
-    ASSERT_EQ(buffer.CreateBuffer(), 1);
-    EXPECT_TRUE(Drain(buffer).empty());
-    EXPECT_EQ(recorder.Texts().at(1), L"AudioSharedMem: Close");
-}
-
 TEST_F(AudioSharedMem, APacketPutsItsLeftSamplesInTheRingAndItselfInTheBlock) {
     const float frames[6] = {0.5f, -0.5f, 0.25f, 9.0f, -1.0f, 7.0f};  // L0 R0 L1 R1 L2 R2
     ASSERT_EQ(buffer.WritePacket(frames, 3), 1);

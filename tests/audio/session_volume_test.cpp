@@ -67,23 +67,6 @@ TEST_F(SessionVolume, WithoutAWindowItNeverListens) {
     sink->Release();
 }
 
-TEST_F(SessionVolume, ReferenceCountingAndInterfaces) {
-    CAudioSessionVolume* sink = Create(window->Handle());
-    ASSERT_NE(sink, nullptr);
-    void* events = nullptr;
-    ASSERT_EQ(sink->QueryInterface(IID_IAudioSessionEvents, &events), S_OK);
-    EXPECT_EQ(events, static_cast<IAudioSessionEvents*>(sink));
-    EXPECT_EQ(sink->m_nRefCount, 2);
-    void* other = reinterpret_cast<void*>(1);
-    EXPECT_EQ(sink->QueryInterface(IID_IAudioClient, &other), E_NOINTERFACE);
-    EXPECT_EQ(other, nullptr);
-    EXPECT_EQ(sink->OnDisplayNameChanged(L"x", nullptr), S_OK);
-    EXPECT_EQ(sink->OnStateChanged(AudioSessionStateActive), S_OK);
-    EXPECT_EQ(sink->OnSessionDisconnected(DisconnectReasonDeviceRemoval), S_OK);
-    EXPECT_EQ(sink->Release(), 1u);
-    EXPECT_EQ(sink->Release(), 0u);
-}
-
 TEST_F(SessionVolume, ASessionThatCannotBeOpenedFailsCreation) {
     ASSERT_TRUE(zqvm::InjectFailure(speaker, "IAudioSessionManager::GetSimpleAudioVolume", E_OUTOFMEMORY));
     CAudioSessionVolume* sink = reinterpret_cast<CAudioSessionVolume*>(0x1);

@@ -87,31 +87,6 @@ TEST_F(PluginScan, OnlyAPluginThatDescribesItselfIsListedWithItsPath) {
     for (const fs::path& library : {a, b, c, d, other}) EXPECT_FALSE(Resident(library)) << library;
 }
 
-TEST_F(PluginScan, TheExtensionIgnoresLetterCaseTheStemDoesNot) {
-    const fs::path upper = Install("zqPlugin_A", "zqPlugin_G.SO");
-    const fs::path bare = Install("zqPlugin_A", "zqPlugin_.so");
-    Install("zqPlugin_A", "zqPlugin_A.so.bak");
-    Install("zqPlugin_A", "ZQPLUGIN_A.so");
-    Install("zqPlugin_A", "zqPlugin_A");
-    Install("zqPlugin_A", "xzqPlugin_A.so");
-    folder.Write("zqPlugin_T.so", "not a library");  // matches, cannot be loaded
-    fs::create_symlink(Install("zqPlugin_A", "target.bin"), folder.Path() / "zqPlugin_L.so");
-
-    const zqvm::LoaderCounts before = zqvm::GetLoaderCounts();
-    zqtest::LoadPlugins(core);
-    const zqvm::LoaderCounts after = zqvm::GetLoaderCounts();
-
-    ASSERT_EQ(core.GetPluginCount(), 2);
-    std::set<std::u16string> paths;
-    for (int i = 0; i < core.GetPluginCount(); ++i) {
-        ExpectDescriptionOf(kSeedA, core.GetPlugin(i));
-        paths.insert(PathField(core.GetPlugin(i)));
-    }
-    EXPECT_EQ(paths, (std::set<std::u16string>{zqtest::Utf16(zqtest::Wide(upper)), zqtest::Utf16(zqtest::Wide(bare))}));
-    EXPECT_EQ(after.loads - before.loads, 2u);  // the text file failed to load; the link was skipped
-    EXPECT_EQ(after.unloads - before.unloads, 2u);
-}
-
 TEST_F(PluginScan, EveryScanAppendsWhatItFinds) {
     Install("zqPlugin_A", "zqPlugin_A.so");
     zqtest::LoadPlugins(core);

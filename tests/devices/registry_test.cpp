@@ -65,32 +65,6 @@ TEST_F(Registry, SizeRulesOfRegQueryValueExW) {
     EXPECT_EQ(RegQueryValueExW(key, L"ContainerID", nullptr, nullptr, nullptr, &cb), ERROR_INVALID_HANDLE);
 }
 
-TEST_F(Registry, ValuesComeBackAsTheBytesTheyWereStoredWith) {
-    const BYTE odd[5] = {'a', 0, 0, 0, 'b'};
-    zqvm::RegistrySetValue(HKEY_LOCAL_MACHINE, kKeyPath, L"Odd", REG_SZ, odd, sizeof(odd));
-    zqvm::RegistrySetDword(HKEY_LOCAL_MACHINE, kKeyPath, L"Number", 0x01020304u);
-    zqvm::RegistrySetValue(HKEY_LOCAL_MACHINE, kKeyPath, L"", REG_BINARY, odd, 2);  // the default value
-    HKEY key = Open();
-    BYTE buffer[16] = {};
-    DWORD cb = sizeof(buffer);
-    DWORD type = 0;
-    ASSERT_EQ(RegQueryValueExW(key, L"Odd", nullptr, &type, buffer, &cb), ERROR_SUCCESS);
-    EXPECT_EQ(cb, 5u);
-    EXPECT_EQ(type, REG_SZ);
-    EXPECT_EQ(std::memcmp(buffer, odd, 5), 0);
-    cb = sizeof(buffer);
-    ASSERT_EQ(RegQueryValueExW(key, L"Number", nullptr, &type, buffer, &cb), ERROR_SUCCESS);
-    EXPECT_EQ(type, REG_DWORD);
-    DWORD number = 0;
-    std::memcpy(&number, buffer, sizeof(number));
-    EXPECT_EQ(number, 0x01020304u);
-    cb = sizeof(buffer);
-    ASSERT_EQ(RegQueryValueExW(key, nullptr, nullptr, &type, buffer, &cb), ERROR_SUCCESS);
-    EXPECT_EQ(type, REG_BINARY);
-    EXPECT_EQ(cb, 2u);
-    RegCloseKey(key);
-}
-
 TEST_F(Registry, KeysOpenByPathIgnoringLetterCaseAndMissingOnesAreNotFound) {
     zqvm::RegistryCreateKey(HKEY_LOCAL_MACHINE, kKeyPath);
     HKEY key = reinterpret_cast<HKEY>(1);

@@ -20,20 +20,6 @@ void FillMicrophone(CWMAudioDevice& d, IMMDevice* endpoint) {
     d.SetDevice(endpoint);
 }
 
-TEST(WMAudioDevice, StartsEmpty) {
-    CWMAudioDevice d;
-    EXPECT_TRUE(d.GetName().IsEmpty());
-    EXPECT_TRUE(d.GetFriendlyName().IsEmpty());
-    EXPECT_TRUE(d.GetManufacturer().IsEmpty());
-    EXPECT_TRUE(d.GetProduct().IsEmpty());
-    EXPECT_TRUE(d.GetSN().IsEmpty());
-    EXPECT_EQ(d.GetHidContainerID(), GUID_NULL);
-    EXPECT_EQ(d.GetVerAPI(), 0);
-    EXPECT_EQ(d.GetVerFW(), 0);
-    EXPECT_FALSE(d.IsEditNow());
-    EXPECT_EQ(d.GetDevice(), nullptr);
-}
-
 TEST(WMAudioDevice, EachRecordHoldsExactlyOneReferenceOnItsEndpoint) {
     CountedEndpoint endpoint;  // the test's own reference: 1
     {

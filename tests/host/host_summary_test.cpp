@@ -33,42 +33,6 @@ TEST(HostSummary, ListsTheMicrophoneWithItsVersionsAndFriendlyName) {
     EXPECT_EQ(capture[0]["serial"].String(), "KV1-TEST-0042");
 }
 
-TEST(HostSummary, FirmwareVersionChoosesTheFriendlyName) {
-    TestFolder folder;
-    MachineSpec endpointSpec;
-    endpointSpec.versionReply = "AA 05 13";
-    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.0);
-    ASSERT_SUMMARY(result);
-    const JsonValue& mics = (*result.json)["microphones"];
-    ASSERT_EQ(mics.size(), 1u) << result.run.out;
-    EXPECT_EQ(mics[0]["api"].Number(), 5);
-    EXPECT_EQ(mics[0]["fw"].Number(), 0x13);
-    EXPECT_EQ(mics[0]["friendly_name"].String(), "KV-1 (firmware 1.3)");  // the table's second KV-1 entry
-}
-
-TEST(HostSummary, ProductOutsideTheTableIsNotListed) {
-    TestFolder folder;
-    MachineSpec endpointSpec;
-    endpointSpec.product = "Some Other Microphone";
-    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.0);
-    ASSERT_SUMMARY(result);
-    EXPECT_EQ((*result.json)["microphones"].size(), 0u) << result.run.out;
-    EXPECT_EQ((*result.json)["capture_devices"].size(), 0u) << result.run.out;
-}
-
-TEST(HostSummary, RenderListStartsWithDefaultThenTheEndpointsInOrder) {
-    TestFolder folder;
-    MachineSpec endpointSpec;
-    endpointSpec.renderNames = {"Speakers (First)", "Headphones (Second)"};
-    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.0);
-    ASSERT_SUMMARY(result);
-    const JsonValue& render = (*result.json)["render_devices"];
-    ASSERT_EQ(render.size(), 3u) << result.run.out;
-    EXPECT_EQ(render[0].String(), "Default");
-    EXPECT_EQ(render[1].String(), "Speakers (First)");
-    EXPECT_EQ(render[2].String(), "Headphones (Second)");
-}
-
 class HostTone : public ::testing::TestWithParam<double> {};
 
 TEST_P(HostTone, StrongestInputBinIsTheToneAndTheMeterItsLevel) {
@@ -90,14 +54,6 @@ TEST_P(HostTone, StrongestInputBinIsTheToneAndTheMeterItsLevel) {
 
 // Tones with a whole number of cycles in each 10 ms packet.
 INSTANTIATE_TEST_SUITE_P(Tones, HostTone, ::testing::Values(1000.0, 5000.0));
-
-TEST(HostCommandLine, HelpNamesTheOptions) {
-    const HostRun run = RunHost({"--help"});
-    EXPECT_EQ(run.exitCode, 0);
-    for (const char* option : {"--seconds", "--json", "--machine", "--input", "--output", "--unplug-at", "--replug-at"}) {
-        EXPECT_NE(run.out.find(option), std::string::npos) << option;
-    }
-}
 
 TEST(HostCommandLine, RefusesWhatItCannotDo) {
     EXPECT_EQ(RunHost({"--bogus"}).exitCode, 2);

@@ -129,44 +129,6 @@ TEST_F(CaptureStreamTest, Extensible24BitStereoCarriesTheToneInThreeBytesPerSamp
     ASSERT_EQ(stream.client->Stop(), S_OK);
 }
 
-TEST_F(CaptureStreamTest, SilenceAndAnEmptyFeedGiveSilentPacketsFedFramesArriveInOrder) {
-    const std::wstring id = Add(eCapture, 48000, 2, SampleFormat::Float32, CaptureSource::Fed());
-    TestStream stream;
-    stream.Open(id);
-    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
-    ASSERT_EQ(stream.client->Start(), S_OK);
-
-    Step();
-    Packet packet = Take(capture, 8);
-    EXPECT_EQ(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_SILENT));
-
-    // 600 frames: one whole period, then 120 frames and silence (not flagged: it holds sound).
-    std::vector<float> fed(600 * 2);
-    for (size_t i = 0; i < fed.size(); ++i) fed[i] = static_cast<float>(i) / 2048.0f;
-    ASSERT_TRUE(zqvm::FeedFrames(id, fed));
-    EXPECT_EQ(zqvm::FedFramesPending(id), 600u);
-    Step();
-    packet = Take(capture, 8);
-    EXPECT_EQ(packet.flags, 0u);
-    std::vector<float> got(packet.frames * 2);
-    std::memcpy(got.data(), packet.bytes.data(), packet.bytes.size());
-    EXPECT_TRUE(std::equal(got.begin(), got.end(), fed.begin()));
-    Step();
-    packet = Take(capture, 8);
-    EXPECT_EQ(packet.flags, 0u);
-    std::memcpy(got.data(), packet.bytes.data(), packet.bytes.size());
-    EXPECT_TRUE(std::equal(got.begin(), got.begin() + 240, fed.begin() + 960));
-    EXPECT_TRUE(std::all_of(got.begin() + 240, got.end(), [](float v) { return v == 0.0f; }));
-    EXPECT_EQ(zqvm::FedFramesPending(id), 0u);
-
-    ASSERT_TRUE(zqvm::SetCaptureSource(id, CaptureSource::Silence()));
-    Step();
-    packet = Take(capture, 8);
-    EXPECT_EQ(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_SILENT));
-    EXPECT_FALSE(zqvm::FeedFrames(id, std::vector<float>(3))) << "half a frame was accepted";
-    ASSERT_EQ(stream.client->Stop(), S_OK);
-}
-
 TEST_F(CaptureStreamTest, AFullBufferLosesItsOldestPacketAndFlagsTheNextDiscontinuous) {
     const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Float32, CaptureSource::Tone(500.0, 0.5));
     TestStream stream;

@@ -51,67 +51,6 @@ TEST_F(RenderStreamTest, TheSinkReceivesWhatWasWrittenOnePeriodAtATime) {
     ASSERT_EQ(stream.client->Stop(), S_OK);
 }
 
-TEST_F(RenderStreamTest, BuffersReleasedSilentArePlayedAsZerosAndCounted) {
-    const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
-    TestStream stream;
-    stream.Open(id);
-    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
-    Write(render, 480, 2, 0.5f, AUDCLNT_BUFFERFLAGS_SILENT);
-    Write(render, 480, 2, 0.25f);
-    ASSERT_EQ(stream.client->Start(), S_OK);
-    Step(2);
-    EXPECT_EQ(zqvm::RenderedFrameCount(id), 960u);
-    EXPECT_EQ(zqvm::RenderedSilentFrames(id), 480u);
-    const std::vector<float> played = zqvm::RenderedFrames(id);
-    ASSERT_EQ(played.size(), 1920u);
-    EXPECT_TRUE(std::all_of(played.begin(), played.begin() + 960, [](float v) { return v == 0.0f; }));
-    EXPECT_FLOAT_EQ(played[960], 0.25f);
-    EXPECT_FLOAT_EQ(played[1919], 0.25f + 959 / 1000.0f);
-    ASSERT_EQ(stream.client->Stop(), S_OK);
-}
-
-TEST_F(RenderStreamTest, FreeSpaceIsTheBufferLessThePaddingAndNoMore) {
-    const std::wstring id = Add(eRender, 44100, 1, SampleFormat::Int16);
-    TestStream stream;
-    stream.Open(id);
-    ASSERT_EQ(stream.bufferFrames, 882u);
-    CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
-    BYTE* data = nullptr;
-    EXPECT_EQ(render->GetBuffer(883, &data), AUDCLNT_E_BUFFER_TOO_LARGE);
-    EXPECT_EQ(data, nullptr);
-    ASSERT_EQ(render->GetBuffer(500, &data), S_OK);
-    BYTE* second = nullptr;
-    EXPECT_EQ(render->GetBuffer(1, &second), AUDCLNT_E_OUT_OF_ORDER) << "a second buffer while one is held";
-    EXPECT_EQ(render->ReleaseBuffer(501, 0), AUDCLNT_E_INVALID_SIZE);
-    EXPECT_EQ(render->ReleaseBuffer(300, AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY), E_INVALIDARG);
-    std::memset(data, 0x11, 300 * 2);
-    ASSERT_EQ(render->ReleaseBuffer(300, 0), S_OK) << "fewer frames than asked for may be written";
-    EXPECT_EQ(render->ReleaseBuffer(0, 0), AUDCLNT_E_OUT_OF_ORDER);
-    EXPECT_EQ(stream.Padding(), 300u);
-    EXPECT_EQ(render->GetBuffer(583, &data), AUDCLNT_E_BUFFER_TOO_LARGE);
-    ASSERT_EQ(render->GetBuffer(582, &data), S_OK);
-    std::memset(data, 0x22, 582 * 2);
-    ASSERT_EQ(render->ReleaseBuffer(582, 0), S_OK);
-    EXPECT_EQ(stream.Padding(), 882u);
-    ASSERT_EQ(stream.client->Start(), S_OK);
-    Step();
-    EXPECT_EQ(stream.Padding(), 441u);
-    // The ring wraps: 441 written after 441 played land at the start of the buffer.
-    ASSERT_EQ(render->GetBuffer(441, &data), S_OK);
-    std::memset(data, 0x33, 441 * 2);
-    ASSERT_EQ(render->ReleaseBuffer(441, 0), S_OK);
-    Step(2);
-    const std::vector<float> played = zqvm::RenderedFrames(id);
-    ASSERT_EQ(played.size(), 1323u);
-    EXPECT_FLOAT_EQ(played[0], 0x1111 / 32768.0f);
-    EXPECT_FLOAT_EQ(played[299], 0x1111 / 32768.0f);
-    EXPECT_FLOAT_EQ(played[300], 0x2222 / 32768.0f);
-    EXPECT_FLOAT_EQ(played[881], 0x2222 / 32768.0f);
-    EXPECT_FLOAT_EQ(played[882], 0x3333 / 32768.0f);
-    EXPECT_FLOAT_EQ(played[1322], 0x3333 / 32768.0f);
-    ASSERT_EQ(stream.client->Stop(), S_OK);
-}
-
 TEST_F(RenderStreamTest, SessionVolumeScalesWhatIsPlayedAndTheMeterShowsItsPeak) {
     const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
     TestStream stream;

@@ -290,34 +290,4 @@ TEST_F(WindowMessages, ASenderGetsZeroWhenTheWindowsThreadEnds) {
     EXPECT_TRUE(target.Of(WM_USER).empty());
 }
 
-TEST_F(WindowMessages, ManySendersAndPostersAtOnceAreAllServed) {
-    Target target;
-    target.handler = [](HWND, UINT m, WPARAM w, LPARAM) -> std::optional<LRESULT> {
-        if (m != WM_USER) return std::nullopt;
-        return static_cast<LRESULT>(w) + 1;
-    };
-    HWND hwnd = CreateTestWindow(&target);
-    ASSERT_NE(hwnd, nullptr);
-    constexpr int kThreads = 4, kEach = 300;
-    std::atomic<int> wrong{0}, finished{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < kEach; ++i) {
-                const auto w = static_cast<WPARAM>(t * kEach + i);
-                if (SendMessageW(hwnd, WM_USER, w, 0) != static_cast<LRESULT>(w) + 1) ++wrong;
-                PostMessageW(hwnd, WM_USER + 1, w, 0);
-            }
-            ++finished;
-        });
-    }
-    EXPECT_TRUE(zqvm::PumpUntil(
-        [&] { return finished.load() == kThreads && target.Of(WM_USER + 1).size() == kThreads * kEach; },
-        4 * kBoundedMs));
-    for (auto& th : threads) th.join();
-    EXPECT_EQ(wrong.load(), 0);
-    EXPECT_EQ(target.Of(WM_USER).size(), static_cast<size_t>(kThreads * kEach));
-    EXPECT_TRUE(DestroyWindow(hwnd));
-}
-
 }  // namespace
