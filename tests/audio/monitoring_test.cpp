@@ -11,6 +11,7 @@
 #include "audio/AudioRender.h"
 #include "audio_fixture.h"
 #include "scoped_environment.h"
+#include "tone_pitch.h"
 #include "zqplatform/vm/message_pump.h"
 
 namespace {
@@ -21,7 +22,7 @@ constexpr double kTone = 1000.0;
 constexpr double kAmplitude = 0.5;
 
 struct ChannelStats {
-    double frequency = 0;  // from zero crossings
+    double frequency = 0;  // from the crossings' spacing (zqtest::TonePitchHz)
     double peak = 0;       // from the RMS of a sine
     double worstStep = 0;  // largest deviation from the sine recurrence: clicks, gaps, garbage
 };
@@ -31,15 +32,10 @@ ChannelStats Analyse(const std::vector<float>& frames, int channels, int channel
                      double rate) {
     ChannelStats stats;
     double sumSquares = 0;
-    int crossings = 0;
     const double c = 2.0 * std::cos(2.0 * M_PI * kTone / rate);
     for (size_t i = first; i < first + count; ++i) {
         const double x = frames[i * channels + channel];
         sumSquares += x * x;
-        if (i > first) {
-            const double prev = frames[(i - 1) * channels + channel];
-            if ((prev < 0) != (x < 0)) ++crossings;
-        }
         if (i > first + 1) {
             const double prev = frames[(i - 1) * channels + channel];
             const double prev2 = frames[(i - 2) * channels + channel];
@@ -47,7 +43,7 @@ ChannelStats Analyse(const std::vector<float>& frames, int channels, int channel
         }
     }
     stats.peak = std::sqrt(2.0 * sumSquares / static_cast<double>(count));
-    stats.frequency = crossings / 2.0 / (static_cast<double>(count) / rate);
+    stats.frequency = zqtest::TonePitchHz(frames.data() + channel, channels, first, first + count, rate);
     return stats;
 }
 
@@ -90,7 +86,9 @@ protected:
                 EXPECT_LT(s.worstStep, 2e-3 + quantisation) << "a discontinuity in the played tone";
             }
         }
-        if (timing == Timing::Stepped) EXPECT_LE(zqvm::LongestGapFrames(speaker), speakerRateHz / 100);
+        if (timing == Timing::Stepped) {
+            EXPECT_LE(zqvm::LongestGapFrames(speaker), speakerRateHz / 100);
+        }
     }
 
     std::wstring mic;

@@ -5,3 +5,6 @@
 set_property(TARGET ${exe} PROPERTY LINK_LIBRARIES GTest::gtest GTest::gtest_main PkgConfig::SNDFILE)
 target_compile_definitions(${exe} PRIVATE ZQ_MONITOR_EXE="$<TARGET_FILE:zqmonitor>")
 add_dependencies(${exe} zqmonitor)
+# The tone measurement it shares with the other suites, compiled in (it needs neither library).
+target_sources(${exe} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/tone_pitch.cpp)
+target_include_directories(${exe} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support)

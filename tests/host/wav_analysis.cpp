@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "tone_pitch.h"
+
 namespace zqhosttest {
 
 WavContent ReadWav(const std::string& path) {
@@ -40,20 +42,7 @@ bool WriteToneWav(const std::string& path, int rate, double hz, double amplitude
 }
 
 double ToneHz(const std::vector<float>& samples, int rate, size_t begin, size_t end) {
-    end = std::min(end, samples.size());
-    double first = -1.0, last = -1.0;
-    int crossings = 0;
-    for (size_t i = begin + 1; i < end; ++i) {
-        const float a = samples[i - 1], b = samples[i];
-        if (a < 0.0f && b >= 0.0f) {
-            const double at = static_cast<double>(i - 1) + a / (a - b);
-            if (first < 0.0) first = at;
-            last = at;
-            ++crossings;
-        }
-    }
-    if (crossings < 2) return 0.0;
-    return (crossings - 1) * rate / (last - first);
+    return zqtest::TonePitchHz(samples.data(), 1, begin, std::min(end, samples.size()), rate);
 }
 
 float PeakOf(const std::vector<float>& samples, size_t begin, size_t end) {

@@ -15,8 +15,8 @@ struct WavContent {
 WavContent ReadWav(const std::string& path);
 bool WriteToneWav(const std::string& path, int rate, double hz, double amplitude, double seconds);
 
-// The frequency of a steady tone from its upward zero crossings (interpolated between samples)
-// in samples [begin, end); 0 when fewer than two crossings.
+// The frequency of a steady tone in samples [begin, end) (zqtest::TonePitchHz); 0 when fewer
+// than two upward crossings.
 double ToneHz(const std::vector<float>& samples, int rate, size_t begin, size_t end);
 float PeakOf(const std::vector<float>& samples, size_t begin, size_t end);
 
