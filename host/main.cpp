@@ -13,6 +13,7 @@
 #include "run_modes.h"
 #include "virtual_machine.h"
 #include "zqplatform/vm/audio_backend.h"
+#include "zqplatform/vm/bridges.h"
 
 namespace zqhost {
 std::atomic<bool> g_stopRequested{false};
@@ -46,7 +47,9 @@ int main(int argc, char** argv) {
     if (!options.seconds && (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0)) {
         return Fail("the live display needs a terminal; use --seconds N (and --json) otherwise");
     }
-    // Before the first use of the engine, which loads the machine.
+    // Before the first use of the engine, which loads the machine (and its bridges, unless the
+    // machine's own are chosen).
+    if (!options.bridges.empty() && !zqvm::SelectBridgeBackend(options.bridges, &error)) return Fail(error);
     if (!SelectMachine(options.machinePath, &error)) return Fail(error);
     if (!options.backend.empty() && !zqvm::SelectAudioBackend(options.backend, &error)) return Fail(error);
     const bool onPulse = zqvm::SelectedAudioBackend() == zqvm::AudioBackend::Pulse;

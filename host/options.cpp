@@ -44,6 +44,9 @@ std::string UsageText(const char* program) {
            "                       server, PulseAudio or PipeWire's); default: $ZQ_AUDIO_BACKEND, else\n"
            "                       virtual. On pulse the machine description gives only the bridges,\n"
            "                       and --input, --output and the --...-at options are not available\n"
+           "  --bridges NAME       simulated (the machine description's bridges) or hidraw (the maker's\n"
+           "                       microphones plugged into this machine); default: $ZQ_BRIDGE_BACKEND,\n"
+           "                       else simulated\n"
            "  -h, --help           this text\n"
            "\n"
            "Keys: b bypass, m mute, + / - render volume, w window function, v spectrum view,\n"
@@ -74,6 +77,9 @@ std::optional<Options> ParseOptions(int argc, char** argv, std::string* error) {
         } else if (arg == "--backend") {
             if (value != "virtual" && value != "pulse") return fail("--backend is virtual or pulse: " + value);
             options.backend = value;
+        } else if (arg == "--bridges") {
+            if (value != "simulated" && value != "hidraw") return fail("--bridges is simulated or hidraw: " + value);
+            options.bridges = value;
         } else if (arg == "--input") {
             options.inputWav = value;
         } else if (arg == "--output") {

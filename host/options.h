@@ -21,6 +21,7 @@ struct Options {
     std::optional<double> seconds;  // set: non-interactive run of that length
     std::string machinePath;        // empty: ZQ_VIRTUAL_MACHINE, else the built-in machine
     std::string backend;            // "virtual" or "pulse"; empty: ZQ_AUDIO_BACKEND, else virtual
+    std::string bridges;            // "simulated" or "hidraw"; empty: ZQ_BRIDGE_BACKEND, else simulated
     std::string inputWav;           // empty: the machine's own capture sources
     std::string outputWav;          // empty: nothing recorded
     std::string logPath = "zqmonitor.log";

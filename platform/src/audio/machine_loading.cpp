@@ -46,7 +46,11 @@ bool Load(zqplatform::audio::Engine& engine, const std::string& xml, const std::
         engine.Reset();
         return false;
     }
-    for (const zqvm::BridgeDescription& bridge : machine.bridges) zqvm::AddBridge(bridge);
+    // With the machine's own bridges chosen (hidraw), the described ones take no part, nor do
+    // their registry values.
+    if (zqvm::SelectedBridgeBackend() == zqvm::BridgeBackend::Simulated) {
+        for (const zqvm::BridgeDescription& bridge : machine.bridges) zqvm::AddBridge(bridge);
+    }
     return true;
 }
 

@@ -2,14 +2,13 @@
 // CoCreateInstance(CLSID_MMDeviceEnumerator) finds its class.
 #include "zqplatform/vm/audio_backend.h"
 
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
+#include <string>
 
 #include "../audio/engine.h"
 #include "../audio/objects.h"
 #include "../com/class_registry.h"
+#include "backend_choice.h"
 #if defined(ZQ_HAVE_PULSE)
 #include "../pulse/connection.h"
 #include "../pulse/objects.h"
@@ -17,31 +16,27 @@
 
 namespace {
 
-constexpr int kUnchosen = -1;
-std::atomic<int> g_backend{kUnchosen};
-
-std::optional<zqvm::AudioBackend> Parse(std::string_view name) {
+std::optional<zqvm::AudioBackend> Parse(std::string_view name, std::string* error) {
     if (name == "virtual") return zqvm::AudioBackend::Virtual;
+#if defined(ZQ_HAVE_PULSE)
     if (name == "pulse") return zqvm::AudioBackend::Pulse;
+#else
+    if (name == "pulse") {
+        if (error) *error = "this build has no pulse backend (libpulse was not found)";
+        return std::nullopt;
+    }
+#endif
+    if (error) *error = "unknown audio backend '" + std::string(name) + "' (virtual or pulse)";
     return std::nullopt;
 }
 
-zqvm::AudioBackend Chosen() {
-    int backend = g_backend.load(std::memory_order_acquire);
-    if (backend == kUnchosen) {
-        const char* name = std::getenv("ZQ_AUDIO_BACKEND");
-        zqvm::AudioBackend fromEnvironment = zqvm::AudioBackend::Virtual;
-        if (name != nullptr && name[0] != '\0') {
-            std::string why;
-            if (zqvm::SelectAudioBackend(name, &why)) return zqvm::SelectedAudioBackend();
-            std::fprintf(stderr, "zqplatform: ZQ_AUDIO_BACKEND: %s; using the virtual audio engine\n", why.c_str());
-        }
-        // The first choice stands: a SelectAudioBackend meanwhile wins.
-        g_backend.compare_exchange_strong(backend, static_cast<int>(fromEnvironment), std::memory_order_acq_rel);
-        backend = g_backend.load(std::memory_order_acquire);
-    }
-    return static_cast<zqvm::AudioBackend>(backend);
+zqplatform::BackendChoice<zqvm::AudioBackend>& TheChoice() {
+    static zqplatform::BackendChoice<zqvm::AudioBackend> choice("ZQ_AUDIO_BACKEND", zqvm::AudioBackend::Virtual,
+                                                                 "the virtual audio engine", &Parse);
+    return choice;
 }
+
+zqvm::AudioBackend Chosen() { return TheChoice().Get(); }
 
 HRESULT CreateEnumerator(REFIID riid, void** ppv) {
     // The machine description also describes the bridges and the registry, which the system
@@ -63,21 +58,7 @@ const bool kRegistered = [] {
 
 namespace zqvm {
 
-bool SelectAudioBackend(std::string_view name, std::string* error) {
-    const std::optional<AudioBackend> backend = Parse(name);
-    if (!backend) {
-        if (error) *error = "unknown audio backend '" + std::string(name) + "' (virtual or pulse)";
-        return false;
-    }
-#if !defined(ZQ_HAVE_PULSE)
-    if (*backend == AudioBackend::Pulse) {
-        if (error) *error = "this build has no pulse backend (libpulse was not found)";
-        return false;
-    }
-#endif
-    g_backend.store(static_cast<int>(*backend), std::memory_order_release);
-    return true;
-}
+bool SelectAudioBackend(std::string_view name, std::string* error) { return TheChoice().Select(name, error); }
 
 AudioBackend SelectedAudioBackend() { return Chosen(); }
 

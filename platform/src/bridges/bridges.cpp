@@ -11,6 +11,9 @@
 #include <mutex>
 
 #include "../faults/call_faults.h"
+#include "../hidraw/hidraw_bridges.h"
+#include "bridge_backend.h"
+#include "instance_key.h"
 #include "zqplatform/vm/bridges.h"
 #include "zqplatform/vm/registry.h"
 #include "zqplatform/win/winreg.h"
@@ -110,33 +113,12 @@ std::shared_ptr<Bridge> Use(Bridges& b, HID_UART_DEVICE device, int& status) {
     return it->second;
 }
 
-std::wstring GuidText(const GUID& g) {
-    char text[40];
-    std::snprintf(text, sizeof(text), "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", g.Data1, g.Data2,
-                  g.Data3, g.Data4[0], g.Data4[1], g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6],
-                  g.Data4[7]);
-    return std::wstring(text, text + std::strlen(text));
-}
-
-// The device instance key of the bridge's USB device, named by its serial string as far as
-// the bridge reports one (bytes up to the first NUL, each its own character).
-std::wstring InstancePath(const BridgeDescription& d) {
-    const std::string& serial = d.serial.bytes;
-    const size_t end = std::min(serial.find('\0'), std::min<size_t>(serial.size(), HID_UART_DEVICE_STRLEN));
-    if (end == 0) return std::wstring();
-    char prefix[64];
-    std::snprintf(prefix, sizeof(prefix), "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_%04X&PID_%04X\\", d.vid, d.pid);
-    std::wstring path(prefix, prefix + std::strlen(prefix));
-    for (size_t i = 0; i < end; ++i) path += static_cast<wchar_t>(static_cast<unsigned char>(serial[i]));
-    return path;
-}
-
 void PublishRegistry(Bridge& bridge) {
     if (!bridge.description.containerId) return;
-    bridge.registryPath = InstancePath(bridge.description);
+    bridge.registryPath = zqplatform::bridges::InstanceKeyPath(bridge.description.vid, bridge.description.pid,
+                                                               bridge.description.serial.bytes);
     if (bridge.registryPath.empty()) return;
-    zqvm::RegistrySetString(HKEY_LOCAL_MACHINE, bridge.registryPath, L"ContainerID",
-                            GuidText(*bridge.description.containerId));
+    zqplatform::bridges::PublishContainerId(bridge.registryPath, *bridge.description.containerId);
 }
 
 void WithdrawRegistry(Bridge& bridge) {
@@ -177,6 +159,7 @@ HID_UART_STATUS HidUart_GetNumDevices(DWORD* numDevices, WORD vid, WORD pid) {
         Record(b, "HidUart_GetNumDevices", "injected", static_cast<int>(fault));
         return static_cast<HID_UART_STATUS>(fault);
     }
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::GetNumDevices(numDevices, vid, pid);
     int status = HID_UART_SUCCESS;
     if (numDevices == nullptr) {
         status = HID_UART_INVALID_PARAMETER;
@@ -195,6 +178,7 @@ HID_UART_STATUS HidUart_GetString(DWORD deviceNum, WORD vid, WORD pid, char* dev
         Record(b, "HidUart_GetString", "injected", static_cast<int>(fault));
         return static_cast<HID_UART_STATUS>(fault);
     }
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::GetString(deviceNum, vid, pid, deviceString, options);
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Find(b, deviceNum, vid, pid);
     if (deviceString == nullptr || options < HID_UART_GET_VID_STR || options > HID_UART_GET_PRODUCT_STR) {
@@ -225,6 +209,7 @@ HID_UART_STATUS HidUart_Open(HID_UART_DEVICE* device, DWORD deviceNum, WORD vid,
         Record(b, "HidUart_Open", "injected", static_cast<int>(fault));
         return static_cast<HID_UART_STATUS>(fault);
     }
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::UartNotDriven();
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Find(b, deviceNum, vid, pid);
     if (device == nullptr) {

@@ -20,14 +20,6 @@ namespace fs = std::filesystem;
 // the GUIDs derived from it are what pairs a microphone with its endpoint.
 constexpr GUID kUsbContainerNamespace = {0x6F1D7A3C, 0x52E8, 0x4B0A, {0x9C, 0x41, 0x3D, 0x8E, 0x27, 0xB5, 0x60, 0xF9}};
 
-std::string FirstLine(const fs::path& file) {
-    std::ifstream in(file);
-    std::string line;
-    if (!in || !std::getline(in, line)) return {};
-    while (!line.empty() && (line.back() == '\r' || line.back() == ' ' || line.back() == '\t')) line.pop_back();
-    return line;
-}
-
 bool IsUnder(const fs::path& path, const fs::path& root) {
     auto p = path.begin();
     for (auto r = root.begin(); r != root.end(); ++r, ++p) {
@@ -51,6 +43,15 @@ uint64_t GetBigEndian(const uint8_t* in, int bytes) {
 }
 
 }  // namespace
+
+std::optional<std::string> ReadSysfsLine(const std::string& file) {
+    std::ifstream in(file);
+    if (!in) return std::nullopt;
+    std::string line;
+    if (!std::getline(in, line)) return std::string();
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' ' || line.back() == '\t')) line.pop_back();
+    return line;
+}
 
 std::string SysfsRoot() {
     const char* root = std::getenv("ZQ_SYSFS_ROOT");
@@ -106,10 +107,10 @@ std::string UsbFolderOfBusPath(const std::string& root, std::string_view busPath
 GUID ContainerIdOfUsbFolder(const std::string& folder) {
     if (folder.empty()) return GUID_NULL;
     const fs::path path(folder);
-    const std::string vendor = FirstLine(path / "idVendor");
-    const std::string product = FirstLine(path / "idProduct");
+    const std::string vendor = ReadSysfsLine(path / "idVendor").value_or("");
+    const std::string product = ReadSysfsLine(path / "idProduct").value_or("");
     if (vendor.empty() || product.empty()) return GUID_NULL;
-    std::string serial = FirstLine(path / "serial");
+    std::string serial = ReadSysfsLine(path / "serial").value_or("");
     // Without a serial the port path (the folder's name) tells two devices of a kind apart.
     if (serial.empty()) serial = "port:" + path.filename().string();
     // sysfs writes the ids in lower case; the name uses Windows' upper-case spelling.

@@ -6,6 +6,7 @@
 // and the hidraw bridges use it (exported only for the platform's own tests).
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,10 @@
 #include "zqplatform/win/wintypes.h"
 
 namespace zqplatform::usb {
+
+// The first line of a sysfs attribute file, without trailing blanks; nothing when the file
+// cannot be read.
+ZQPLATFORM_API std::optional<std::string> ReadSysfsLine(const std::string& file);
 
 // The root of the sysfs tree: ZQ_SYSFS_ROOT (a fake tree, for tests) or "/sys".
 ZQPLATFORM_API std::string SysfsRoot();

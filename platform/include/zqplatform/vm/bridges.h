@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -113,5 +114,16 @@ ZQPLATFORM_API std::vector<std::string> BridgeCalls();
 ZQPLATFORM_API void ClearBridgeCalls();
 // Handles from HidUart_Open not yet closed.
 ZQPLATFORM_API size_t BridgeOpenHandleCount();
+
+// Which bridges the HidUart_* functions stand for: the simulated ones above (the default), or
+// the maker's bridges plugged into this machine, found through Linux hidraw and sysfs
+// (ZQ_SYSFS_ROOT and ZQ_DEV_ROOT move both, for tests). Read from ZQ_BRIDGE_BACKEND ("simulated"
+// or "hidraw") at the first HidUart_* call unless SelectBridgeBackend was called before;
+// independent of the audio backend. While hidraw is chosen the simulated bridges take no part.
+enum class BridgeBackend { Simulated, Hidraw };
+// False (and the reason in *error) for a name other than "simulated" or "hidraw".
+ZQPLATFORM_API bool SelectBridgeBackend(std::string_view name, std::string* error);
+ZQPLATFORM_API BridgeBackend SelectedBridgeBackend();
+ZQPLATFORM_API const char* BridgeBackendName(BridgeBackend backend);
 
 }  // namespace zqvm

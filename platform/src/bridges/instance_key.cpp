@@ -1,0 +1,26 @@
+#include "instance_key.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "../audio/text.h"
+#include "zqplatform/vm/registry.h"
+#include "zqplatform/win/hiduart.h"
+
+namespace zqplatform::bridges {
+
+std::wstring InstanceKeyPath(WORD vid, WORD pid, std::string_view serial) {
+    const size_t end = std::min(serial.find('\0'), std::min<size_t>(serial.size(), HID_UART_DEVICE_STRLEN));
+    if (end == 0) return std::wstring();
+    char prefix[64];
+    std::snprintf(prefix, sizeof(prefix), "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_%04X&PID_%04X\\", vid, pid);
+    std::wstring path(prefix, prefix + std::char_traits<char>::length(prefix));
+    for (size_t i = 0; i < end; ++i) path += static_cast<wchar_t>(static_cast<unsigned char>(serial[i]));
+    return path;
+}
+
+void PublishContainerId(const std::wstring& keyPath, const GUID& container) {
+    zqvm::RegistrySetString(HKEY_LOCAL_MACHINE, keyPath, L"ContainerID", audio::GuidText(container));
+}
+
+}  // namespace zqplatform::bridges
