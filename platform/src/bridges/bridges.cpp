@@ -153,13 +153,13 @@ bool FirmwareUnderstands(const Bridge& bridge) {
 extern "C" {
 
 HID_UART_STATUS HidUart_GetNumDevices(DWORD* numDevices, WORD vid, WORD pid) {
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::GetNumDevices(numDevices, vid, pid);
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
     if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_GetNumDevices", fault)) {
         Record(b, "HidUart_GetNumDevices", "injected", static_cast<int>(fault));
         return static_cast<HID_UART_STATUS>(fault);
     }
-    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::GetNumDevices(numDevices, vid, pid);
     int status = HID_UART_SUCCESS;
     if (numDevices == nullptr) {
         status = HID_UART_INVALID_PARAMETER;
@@ -172,13 +172,13 @@ HID_UART_STATUS HidUart_GetNumDevices(DWORD* numDevices, WORD vid, WORD pid) {
 }
 
 HID_UART_STATUS HidUart_GetString(DWORD deviceNum, WORD vid, WORD pid, char* deviceString, DWORD options) {
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::GetString(deviceNum, vid, pid, deviceString, options);
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
     if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_GetString", fault)) {
         Record(b, "HidUart_GetString", "injected", static_cast<int>(fault));
         return static_cast<HID_UART_STATUS>(fault);
     }
-    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::GetString(deviceNum, vid, pid, deviceString, options);
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Find(b, deviceNum, vid, pid);
     if (deviceString == nullptr || options < HID_UART_GET_VID_STR || options > HID_UART_GET_PRODUCT_STR) {
@@ -203,13 +203,13 @@ HID_UART_STATUS HidUart_GetString(DWORD deviceNum, WORD vid, WORD pid, char* dev
 }
 
 HID_UART_STATUS HidUart_Open(HID_UART_DEVICE* device, DWORD deviceNum, WORD vid, WORD pid) {
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::Open(device, deviceNum, vid, pid);
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
     if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_Open", fault)) {
         Record(b, "HidUart_Open", "injected", static_cast<int>(fault));
         return static_cast<HID_UART_STATUS>(fault);
     }
-    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::UartNotDriven();
     int status = HID_UART_SUCCESS;
     std::shared_ptr<Bridge> bridge = Find(b, deviceNum, vid, pid);
     if (device == nullptr) {
@@ -242,6 +242,7 @@ HID_UART_STATUS HidUart_Open(HID_UART_DEVICE* device, DWORD deviceNum, WORD vid,
 }
 
 HID_UART_STATUS HidUart_Close(HID_UART_DEVICE device) {
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::Close(device);
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
     int status = HID_UART_SUCCESS;
@@ -264,6 +265,9 @@ HID_UART_STATUS HidUart_Close(HID_UART_DEVICE device) {
 
 HID_UART_STATUS HidUart_SetUartConfig(HID_UART_DEVICE device, DWORD baudRate, BYTE dataBits, BYTE parity,
                                       BYTE stopBits, BYTE flowControl) {
+    if (zqplatform::bridges::HidrawChosen()) {
+        return zqplatform::hidraw::SetUartConfig(device, baudRate, dataBits, parity, stopBits, flowControl);
+    }
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
     if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_SetUartConfig", fault)) {
@@ -293,6 +297,7 @@ HID_UART_STATUS HidUart_SetUartConfig(HID_UART_DEVICE device, DWORD baudRate, BY
 }
 
 HID_UART_STATUS HidUart_GetTimeouts(HID_UART_DEVICE device, DWORD* readTimeout, DWORD* writeTimeout) {
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::GetTimeouts(device, readTimeout, writeTimeout);
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
     if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_GetTimeouts", fault)) {
@@ -316,6 +321,7 @@ HID_UART_STATUS HidUart_GetTimeouts(HID_UART_DEVICE device, DWORD* readTimeout, 
 }
 
 HID_UART_STATUS HidUart_SetTimeouts(HID_UART_DEVICE device, DWORD readTimeout, DWORD writeTimeout) {
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::SetTimeouts(device, readTimeout, writeTimeout);
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
     if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_SetTimeouts", fault)) {
@@ -337,6 +343,7 @@ HID_UART_STATUS HidUart_SetTimeouts(HID_UART_DEVICE device, DWORD readTimeout, D
 }
 
 HID_UART_STATUS HidUart_Write(HID_UART_DEVICE device, BYTE* buffer, DWORD numBytesToWrite, DWORD* numBytesWritten) {
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::Write(device, buffer, numBytesToWrite, numBytesWritten);
     Bridges& b = TheBridges();
     std::lock_guard<std::mutex> lock(b.mutex);
     if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_Write", fault)) {
@@ -372,6 +379,7 @@ HID_UART_STATUS HidUart_Write(HID_UART_DEVICE device, BYTE* buffer, DWORD numByt
 }
 
 HID_UART_STATUS HidUart_Read(HID_UART_DEVICE device, BYTE* buffer, DWORD numBytesToRead, DWORD* numBytesRead) {
+    if (zqplatform::bridges::HidrawChosen()) return zqplatform::hidraw::Read(device, buffer, numBytesToRead, numBytesRead);
     Bridges& b = TheBridges();
     std::unique_lock<std::mutex> lock(b.mutex);
     if (int64_t fault = 0; zqplatform::faults::TakeCallFailure("HidUart_Read", fault)) {

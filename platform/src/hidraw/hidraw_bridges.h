@@ -4,10 +4,10 @@
 // (instance_key.h): the GUID that the pulse backend derives for the sound card of the same USB
 // device, so the two pair. Internal to the platform library; the HidUart_* entry points call
 // these while the hidraw backend is chosen.
-//
-// Not yet driven: the UART behind the node (open, configuration, time-outs, reads and writes).
-// Those calls answer HID_UART_DEVICE_NOT_SUPPORTED, and the first of them says so on the debug
-// output, so a microphone found over hidraw is listed with versions 0.
+// An opened bridge is its node's UART (hidraw_uart.h); calls on one handle take turns, calls on
+// different handles run side by side. A handle that dropped input reports says so on the debug
+// output when it is closed. Every call can be failed by zqvm::FailCall, as the simulated
+// bridges' can.
 #pragma once
 
 #include "zqplatform/win/hiduart.h"
@@ -16,7 +16,13 @@ namespace zqplatform::hidraw {
 
 HID_UART_STATUS GetNumDevices(DWORD* numDevices, WORD vid, WORD pid);
 HID_UART_STATUS GetString(DWORD deviceNum, WORD vid, WORD pid, char* deviceString, DWORD options);
-// The calls on an opened bridge.
-HID_UART_STATUS UartNotDriven();
+HID_UART_STATUS Open(HID_UART_DEVICE* device, DWORD deviceNum, WORD vid, WORD pid);
+HID_UART_STATUS Close(HID_UART_DEVICE device);
+HID_UART_STATUS SetUartConfig(HID_UART_DEVICE device, DWORD baudRate, BYTE dataBits, BYTE parity, BYTE stopBits,
+                              BYTE flowControl);
+HID_UART_STATUS GetTimeouts(HID_UART_DEVICE device, DWORD* readTimeout, DWORD* writeTimeout);
+HID_UART_STATUS SetTimeouts(HID_UART_DEVICE device, DWORD readTimeout, DWORD writeTimeout);
+HID_UART_STATUS Write(HID_UART_DEVICE device, BYTE* buffer, DWORD numBytesToWrite, DWORD* numBytesWritten);
+HID_UART_STATUS Read(HID_UART_DEVICE device, BYTE* buffer, DWORD numBytesToRead, DWORD* numBytesRead);
 
 }  // namespace zqplatform::hidraw
