@@ -9,9 +9,13 @@
 #include <cstring>
 #include <deque>
 #include <fstream>
+#include <future>
 #include <map>
 #include <mutex>
+#include <thread>
 
+#include "bridge_chip.h"
+#include "fuse_hidraw_folder.h"
 #include "microphone_machine.h"
 #include "scoped_environment.h"
 #include "zqplatform/vm/hidraw_device.h"
@@ -147,114 +151,87 @@ TEST_F(HidrawBridges, EachListingPublishesTheContainersOfItsUsbDevicesAndWithdra
     EXPECT_NE(ContainerValue(L"KV1-PORT5"), GUID_NULL);
 }
 
-// The maker's bridge behind a node as the kernel would hand it over: feature reports, one report
-// per read and write, the microphone's firmware behind the UART. Wait does not sleep: it counts
-// the time-outs it was asked to wait out, as the simulated bridges' instant timing does.
-struct FakeBridge {
+// A node in the process, in place of the kernel's, in front of a chip. Wait does not sleep: it
+// counts the time-outs it was asked to wait out, as the simulated bridges' instant timing does.
+struct WaitLog {
     std::mutex mutex;
-    uint8_t part = 0x0A;
-    bool enabled = false;
-    int purges = 0;
-    std::vector<uint8_t> config;                   // the last UART configuration report
-    std::vector<uint8_t> reply = {0xAA, 0x05, 0x12};  // the firmware's answer to 0x03; empty: silent
-    bool malformed = false;  // the answer comes in reports that carry no UART data
-    bool gone = false;       // unplugged while the node is open
-    std::deque<std::vector<uint8_t>> input;
-    int timeOuts = 0;      // waits that ran into their time-out
+    int timeOuts = 0;
     int longestWaitMs = 0;
 };
 
-class FakeNode final : public zqvm::HidrawDevice {
+class InProcessNode final : public zqvm::HidrawDevice {
 public:
-    explicit FakeNode(std::shared_ptr<FakeBridge> bridge) : m_bridge(std::move(bridge)) {}
-    bool GetFeature(uint8_t* report, size_t size) override {
-        std::lock_guard<std::mutex> lock(m_bridge->mutex);
-        if (m_bridge->gone || report[0] != 0x46 || size < 3) return false;
-        report[1] = m_bridge->part;
-        report[2] = 1;
-        return true;
-    }
-    bool SetFeature(const uint8_t* report, size_t size) override {
-        std::lock_guard<std::mutex> lock(m_bridge->mutex);
-        if (m_bridge->gone) return false;
-        if (report[0] == 0x41 && size == 2) m_bridge->enabled = report[1] == 1;
-        else if (report[0] == 0x43 && size == 2) ++m_bridge->purges;
-        else if (report[0] == 0x50 && size == 9) m_bridge->config.assign(report, report + size);
-        else return false;
-        return true;
-    }
-    bool Write(const uint8_t* report, size_t size) override {
-        std::lock_guard<std::mutex> lock(m_bridge->mutex);
-        if (m_bridge->gone || size < 1 || report[0] + 1u != size) return false;
-        // The firmware makes out the query only at 57600 8N1 without flow control.
-        const std::vector<uint8_t> understood = {0x50, 0x00, 0x00, 0xE1, 0x00, 0x00, 0x00, 0x03, 0x00};
-        for (size_t i = 1; i < size; ++i) {
-            if (report[i] != 0x03 || !m_bridge->enabled || m_bridge->config != understood || m_bridge->reply.empty()) {
-                continue;
-            }
-            const std::vector<uint8_t>& r = m_bridge->reply;
-            if (m_bridge->malformed) {
-                m_bridge->input.push_back({0x00, r[0], r[1], r[2]});    // report id 0
-                m_bridge->input.push_back({0x09, r[0]});                // longer than the report
-            } else {
-                m_bridge->input.push_back({static_cast<uint8_t>(1), r[0]});  // split over two reports
-                m_bridge->input.push_back({static_cast<uint8_t>(r.size() - 1), r[1], r[2]});
-            }
-        }
-        return true;
-    }
-    long Read(uint8_t* report, size_t size) override {
-        std::lock_guard<std::mutex> lock(m_bridge->mutex);
-        if (m_bridge->gone) return -1;
-        if (m_bridge->input.empty()) return 0;
-        const std::vector<uint8_t> next = std::move(m_bridge->input.front());
-        m_bridge->input.pop_front();
-        const size_t n = std::min(size, next.size());
-        std::copy_n(next.begin(), n, report);
-        return static_cast<long>(n);
-    }
+    InProcessNode(std::shared_ptr<zqtest::BridgeChip> chip, std::shared_ptr<WaitLog> waits)
+        : m_chip(std::move(chip)), m_waits(std::move(waits)) {}
+    bool Info(uint16_t* vendor, uint16_t* product) override { return m_chip->Ids(vendor, product); }
+    bool GetFeature(uint8_t* report, size_t size) override { return m_chip->GetFeature(report, size); }
+    bool SetFeature(const uint8_t* report, size_t size) override { return m_chip->SetFeature(report, size); }
+    bool Write(const uint8_t* report, size_t size) override { return m_chip->Write(report, size); }
+    long Read(uint8_t* report, size_t size) override { return m_chip->Read(report, size); }
     Ready Wait(int timeoutMs) override {
-        std::lock_guard<std::mutex> lock(m_bridge->mutex);
-        if (m_bridge->gone) return Ready::Gone;
-        if (!m_bridge->input.empty()) return Ready::Readable;
-        ++m_bridge->timeOuts;
-        m_bridge->longestWaitMs = std::max(m_bridge->longestWaitMs, timeoutMs);
+        if (m_chip->Gone()) return Ready::Gone;
+        if (m_chip->HasInput()) return Ready::Readable;
+        std::lock_guard<std::mutex> lock(m_waits->mutex);
+        ++m_waits->timeOuts;
+        m_waits->longestWaitMs = std::max(m_waits->longestWaitMs, timeoutMs);
         return Ready::TimedOut;
     }
 
 private:
-    std::shared_ptr<FakeBridge> m_bridge;
+    std::shared_ptr<zqtest::BridgeChip> m_chip;
+    std::shared_ptr<WaitLog> m_waits;
 };
 
-class HidrawUart : public HidrawBridges {
+// The same chips behind the in-process node and behind the kernel's node code on a FUSE file.
+enum class NodeKind { InProcess, Fuse };
+
+class HidrawUart : public HidrawBridges, public ::testing::WithParamInterface<NodeKind> {
 protected:
     void SetUp() override {
         HidrawBridges::SetUp();
+        if (GetParam() == NodeKind::Fuse) {
+            fuse = std::make_unique<zqtest::FuseHidrawFolder>();
+            ZQ_REQUIRE_FUSE(*fuse);
+            fuseDevRoot = std::make_unique<zqtest::ScopedEnvironment>("ZQ_DEV_ROOT", fuse->Path().c_str());
+            return;
+        }
         zqvm::SetHidrawOpenerForTest([this](const std::string& path, std::string* why) -> std::unique_ptr<zqvm::HidrawDevice> {
-            const auto found = bridges.find(fs::path(path).filename().string());
-            if (found == bridges.end()) {
+            const std::string name = fs::path(path).filename().string();
+            std::lock_guard<std::mutex> lock(nodesMutex);
+            const auto found = chips.find(name);
+            if (found == chips.end()) {
                 *why = "No such file or directory";
                 return nullptr;
             }
-            return std::make_unique<FakeNode>(found->second);
+            return std::make_unique<InProcessNode>(found->second, waits[name]);
         });
     }
     void TearDown() override {
         zqvm::SetHidrawOpenerForTest(nullptr);
-        HidrawBridges::TearDown();
+        HidrawBridges::TearDown();  // the core goes first: it may hold a node open
+        fuseDevRoot.reset();
+        fuse.reset();
     }
+    fs::path DevFolder() const { return fuse ? fuse->Path() : dev.Path(); }
     // A microphone at USB port `port` behind node hidraw<node>, and a capture endpoint of its USB
     // device's container.
-    std::shared_ptr<FakeBridge> AddMicrophone(int node, int port, const char* serial) {
+    std::shared_ptr<zqtest::BridgeChip> AddMicrophone(int node, int port, const char* serial) {
         const fs::path usb = AddNode(node, port, "10c4", "eab0", serial);
         zqvm::EndpointSpec card;
         card.flow = eCapture;
         card.name = std::wstring(L"Microphone (") + std::wstring(serial, serial + std::strlen(serial)) + L")";
         card.container = zqplatform::usb::ContainerIdOfUsbFolder(usb.string());
         EXPECT_FALSE(zqvm::AddEndpoint(card).empty());
-        auto bridge = std::make_shared<FakeBridge>();
-        bridges["hidraw" + std::to_string(node)] = bridge;
-        return bridge;
+        auto chip = std::make_shared<zqtest::BridgeChip>();
+        const std::string name = "hidraw" + std::to_string(node);
+        if (fuse) {
+            fuse->Add(name, chip);
+        } else {
+            std::lock_guard<std::mutex> lock(nodesMutex);
+            chips[name] = chip;
+            waits[name] = std::make_shared<WaitLog>();
+        }
+        return chip;
     }
     CWMAudioDevice* Listed(const wchar_t* serial) {
         for (size_t i = 0; i < core->GetHidCaptureDeviceCount(); ++i) {
@@ -267,15 +244,19 @@ protected:
         return std::find(told.begin(), told.end(), line + L"\n") != told.end();
     }
 
-    std::map<std::string, std::shared_ptr<FakeBridge>> bridges;
+    std::unique_ptr<zqtest::FuseHidrawFolder> fuse;
+    std::unique_ptr<zqtest::ScopedEnvironment> fuseDevRoot;
+    std::mutex nodesMutex;
+    std::map<std::string, std::shared_ptr<zqtest::BridgeChip>> chips;  // the in-process nodes
+    std::map<std::string, std::shared_ptr<WaitLog>> waits;
 };
 
-TEST_F(HidrawUart, DiscoveryAsksEachMicrophoneForItsVersionsAtItsUartSettingsAndNamesIt) {
+TEST_P(HidrawUart, DiscoveryAsksEachMicrophoneForItsVersionsAtItsUartSettingsAndNamesIt) {
     const auto answering = AddMicrophone(0, 3, "KV1-ANSWERS");
     const auto silent = AddMicrophone(1, 4, "KV1-SILENT");
-    silent->reply.clear();
+    silent->SetReply({});
     const auto unknownPart = AddMicrophone(2, 5, "KV1-OTHERCHIP");
-    unknownPart->part = 0x0F;
+    unknownPart->SetPart(0x0F);
     AddNode(3, 6, "10c4", "eab0", "KV1-NONODE");  // listed in sysfs, no node to open
     core->Init(window->Handle());
 
@@ -285,9 +266,9 @@ TEST_F(HidrawUart, DiscoveryAsksEachMicrophoneForItsVersionsAtItsUartSettingsAnd
     EXPECT_EQ(record->GetVerFW(), 0x12);
     EXPECT_EQ(record->GetFriendlyName(), CStringW(L"KV-1 Studio"));
     EXPECT_EQ(record->GetName(), CStringW(L"Microphone (KV1-ANSWERS)")) << "paired with its card";
-    EXPECT_TRUE(answering->enabled);
-    EXPECT_GE(answering->purges, 1);
-    EXPECT_EQ(answering->config, (std::vector<uint8_t>{0x50, 0x00, 0x00, 0xE1, 0x00, 0x00, 0x00, 0x03, 0x00}))
+    EXPECT_TRUE(answering->Enabled());
+    EXPECT_GE(answering->Purges(), 1);
+    EXPECT_EQ(answering->Config(), (std::vector<uint8_t>{0x50, 0x00, 0x00, 0xE1, 0x00, 0x00, 0x00, 0x03, 0x00}))
         << "57600 baud, no parity, no flow control, 8 data bits, 1 stop bit";
 
     // The others stay listed, with versions 0: the silent one after one read time-out.
@@ -296,33 +277,62 @@ TEST_F(HidrawUart, DiscoveryAsksEachMicrophoneForItsVersionsAtItsUartSettingsAnd
         ASSERT_NE(Listed(serial), nullptr);
         EXPECT_EQ(Listed(serial)->GetVerFW(), 0);
     }
-    EXPECT_EQ(silent->timeOuts, 1);
-    EXPECT_GT(silent->longestWaitMs, 0);
-    EXPECT_LE(silent->longestWaitMs, 150) << "the read time-out discovery sets";
-    EXPECT_EQ(unknownPart->config, std::vector<uint8_t>()) << "a chip of another part is not configured";
-    EXPECT_TRUE(Told(L"hidraw: " + (dev.Path() / "hidraw3").wstring() + L": cannot be opened: No such file or directory"));
+    if (!fuse) {
+        const WaitLog& silentWaits = *waits["hidraw1"];
+        EXPECT_EQ(silentWaits.timeOuts, 1);
+        EXPECT_GT(silentWaits.longestWaitMs, 0);
+        EXPECT_LE(silentWaits.longestWaitMs, 150) << "the read time-out discovery sets";
+    }
+    EXPECT_EQ(unknownPart->Config(), std::vector<uint8_t>()) << "a chip of another part is not configured";
+    EXPECT_TRUE(Told(L"hidraw: " + (DevFolder() / "hidraw3").wstring() + L": cannot be opened: No such file or directory"));
 }
 
-TEST_F(HidrawUart, AReplyInMalformedReportsIsDroppedAndToldAndANodeGoneMidReadFailsTheRead) {
-    const auto malformed = AddMicrophone(0, 3, "KV1-MALFORMED");
-    malformed->malformed = true;
-    AddMicrophone(1, 4, "KV1-GONE");
+TEST_P(HidrawUart, AReplyInMalformedReportsIsDroppedAndToldAndANodeGoneMidReadFailsTheRead) {
+    AddMicrophone(0, 3, "KV1-MALFORMED")->SetMalformedReplies(true);
+    const auto going = AddMicrophone(1, 4, "KV1-GONE");
     core->Init(window->Handle());
     ASSERT_NE(Listed(L"KV1-MALFORMED"), nullptr);
     EXPECT_EQ(Listed(L"KV1-MALFORMED")->GetVerFW(), 0);
-    EXPECT_TRUE(Told(L"hidraw: " + (dev.Path() / "hidraw0").wstring() +
+    EXPECT_TRUE(Told(L"hidraw: " + (DevFolder() / "hidraw0").wstring() +
                      L": dropped 2 input report(s) that carried no UART data"));
 
-    // Straight through the bridge library: unplugged between the query and the read.
+    // Straight through the bridge library: unplugged while a read waits for the reply. Through
+    // the kernel's node the read is woken by the unplug, long before its time-out.
     HID_UART_DEVICE device = nullptr;
     ASSERT_EQ(HidUart_Open(&device, 1, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
-    bridges["hidraw1"]->gone = true;
+    ASSERT_EQ(HidUart_SetTimeouts(device, 30000, 1000), HID_UART_SUCCESS);
     BYTE buffer[16];
     DWORD read = 7;
-    EXPECT_EQ(HidUart_Read(device, buffer, sizeof(buffer), &read), HID_UART_DEVICE_IO_FAILED);
+    std::future<HID_UART_STATUS> reading;
+    if (fuse) {
+        reading = std::async(std::launch::async, [&] { return HidUart_Read(device, buffer, sizeof(buffer), &read); });
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (fuse->WaitingPolls() == 0 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+        ASSERT_EQ(fuse->WaitingPolls(), 1) << "the read never waited in poll";
+        going->Unplug();
+        fuse->Remove("hidraw1");
+        ASSERT_EQ(reading.wait_for(std::chrono::seconds(10)), std::future_status::ready) << "poll was not woken";
+    } else {
+        going->Unplug();
+        reading = std::async(std::launch::deferred, [&] { return HidUart_Read(device, buffer, sizeof(buffer), &read); });
+    }
+    EXPECT_EQ(reading.get(), HID_UART_DEVICE_IO_FAILED);
     EXPECT_EQ(read, 0u);
     EXPECT_EQ(HidUart_Close(device), HID_UART_SUCCESS);
     EXPECT_EQ(HidUart_Close(device), HID_UART_INVALID_DEVICE_OBJECT);
 }
+
+TEST_P(HidrawUart, ANodeThatNowAnswersForAnotherDeviceIsNotOpened) {
+    // Node numbers are reused: sysfs still lists the bridge, the node is a keyboard's by now.
+    AddMicrophone(0, 3, "KV1-RENUMBERED")->SetIds(0x046D, 0xC31C);
+    HID_UART_DEVICE device = nullptr;
+    EXPECT_EQ(HidUart_Open(&device, 0, 0x10C4, 0xEAB0), HID_UART_DEVICE_NOT_FOUND);
+    EXPECT_TRUE(Told(L"hidraw: " + (DevFolder() / "hidraw0").wstring() + L": is no longer the device that was listed"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Nodes, HidrawUart, ::testing::Values(NodeKind::InProcess, NodeKind::Fuse),
+                         [](const ::testing::TestParamInfo<NodeKind>& kind) {
+                             return kind.param == NodeKind::InProcess ? "InProcess" : "ThroughTheKernel";
+                         });
 
 }  // namespace

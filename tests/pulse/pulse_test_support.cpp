@@ -18,11 +18,6 @@
 
 namespace zqtest::pulse {
 
-bool InCi() {
-    const char* ci = std::getenv("CI");
-    return ci != nullptr && std::string(ci) == "true";
-}
-
 bool TestServerReachable(std::string* why) {
     const char* folder = std::getenv("ZQ_PULSE_TEST_SERVER");
     if (folder == nullptr || folder[0] == '\0') {

@@ -12,19 +12,21 @@
 #include <thread>
 #include <vector>
 
+#include "ci.h"
+
 namespace zqtest::pulse {
 
 // Whether the test server is there (ZQ_PULSE_TEST_SERVER names its folder and a client reaches
 // it); the reason in *why otherwise.
 bool TestServerReachable(std::string* why);
-bool InCi();
+using ::zqtest::InCi;
 
 // Skips the test outside CI and fails it in CI when there is no test server.
 #define ZQ_REQUIRE_PULSE_SERVER()                                                        \
     do {                                                                                 \
         std::string zqWhy;                                                               \
         if (!::zqtest::pulse::TestServerReachable(&zqWhy)) {                             \
-            if (::zqtest::pulse::InCi()) FAIL() << "no pulse test server in CI: " << zqWhy; \
+            if (::zqtest::InCi()) FAIL() << "no pulse test server in CI: " << zqWhy; \
             GTEST_SKIP() << "no pulse test server (" << zqWhy << "); scripts/test starts one"; \
         }                                                                                \
     } while (0)

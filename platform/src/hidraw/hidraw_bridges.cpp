@@ -143,12 +143,21 @@ HID_UART_STATUS Open(HID_UART_DEVICE* device, DWORD deviceNum, WORD vid, WORD pi
     if (device == nullptr) return HID_UART_INVALID_PARAMETER;
     const std::vector<HidrawNode> nodes = ListNodes(vid, pid);
     if (deviceNum >= nodes.size()) return HID_UART_DEVICE_NOT_FOUND;
-    const std::string& path = nodes[deviceNum].devicePath;
+    const HidrawNode& listed = nodes[deviceNum];
+    const std::string& path = listed.devicePath;
     std::string why;
     std::unique_ptr<HidrawDevice> node = OpenHidraw(path, &why);
     if (!node) {
         Tell(L"hidraw: " + Wide(path) + L": cannot be opened: " + Wide(why));
         return HID_UART_DEVICE_ACCESS_ERROR;
+    }
+    // Node numbers are reused: between the listing and the open, another device may have
+    // taken this one's.
+    uint16_t vendor = 0;
+    uint16_t product = 0;
+    if (!node->Info(&vendor, &product) || vendor != listed.vid || product != listed.pid) {
+        Tell(L"hidraw: " + Wide(path) + L": is no longer the device that was listed");
+        return HID_UART_DEVICE_NOT_FOUND;
     }
     auto handle = std::make_shared<Handle>(path, std::move(node));
     if (const HID_UART_STATUS status = handle->uart.Start(); status != HID_UART_SUCCESS) return status;

@@ -1,4 +1,4 @@
-// The kernel's hidraw node: open(2) non-blocking, HIDIOCGFEATURE / HIDIOCSFEATURE, read(2) and
+// The kernel's hidraw node: open(2) non-blocking, HIDIOCGRAWINFO, HIDIOCGFEATURE / HIDIOCSFEATURE, read(2) and
 // write(2) of whole reports, poll(2) for the time-outs.
 #include "hidraw_device.h"
 
@@ -25,6 +25,13 @@ public:
     KernelHidraw(const KernelHidraw&) = delete;
     KernelHidraw& operator=(const KernelHidraw&) = delete;
 
+    bool Info(uint16_t* vendor, uint16_t* product) override {
+        hidraw_devinfo info = {};
+        if (::ioctl(m_fd, HIDIOCGRAWINFO, &info) < 0) return false;
+        *vendor = static_cast<uint16_t>(info.vendor);
+        *product = static_cast<uint16_t>(info.product);
+        return true;
+    }
     bool GetFeature(uint8_t* report, size_t size) override {
         return ::ioctl(m_fd, HIDIOCGFEATURE(size), report) >= 0;
     }

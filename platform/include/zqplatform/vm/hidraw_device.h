@@ -1,4 +1,4 @@
-// A hidraw node as the hidraw bridges use it: feature reports through ioctls, one report per
+// A hidraw node as the hidraw bridges use it: its device's ids and feature reports through ioctls, one report per
 // read or write, and poll. The kernel's node stands behind it; tests may put a node of their own
 // in its place (SetHidrawOpenerForTest), which the bridges then open for every path.
 #pragma once
@@ -18,6 +18,8 @@ public:
     enum class Ready { Readable, TimedOut, Gone };
 
     virtual ~HidrawDevice() = default;
+    // The vendor and product of the HID device behind the node; false when it cannot be asked.
+    virtual bool Info(uint16_t* vendor, uint16_t* product) = 0;
     // report[0] is the report id; false when the device refuses it or is gone.
     virtual bool GetFeature(uint8_t* report, size_t size) = 0;
     virtual bool SetFeature(const uint8_t* report, size_t size) = 0;
