@@ -9,6 +9,8 @@
 #include <sstream>
 
 #include "../../platform/src/usb/usb_container.h"
+#include "bridge_chip.h"
+#include "fuse_hidraw_folder.h"
 #include "log_recorder.h"
 #include "message_window.h"
 #include "pulse_fixture.h"
@@ -123,6 +125,48 @@ TEST_F(PulseHost, MonitoredMicrophoneReachesTheSpeakerAtTheDesignedLevelWithoutG
         for (std::string line; std::getline(lines, line);)
             if (line.find("Latency") != std::string::npos) std::printf("%s:%s\n", list, line.c_str());
     }
+    core->Stop();
+}
+
+// The microphone found through its own HID interface instead of a simulated bridge: the server's
+// sysfs tree gives the KV-1's USB device the bridge's interface, whose node hidraw3 is served
+// through FUSE by a chip that answers the version query.
+class PulseHostOverHidraw : public PulseHost {
+protected:
+    void SetUp() override {
+        ZQ_REQUIRE_FUSE(nodes);
+        std::string error;
+        ASSERT_TRUE(zqvm::SelectBridgeBackend("hidraw", &error)) << error;
+        nodes.Add("hidraw3", chip);
+        PulseHost::SetUp();
+    }
+    void TearDown() override {
+        PulseHost::TearDown();
+        std::string error;
+        EXPECT_TRUE(zqvm::SelectBridgeBackend("simulated", &error)) << error;
+    }
+
+    zqtest::FuseHidrawFolder nodes;
+    zqtest::ScopedEnvironment devRoot{"ZQ_DEV_ROOT", nodes.Path().c_str()};
+    std::shared_ptr<zqtest::BridgeChip> chip = std::make_shared<zqtest::BridgeChip>();
+};
+
+TEST_F(PulseHostOverHidraw, MicrophoneAskedOverHidrawIsNamedPairedWithItsSourceAndMonitored) {
+    ASSERT_EQ(1u, core->GetHidCaptureDeviceCount()) << "the KV-1 of port 3, the only bridge interface";
+    CWMAudioDevice* microphone = core->GetHidCaptureDevice(0);
+    EXPECT_EQ(CStringW(L"KV1-2024-0001"), microphone->GetSN());
+    EXPECT_EQ(0x05, microphone->GetVerAPI());
+    EXPECT_EQ(0x12, microphone->GetVerFW());
+    EXPECT_EQ(CStringW(L"KV-1"), microphone->GetFriendlyName()) << "named from config.xml by its versions";
+    EXPECT_EQ(CStringW(L"KV-1 USB Microphone"), microphone->GetName()) << "paired with kv1_mic";
+    EXPECT_EQ((std::vector<uint8_t>{0x50, 0x00, 0x00, 0xE1, 0x00, 0x00, 0x00, 0x03, 0x00}), chip->Config());
+
+    core->Start();
+    ASSERT_TRUE(core->IsStarted());
+    const std::vector<float> recorded = Record("speaker48.monitor", 48000, 2, 1.0);
+    const ToneReading left = Analyse(recorded, 2, 0, 48000, 0.5);
+    EXPECT_NEAR(1000.0, left.frequency, 2.0) << "the microphone's tone at the speaker";
+    EXPECT_NEAR(0.0, 20 * std::log10(left.amplitude / (0.5 * M_SQRT1_2 * 0.5)), 0.5);
     core->Stop();
 }
 
