@@ -12,6 +12,7 @@
 #include <string>
 
 #include "bridge_chip.h"
+#include "fake_usb_sysfs.h"
 #include "fuse_hidraw_folder.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/audio_machine.h"
@@ -30,29 +31,6 @@ constexpr const char* kProductTable = R"(<config>
   <product device_name="KV-1 USB Microphone" friendly_name="KV-1 Studio" api="5" fw="0x12" editor="kv1edit"/>
 </config>)";
 
-void Write(const fs::path& file, const std::string& text) {
-    fs::create_directories(file.parent_path());
-    std::ofstream(file) << text;
-}
-
-// USB device 1-<n+1> with the bridge's HID interface, its node hidraw<n>; its USB folder.
-fs::path AddUsbMicrophone(const fs::path& sys, int n) {
-    const std::string port = "1-" + std::to_string(n + 1);
-    const fs::path usb = sys / "devices/pci0000:00/0000:00:14.0/usb1" / port;
-    Write(usb / "idVendor", "10c4\n");
-    Write(usb / "idProduct", "eab0\n");
-    Write(usb / "serial", "KV1-" + std::to_string(n) + "\n");
-    Write(usb / "manufacturer", "KESTRAVON\n");
-    Write(usb / "product", "KV-1 USB Microphone\n");
-    const fs::path hid = usb / (port + ":1.3") / ("0003:10C4:EAB0.000" + std::to_string(n));
-    Write(hid / "uevent", "HID_ID=0003:000010C4:0000EAB0\n");
-    const fs::path node = hid / "hidraw" / ("hidraw" + std::to_string(n));
-    fs::create_directories(node);
-    fs::create_directories(sys / "class/hidraw");
-    fs::create_directory_symlink(fs::relative(node, sys / "class/hidraw"), sys / "class/hidraw" / node.filename());
-    return usb;
-}
-
 void BM_RefreshOverHidraw(benchmark::State& state) {
     const int microphones = static_cast<int>(state.range(0));
     const bool oneSilent = state.range(1) != 0;
@@ -64,7 +42,8 @@ void BM_RefreshOverHidraw(benchmark::State& state) {
     const fs::path folder = fs::temp_directory_path() / "zq_hidraw_bench";
     fs::remove_all(folder);
     const fs::path sys = folder / "sys";
-    Write(folder / "config.xml", kProductTable);
+    fs::create_directories(folder);
+    std::ofstream(folder / "config.xml") << kProductTable;
     setenv("ZQ_SYSFS_ROOT", sys.c_str(), 1);
     setenv("ZQ_DEV_ROOT", nodes.Path().c_str(), 1);
     std::string error;
@@ -84,7 +63,11 @@ void BM_RefreshOverHidraw(benchmark::State& state) {
         zqvm::EndpointSpec mic;
         mic.flow = eCapture;
         mic.name = L"Microphone " + std::to_wstring(n);
-        mic.container = zqplatform::usb::ContainerIdOfUsbFolder(AddUsbMicrophone(sys, n).string());
+        zqtest::FakeUsbBridge bridge;
+        bridge.port = n + 1;
+        bridge.node = n;
+        bridge.serial = "KV1-" + std::to_string(n);
+        mic.container = zqplatform::usb::ContainerIdOfUsbFolder(zqtest::AddFakeUsbBridge(sys, bridge).string());
         zqvm::AddEndpoint(mic);
         auto chip = std::make_shared<zqtest::BridgeChip>();
         if (oneSilent && n == microphones - 1) chip->SetReply({});

@@ -4,17 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <cstring>
 #include <deque>
-#include <fstream>
 #include <future>
 #include <map>
 #include <mutex>
 #include <thread>
 
 #include "bridge_chip.h"
+#include "fake_usb_sysfs.h"
 #include "fuse_hidraw_folder.h"
 #include "microphone_machine.h"
 #include "scoped_environment.h"
@@ -47,37 +46,15 @@ protected:
         MicrophoneMachineTest::TearDown();
     }
 
-    // hidrawN of a HID interface of the USB device at port `port`, with its class link; the USB
-    // device's attribute files as given (an empty text leaves the file out).
+    // hidraw<node> of the bridge's HID interface of the USB device at port `port`, with its class
+    // link; the USB device's attribute files as given (an empty text leaves the file out).
     fs::path AddNode(int node, int port, const char* vendor, const char* product, const char* serial,
                      const char* productString = "KV-1 USB Microphone") {
-        const fs::path usb = Sys() / kUsbRoot / ("1-" + std::to_string(port));
-        const std::pair<const char*, const char*> files[] = {{"idVendor", vendor},        {"idProduct", product},
-                                                             {"serial", serial},          {"manufacturer", "KESTRAVON"},
-                                                             {"product", productString}};
-        for (const auto& [name, text] : files) {
-            if (text[0] != '\0') Write(usb / name, std::string(text) + "\n");
-        }
-        const std::string hidName = "0003:" + Upper(vendor) + ":" + Upper(product) + ".000" + std::to_string(node);
-        const fs::path hid = usb / ("1-" + std::to_string(port) + ":1.0") / hidName;
-        Write(hid / "uevent", "DRIVER=hid-generic\nHID_ID=0003:0000" + Upper(vendor) + ":0000" + Upper(product) + "\n");
-        const fs::path nodeFolder = hid / "hidraw" / ("hidraw" + std::to_string(node));
-        Write(nodeFolder / "uevent", "MAJOR=240\nMINOR=" + std::to_string(node) + "\n");
-        fs::create_directories(Sys() / "class" / "hidraw");
-        fs::create_directory_symlink(fs::relative(nodeFolder, Sys() / "class" / "hidraw"), ClassLink(node));
-        return usb;
+        return zqtest::AddFakeUsbBridge(Sys(), {port, node, vendor, product, serial, "KESTRAVON", productString});
     }
-    fs::path ClassLink(int node) const { return Sys() / "class" / "hidraw" / ("hidraw" + std::to_string(node)); }
+    fs::path ClassLink(int node) const { return zqtest::HidrawClassLink(Sys(), node); }
     fs::path Sys() const { return sysfs.Path(); }
 
-    static std::string Upper(std::string text) {
-        for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        return text;
-    }
-    static void Write(const fs::path& file, const std::string& text) {
-        fs::create_directories(file.parent_path());
-        std::ofstream(file) << text;
-    }
     static std::string String(DWORD device, DWORD option, int* status) {
         char text[HID_UART_DEVICE_STRLEN + 1] = {};
         *status = HidUart_GetString(device, 0x10C4, 0xEAB0, text, option);

@@ -96,13 +96,15 @@ std::string TestFolder::Write(const std::string& name, const std::string& text) 
 }
 
 std::string MachineXml(const MachineSpec& endpointSpec) {
-    const char* container = "{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}";
+    const std::string container = endpointSpec.usbDevice.empty()
+                                      ? "container=\"" + endpointSpec.container + "\""
+                                      : "usb_device=\"" + endpointSpec.usbDevice + "\"";
     std::ostringstream xml;
     xml << "<machine>\n"
-        << "  <bridge product=\"" << endpointSpec.product << "\" serial=\"" << endpointSpec.serial << "\" container=\"" << container
-        << "\" version_reply=\"" << endpointSpec.versionReply << "\"/>\n"
-        << "  <endpoint flow=\"capture\" name=\"" << endpointSpec.microphoneName << "\" container=\"" << container
-        << "\" rate=\"48000\" channels=\"1\" format=\"int16\" default=\"all\">\n"
+        << "  <bridge product=\"" << endpointSpec.product << "\" serial=\"" << endpointSpec.serial << "\" " << container
+        << " version_reply=\"" << endpointSpec.versionReply << "\"/>\n"
+        << "  <endpoint flow=\"capture\" name=\"" << endpointSpec.microphoneName << "\" " << container
+        << " rate=\"48000\" channels=\"1\" format=\"int16\" default=\"all\">\n"
         << "    <source kind=\"tone\" frequency=\"" << endpointSpec.toneHz << "\" level_dbfs=\"" << endpointSpec.toneDbfs << "\"/>\n"
         << "  </endpoint>\n";
     for (size_t i = 0; i < endpointSpec.renderNames.size(); ++i) {

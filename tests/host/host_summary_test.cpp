@@ -60,6 +60,7 @@ TEST(HostCommandLine, RefusesWhatItCannotDo) {
     EXPECT_EQ(RunHost({"--json"}).exitCode, 2) << "--json without --seconds";
     EXPECT_EQ(RunHost({"--seconds", "-1"}).exitCode, 2);
     EXPECT_EQ(RunHost({"--seconds", "1", "--volume-at", "0.5:2"}).exitCode, 2) << "a volume above 1";
+    EXPECT_EQ(RunHost({"--seconds", "1", "--bridges", "usb"}).exitCode, 2) << "simulated or hidraw only";
     // Without a terminal and without --seconds there is nothing to show.
     EXPECT_EQ(RunHost({}).exitCode, 1);
     TestFolder folder;

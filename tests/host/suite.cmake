@@ -2,9 +2,13 @@
 
 # The suite runs the built host application as a separate process, as a user would; it links
 # neither library itself, only libsndfile to read the WAV files the host writes.
-set_property(TARGET ${exe} PROPERTY LINK_LIBRARIES GTest::gtest GTest::gtest_main PkgConfig::SNDFILE)
+set_property(TARGET ${exe} PROPERTY LINK_LIBRARIES GTest::gtest GTest::gtest_main PkgConfig::SNDFILE PkgConfig::FUSE3)
 target_compile_definitions(${exe} PRIVATE ZQ_MONITOR_EXE="$<TARGET_FILE:zqmonitor>")
 add_dependencies(${exe} zqmonitor)
-# The tone measurement it shares with the other suites, compiled in (it needs neither library).
-target_sources(${exe} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/tone_pitch.cpp)
+# What it shares with the other suites, compiled in (none of it needs either library): the tone
+# measurement, and the bridge's hidraw node served through FUSE below a fake sysfs tree.
+target_sources(${exe} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/tone_pitch.cpp
+                              ${CMAKE_SOURCE_DIR}/tests/support/bridge_chip.cpp
+                              ${CMAKE_SOURCE_DIR}/tests/support/fuse_hidraw_folder.cpp
+                              ${CMAKE_SOURCE_DIR}/tests/support/fake_usb_sysfs.cpp)
 target_include_directories(${exe} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support)

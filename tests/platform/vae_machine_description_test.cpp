@@ -259,6 +259,10 @@ TEST_F(MachineDescriptionTest, ABadDescriptionLeavesAnEmptyMachineAndSaysWhere) 
         {"<machine><bridge serial=\"S\" version_reply=\"AA 5G\"/></machine>", "version_reply"},
         {"<machine><bridge serial=\"S\" version_reply=\"100\"/></machine>", "version_reply"},
         {"<machine><bridge serial=\"S\" container=\"{1234}\"/></machine>", "container"},
+        {"<machine><bridge serial=\"S\" usb_device=\"/devices/nowhere/1-9\"/></machine>", "/devices/nowhere/1-9"},
+        {"<machine><endpoint flow=\"capture\" container=\"{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}\" "
+         "usb_device=\"/devices/x\"/></machine>",
+         "not both"},
         {"<machine><bridge serial=\"S\" pid=\"0x10000\"/></machine>", "pid"},
         {"<machine><bridge serial=\"S\" vendor=\"x\"/></machine>", "vendor"},
     };

@@ -14,6 +14,9 @@
 //   flow        capture | render
 //   name        friendly name (PKEY_Device_FriendlyName)
 //   container   container identifier GUID, with or without braces (PKEY_Device_ContainerId)
+//   usb_device  instead of container: the sysfs path of a USB device or of a device below it,
+//               as udev and PulseAudio name it ("/devices/.../usb1/1-2"; under ZQ_SYSFS_ROOT):
+//               that USB device's container, as the pulse and hidraw backends derive it
 //   rate        sample rate in Hz, default 48000
 //   channels    1 to 8, default 2
 //   format      float32 | int16 | int24 | int32, default float32
@@ -38,6 +41,7 @@
 //   container     container identifier GUID of its USB device: published in the registry
 //                 ("ContainerID"), pairing the bridge with the capture endpoint of the same
 //                 container; without it the registry has no key for the bridge
+//   usb_device    instead of container, as for an endpoint
 //   version_reply bytes the firmware answers the version query with, in hex separated by
 //                 blanks, default "AA 05 12" (protocol 5, firmware 0x12); "" for no answer
 //   vid, pid      USB identifiers, default 0x10C4 and 0xEAB0
@@ -54,6 +58,7 @@
 #include <initializer_list>
 #include <sstream>
 
+#include "../usb/usb_container.h"
 #include "text.h"
 
 namespace zqplatform::audio {
@@ -191,18 +196,36 @@ private:
         return true;
     }
 
+    // container="GUID", or usb_device="sysfs path": the USB device's container as the pulse and
+    // hidraw backends derive it. container is left as it was when neither is given.
+    bool Container(const pugi::xml_node& node, std::optional<GUID>& container) {
+        const pugi::xml_attribute text = node.attribute("container");
+        const pugi::xml_attribute device = node.attribute("usb_device");
+        if (text && device) return Fail(node, "give container or usb_device, not both");
+        if (text) {
+            const std::optional<GUID> guid = ParseGuid(text.value());
+            if (!guid) return Fail(node, std::string("container is not a GUID: '") + text.value() + "'");
+            container = *guid;
+        } else if (device) {
+            const std::string root = usb::SysfsRoot();
+            const GUID guid = usb::ContainerIdOfUsbFolder(usb::FindUsbDeviceFolder(root, device.value()));
+            if (guid == GUID_NULL) {
+                return Fail(node, std::string("usb_device is no USB device under ") + root + ": '" + device.value() + "'");
+            }
+            container = guid;
+        }
+        return true;
+    }
+
     bool Bridge(const pugi::xml_node& node, zqvm::BridgeDescription& bridge) {
-        if (!OnlyKnownAttributes(node, {"serial", "manufacturer", "product", "container", "version_reply", "vid", "pid"}))
+        if (!OnlyKnownAttributes(node,
+                                 {"serial", "manufacturer", "product", "container", "usb_device", "version_reply", "vid", "pid"}))
             return false;
         if (!node.attribute("serial")) return Fail(node, "a bridge needs a serial");
         bridge.serial = node.attribute("serial").value();
         bridge.manufacturer = node.attribute("manufacturer").as_string("KESTRAVON");
         bridge.product = node.attribute("product").value();
-        if (const pugi::xml_attribute container = node.attribute("container")) {
-            const std::optional<GUID> guid = ParseGuid(container.value());
-            if (!guid) return Fail(node, std::string("container is not a GUID: '") + container.value() + "'");
-            bridge.containerId = *guid;
-        }
+        if (!Container(node, bridge.containerId)) return false;
         if (const pugi::xml_attribute reply = node.attribute("version_reply")) {
             bridge.versionReply.clear();
             std::istringstream bytes(reply.value());
@@ -223,8 +246,9 @@ private:
     }
 
     bool Endpoint(const pugi::xml_node& node, zqvm::EndpointSpec& endpointSpec) {
-        if (!OnlyKnownAttributes(node, {"id", "flow", "name", "container", "rate", "channels", "format", "extensible",
-                                        "channel_mask", "state", "default", "keep_seconds", "ppm", "phase_ms"}))
+        if (!OnlyKnownAttributes(node, {"id", "flow", "name", "container", "usb_device", "rate", "channels", "format",
+                                        "extensible", "channel_mask", "state", "default", "keep_seconds", "ppm",
+                                        "phase_ms"}))
             return false;
         const std::string flow = node.attribute("flow").value();
         if (flow == "capture")
@@ -235,11 +259,9 @@ private:
             return Fail(node, "flow must be capture or render");
         endpointSpec.id = WideFromUtf8(node.attribute("id").value());
         endpointSpec.name = WideFromUtf8(node.attribute("name").value());
-        if (const pugi::xml_attribute container = node.attribute("container")) {
-            const std::optional<GUID> guid = ParseGuid(container.value());
-            if (!guid) return Fail(node, std::string("container is not a GUID: '") + container.value() + "'");
-            endpointSpec.container = *guid;
-        }
+        std::optional<GUID> container;
+        if (!Container(node, container)) return false;
+        if (container) endpointSpec.container = *container;
         uint64_t rate = endpointSpec.rate, channels = endpointSpec.channels, mask = 0, keep = endpointSpec.keepSeconds;
         if (!Unsigned(node, "rate", 1000000, rate) || !Unsigned(node, "channels", 8, channels) ||
             !Unsigned(node, "channel_mask", 0xFFFFFFFFu, mask) || !Unsigned(node, "keep_seconds", 3600, keep) ||

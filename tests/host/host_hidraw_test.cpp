@@ -1,0 +1,44 @@
+// zqmonitor --bridges hidraw on the virtual audio engine: the machine description's bridge takes
+// no part, and the microphone whose bridge node is served through FUSE below a fake sysfs tree is
+// listed, asked for its versions, named from config.xml and paired with the description's capture
+// endpoint of its USB device (usb_device="<its sysfs path>").
+#include <gtest/gtest.h>
+
+#include "bridge_chip.h"
+#include "fake_usb_sysfs.h"
+#include "fuse_hidraw_folder.h"
+#include "host_process.h"
+#include "scoped_environment.h"
+
+namespace zqhosttest {
+namespace {
+
+TEST(HostHidraw, ListsTheMicrophoneBehindItsHidrawNodeInsteadOfTheDescriptionsBridge) {
+    zqtest::FuseHidrawFolder nodes;
+    ZQ_REQUIRE_FUSE(nodes);
+    nodes.Add("hidraw0", std::make_shared<zqtest::BridgeChip>());
+    TestFolder folder;
+    zqtest::FakeUsbBridge bridge;
+    bridge.port = 2;
+    bridge.serial = "KV1-HIDRAW-0007";
+    zqtest::AddFakeUsbBridge(folder.Path("sys"), bridge);
+    zqtest::ScopedEnvironment sysfsRoot("ZQ_SYSFS_ROOT", folder.Path("sys").c_str());
+    zqtest::ScopedEnvironment devRoot("ZQ_DEV_ROOT", nodes.Path().c_str());
+
+    MachineSpec endpointSpec;
+    endpointSpec.serial = "KV1-SIMULATED";
+    endpointSpec.usbDevice = "/devices/pci0000:00/0000:00:14.0/usb1/1-2";  // the sound card of the same device
+    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.0, {"--bridges", "hidraw"});
+    ASSERT_SUMMARY(result);
+    const JsonValue& mics = (*result.json)["microphones"];
+    ASSERT_EQ(mics.size(), 1u) << result.run.out;
+    EXPECT_EQ(mics[0]["serial"].String(), "KV1-HIDRAW-0007");
+    EXPECT_EQ(mics[0]["api"].Number(), 5);
+    EXPECT_EQ(mics[0]["fw"].Number(), 0x12);
+    EXPECT_EQ(mics[0]["friendly_name"].String(), "KV-1");
+    EXPECT_EQ(mics[0]["endpoint_name"].String(), endpointSpec.microphoneName);
+    EXPECT_NEAR((*result.json)["levels"]["capture_dbfs"].Number(), -6.0, 0.5) << "the paired endpoint was opened";
+}
+
+}  // namespace
+}  // namespace zqhosttest
