@@ -12,23 +12,15 @@
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
 #include "audio_fixture.h"
-#include "scoped_environment.h"
-#include "zqplatform/vm/kernel_faults.h"
 
 namespace {
 
-using zqtest::AudioMachineTest;
+using zqtest::kStreamWaitMs;
 
-constexpr uint32_t kWait = 5000;
-
-class CaptureEngine : public AudioMachineTest {
+class CaptureEngine : public zqtest::ExactMonitoringTest {
 protected:
-    // The design's conversions and queue exactly, frame by frame: without the monitoring
-    // path's rate control (set before the core opens its devices).
-    zqtest::ScopedEnvironment rateControlOff{"ZQ_MONITOR_RATE_CONTROL", "0"};
-
     void SetUp() override {
-        AudioMachineTest::SetUp();
+        ExactMonitoringTest::SetUp();
         speaker = AddRender(48000, 2, zqvm::SampleFormat::Float32);
         core->Init(window->Handle());
         capture = core->GetCaptureEngine();
@@ -45,7 +37,7 @@ protected:
     void CapturePeriod() {
         const uint64_t before = zqvm::CapturePacketsReleased(mic);
         StepPeriods(1);
-        ASSERT_TRUE(zqvm::WaitForCapturePacketsReleased(mic, before + 1, kWait));
+        ASSERT_TRUE(zqvm::WaitForCapturePacketsReleased(mic, before + 1, kStreamWaitMs));
     }
 
     // The latest-packet block of the analyzer's input buffer: frame count and frames.
@@ -181,64 +173,33 @@ TEST_F(CaptureEngine, ANullDeviceReleasesTheStreamAndOpensNothing) {
     EXPECT_EQ(capture->SetFirstAudioDevice(), E_FAIL);  // no microphone listed
 }
 
-struct FailureRow {
-    const char* method;  // "Interface::Method", or with "/Interface" for one requested interface
-    const wchar_t* text;
-};
-
+// Every step of the open, and each of the stream's two events, failing once.
 TEST_F(CaptureEngine, EveryFailingStepIsReportedAndTheNextOpenSucceeds) {
-    const HRESULT injected = static_cast<HRESULT>(0x88890099u);
-    const FailureRow rows[] = {
-        {"IMMDevice::Activate/IAudioClient", L"Unable to activate audio client: 88890099.\n"},
-        {"IAudioClient::GetMixFormat", L"Unable to get mix format on audio client: 88890099.\n"},
-        {"IAudioClient::Initialize", L"Unable to initialize audio client: 88890099.\n"},
-        {"IAudioClient::GetBufferSize", L"Unable to get audio client buffer: 88890099. \n"},
-        {"IAudioClient::SetEventHandle", L"Unable to set ready event: 88890099.\n"},
-        {"IAudioClient::GetService/IAudioCaptureClient", L"Unable to get new capture client: 88890099.\n"},
-        {"IAudioClient::GetService/ISimpleAudioVolume", L"Unable to get Capture Simple Audio Volume: 88890099.\n"},
-        {"IMMDevice::Activate/IAudioMeterInformation", L"Unable to get Capture Audio Meter Info: 88890099.\n"},
-    };
     mic = AddCapture(48000, 2, zqvm::SampleFormat::Float32, zqvm::CaptureSource::Fed());
     const long baseline = zqvm::LiveObjectCount();
-    for (const FailureRow& row : rows) {
-        SCOPED_TRACE(row.method);
-        recorder->Clear();
-        debugOutput.Clear();
-        ASSERT_TRUE(zqvm::InjectFailure(mic, row.method, injected, true));
-        EXPECT_FALSE(core->SetCaptureDevice(Device(mic)));
-        bool logged = false;
-        for (const auto& e : recorder->Events()) logged = logged || (e.type == zqLogEventError && e.text == row.text);
-        EXPECT_TRUE(logged);
-        const auto debugTexts = debugOutput.Texts();
-        EXPECT_NE(std::find(debugTexts.begin(), debugTexts.end(), std::wstring(row.text)), debugTexts.end());
-        EXPECT_EQ(capture->SetAudioDevice(Device(mic)), S_OK);
-    }
+    ExpectEachFailingStepReported(
+        mic, static_cast<HRESULT>(0x88890099u),
+        {
+            {"IMMDevice::Activate/IAudioClient", L"Unable to activate audio client: 88890099.\n"},
+            {"IAudioClient::GetMixFormat", L"Unable to get mix format on audio client: 88890099.\n"},
+            {"IAudioClient::Initialize", L"Unable to initialize audio client: 88890099.\n"},
+            {"IAudioClient::GetBufferSize", L"Unable to get audio client buffer: 88890099. \n"},
+            {"IAudioClient::SetEventHandle", L"Unable to set ready event: 88890099.\n"},
+            {"IAudioClient::GetService/IAudioCaptureClient", L"Unable to get new capture client: 88890099.\n"},
+            {"IAudioClient::GetService/ISimpleAudioVolume", L"Unable to get Capture Simple Audio Volume: 88890099.\n"},
+            {"IMMDevice::Activate/IAudioMeterInformation", L"Unable to get Capture Audio Meter Info: 88890099.\n"},
+        },
+        [this] { return capture->SetAudioDevice(Device(mic)); });
     capture->SetAudioDevice(nullptr);
     EXPECT_EQ(zqvm::LiveObjectCount(), baseline);  // nothing a failed open built was left behind
     EXPECT_EQ(zqvm::EndpointRefCount(mic), 0);
 }
 
-TEST_F(CaptureEngine, EventsThatCannotBeCreatedFailTheOpen) {
-    mic = AddCapture(48000, 2, zqvm::SampleFormat::Float32, zqvm::CaptureSource::Fed());
-    for (int which = 0; which < 2; ++which) {
-        recorder->Clear();
-        zqvm::FailEventCreations(which, 1, ERROR_NOT_ENOUGH_MEMORY);
-        EXPECT_EQ(capture->SetAudioDevice(Device(mic)), E_FAIL);
-        const wchar_t* expected = which == 0 ? L"Unable to create shutdown event: 8.\n"
-                                             : L"Unable to create samples ready event: 8.\n";
-        EXPECT_TRUE(recorder->Contains(expected)) << which;
-        EXPECT_EQ(capture->SetAudioDevice(Device(mic)), S_OK);
-    }
-    capture->SetAudioDevice(nullptr);
-}
-
 TEST_F(CaptureEngine, AFormatTheResamplerRefusesFailsTheOpenButKeepsTheClient) {
     mic = AddCapture(48000, 2, zqvm::SampleFormat::Int24, zqvm::CaptureSource::Fed());
     EXPECT_EQ(capture->SetAudioDevice(Device(mic)), E_FAIL);
-    EXPECT_TRUE(recorder->Contains(L"Resampler CAPTURE has not been properly initialized"));
-    const auto debugTexts = debugOutput.Texts();
-    EXPECT_NE(std::find(debugTexts.begin(), debugTexts.end(), L"Resampler CAPTURE has not been properly initialized\n"),
-              debugTexts.end());
+    ExpectReported(L"Resampler CAPTURE has not been properly initialized",
+                   L"Resampler CAPTURE has not been properly initialized\n");
     // The stream still runs; its packets are drained and dropped.
     ASSERT_TRUE(capture->StartCapture());
     ASSERT_TRUE(zqvm::FeedFrames(mic, std::vector<float>(960, 0.5f)));

@@ -10,13 +10,10 @@
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
 #include "audio_fixture.h"
-#include "scoped_environment.h"
 #include "tone_pitch.h"
 #include "zqplatform/vm/message_pump.h"
 
 namespace {
-
-using zqtest::AudioMachineTest;
 
 constexpr double kTone = 1000.0;
 constexpr double kAmplitude = 0.5;
@@ -49,12 +46,8 @@ ChannelStats Analyse(const std::vector<float>& frames, int channels, int channel
 
 double Decibels(double ratio) { return 20.0 * std::log10(ratio); }
 
-class Monitoring : public AudioMachineTest {
+class Monitoring : public zqtest::ExactMonitoringTest {
 protected:
-    // The design's conversions and queue exactly, frame by frame: without the monitoring
-    // path's rate control (set before the core opens its devices).
-    zqtest::ScopedEnvironment rateControlOff{"ZQ_MONITOR_RATE_CONTROL", "0"};
-
     // Opens the microphone and the default speaker through the core and starts both streams.
     void StartMonitoring(uint32_t micRate, uint16_t micChannels, zqvm::SampleFormat micFormat, uint32_t speakerRate,
                          zqvm::SampleFormat speakerFormat) {

@@ -9,21 +9,12 @@
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
 #include "audio_fixture.h"
-#include "scoped_environment.h"
 #include "zqplatform/vm/kernel_faults.h"
 
 namespace {
 
-using zqtest::AudioMachineTest;
-
-constexpr uint32_t kWait = 5000;
-
-class RenderEngine : public AudioMachineTest {
+class RenderEngine : public zqtest::ExactMonitoringTest {
 protected:
-    // The design's conversions and queue exactly, frame by frame: without the monitoring
-    // path's rate control (set before the core opens its devices).
-    zqtest::ScopedEnvironment rateControlOff{"ZQ_MONITOR_RATE_CONTROL", "0"};
-
     void InitWith(uint32_t rate) {
         speaker = AddRender(rate, 2, zqvm::SampleFormat::Float32);
         core->Init(window->Handle());
@@ -51,7 +42,7 @@ protected:
     // One device period and the render thread's refill after it.
     void RenderPeriod(uint64_t expectedReleases) {
         StepPeriods(1);
-        ASSERT_TRUE(zqvm::WaitForRenderBuffersReleased(speaker, expectedReleases, kWait));
+        ASSERT_TRUE(zqvm::WaitForRenderBuffersReleased(speaker, expectedReleases, zqtest::kStreamWaitMs));
     }
 
     std::wstring speaker;
@@ -178,50 +169,25 @@ TEST_F(RenderEngine, StartAndStopRules) {
     recorder->Clear();
     EXPECT_EQ(render->SetAudioDevice(nullptr), 1);
     EXPECT_FALSE(render->StartRender());
-    bool logged = false;
-    for (const auto& e : recorder->Events()) logged = logged || (e.type == zqLogEventError && e.text == L"AudioRender: !m_spRenderDevice");
-    EXPECT_TRUE(logged);
+    EXPECT_TRUE(recorder->Contains(zqLogEventError, L"AudioRender: !m_spRenderDevice"));
 }
-
-struct FailureRow {
-    const char* method;
-    const wchar_t* text;
-};
 
 TEST_F(RenderEngine, EveryFailingStepIsReportedAndTheNextOpenSucceeds) {
     InitWith(48000);
     const HRESULT injected = static_cast<HRESULT>(0x88890077u);
-    const FailureRow rows[] = {
-        {"IMMDevice::Activate/IAudioClient", L"Unable to activate audio client: 88890077.\n"},
-        {"IAudioClient::GetMixFormat", L"Unable to get mix format on audio client: 88890077.\n"},
-        {"IAudioClient::Initialize", L"Unable to initialize audio client: 88890077.\n"},
-        {"IAudioClient::GetBufferSize", L"Unable to get audio client buffer: 88890077. \n"},
-        {"IAudioClient::SetEventHandle", L"Unable to set ready event: 88890077.\n"},
-        {"IAudioClient::GetService/IAudioRenderClient", L"Unable to get new Render client: 88890077.\n"},
-        {"IAudioClient::GetService/ISimpleAudioVolume", L"Unable to get Render Simple Audio Volume: 88890077.\n"},
-        {"IMMDevice::Activate/IAudioMeterInformation", L"Unable to get Render Audio Meter Info: 88890077.\n"},
-    };
-    for (const FailureRow& row : rows) {
-        SCOPED_TRACE(row.method);
-        recorder->Clear();
-        debugOutput.Clear();
-        ASSERT_TRUE(zqvm::InjectFailure(speaker, row.method, injected, true));
-        EXPECT_FALSE(core->SetRenderDevice(Device(speaker)));
-        bool logged = false;
-        for (const auto& e : recorder->Events()) logged = logged || (e.type == zqLogEventError && e.text == row.text);
-        EXPECT_TRUE(logged);
-        const auto debugTexts = debugOutput.Texts();
-        EXPECT_NE(std::find(debugTexts.begin(), debugTexts.end(), std::wstring(row.text)), debugTexts.end());
-        EXPECT_TRUE(core->SetRenderDevice(Device(speaker)));
-    }
-    for (int which = 0; which < 2; ++which) {
-        recorder->Clear();
-        zqvm::FailEventCreations(static_cast<uint32_t>(which), 1, ERROR_NOT_ENOUGH_MEMORY);
-        EXPECT_EQ(render->SetAudioDevice(Device(speaker)), E_FAIL);
-        EXPECT_TRUE(recorder->Contains(which == 0 ? L"Unable to create shutdown event: 8.\n"
-                                                  : L"Unable to create samples ready event: 8.\n"));
-        EXPECT_EQ(render->SetAudioDevice(Device(speaker)), S_OK);
-    }
+    ExpectEachFailingStepReported(
+        speaker, injected,
+        {
+            {"IMMDevice::Activate/IAudioClient", L"Unable to activate audio client: 88890077.\n"},
+            {"IAudioClient::GetMixFormat", L"Unable to get mix format on audio client: 88890077.\n"},
+            {"IAudioClient::Initialize", L"Unable to initialize audio client: 88890077.\n"},
+            {"IAudioClient::GetBufferSize", L"Unable to get audio client buffer: 88890077. \n"},
+            {"IAudioClient::SetEventHandle", L"Unable to set ready event: 88890077.\n"},
+            {"IAudioClient::GetService/IAudioRenderClient", L"Unable to get new Render client: 88890077.\n"},
+            {"IAudioClient::GetService/ISimpleAudioVolume", L"Unable to get Render Simple Audio Volume: 88890077.\n"},
+            {"IMMDevice::Activate/IAudioMeterInformation", L"Unable to get Render Audio Meter Info: 88890077.\n"},
+        },
+        [this] { return render->SetAudioDevice(Device(speaker)); });
     // A session that cannot be opened leaves the engine without its volume sink, nothing else.
     ASSERT_TRUE(zqvm::InjectFailure(speaker, "IMMDevice::Activate/IAudioSessionManager", injected, true));
     EXPECT_EQ(render->SetAudioDevice(Device(speaker)), S_OK);
@@ -233,10 +199,8 @@ TEST_F(RenderEngine, AFormatTheResamplerRefusesFailsTheOpenWithMinusOne) {
     InitWith(48000);
     const std::wstring packed24 = AddRender(48000, 2, zqvm::SampleFormat::Int24, L"Packed 24-bit", false);
     EXPECT_EQ(render->SetAudioDevice(Device(packed24)), -1);
-    EXPECT_TRUE(recorder->Contains(L"Resampler RENDER has not been properly initialized"));
-    const auto debugTexts = debugOutput.Texts();
-    EXPECT_NE(std::find(debugTexts.begin(), debugTexts.end(), L"Resampler RENDER has not been properly initialized\n"),
-              debugTexts.end());
+    ExpectReported(L"Resampler RENDER has not been properly initialized",
+                   L"Resampler RENDER has not been properly initialized\n");
     EXPECT_TRUE(render->StartRender());  // the client stays; the capture thread skips the conversion
 }
 

@@ -3,8 +3,6 @@
 // where it happened instead of closing it up.
 #include <gtest/gtest.h>
 
-#include <sndfile.h>
-
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -12,24 +10,13 @@
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
 #include "audio_fixture.h"
+#include "wav_file.h"
 
 namespace {
 
 using zqtest::AudioMachineTest;
 
-constexpr uint32_t kWait = 5000;
 constexpr int64_t kHalfPeriod = 50000;
-
-std::vector<float> ReadLeftChannel(const std::string& path) {
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    std::vector<float> left;
-    if (file == nullptr) return left;
-    std::vector<float> frame(static_cast<size_t>(info.channels));
-    while (sf_readf_float(file, frame.data(), 1) == 1) left.push_back(frame[0]);
-    sf_close(file);
-    return left;
-}
 
 // Runs of exact zeros at least minFrames long, after the first sound: (start, length) pairs.
 std::vector<std::pair<size_t, size_t>> SilentRuns(const std::vector<float>& samples, size_t minFrames) {
@@ -68,9 +55,9 @@ TEST_F(SpeakerGap, AHeldUpRenderThreadLeavesSilenceInTheRecordedOutput) {
     uint64_t buffers = 0;
     for (int i = 0; i < 60; ++i) {
         zqvm::AdvanceClock(kHalfPeriod);
-        ASSERT_TRUE(zqvm::WaitForCapturePacketsReleased(mic, ++packets, kWait));
+        ASSERT_TRUE(zqvm::WaitForCapturePacketsReleased(mic, ++packets, zqtest::kStreamWaitMs));
         zqvm::AdvanceClock(kHalfPeriod);
-        ASSERT_TRUE(zqvm::WaitForRenderBuffersReleased(speaker, ++buffers, kWait));
+        ASSERT_TRUE(zqvm::WaitForRenderBuffersReleased(speaker, ++buffers, zqtest::kStreamWaitMs));
     }
     const uint64_t underrunFramesBefore = zqvm::UnderrunFrames(speaker);
     const uint64_t playedBefore = zqvm::RenderedFrameCount(speaker);
@@ -86,7 +73,7 @@ TEST_F(SpeakerGap, AHeldUpRenderThreadLeavesSilenceInTheRecordedOutput) {
     EXPECT_GE(gapFrames, (kHeldPeriods - 3) * 480u);
     EXPECT_EQ(zqvm::RenderedFrameCount(speaker), playedBefore + kHeldPeriods * 480u);
 
-    const std::vector<float> left = ReadLeftChannel(output);
+    const std::vector<float> left = zqtest::ReadWav(output).first;
     ASSERT_EQ(left.size(), zqvm::RenderedFrameCount(speaker)) << "every period is in the file";
     const auto runs = SilentRuns(left, 48);  // a millisecond of exact zeros is no tone
     ASSERT_EQ(runs.size(), 1u) << "one gap, and none while the thread kept up";

@@ -6,8 +6,9 @@ set_property(TARGET ${exe} PROPERTY LINK_LIBRARIES GTest::gtest GTest::gtest_mai
 target_compile_definitions(${exe} PRIVATE ZQ_MONITOR_EXE="$<TARGET_FILE:zqmonitor>")
 add_dependencies(${exe} zqmonitor)
 # What it shares with the other suites, compiled in (none of it needs either library): the tone
-# measurement, and the bridge's hidraw node served through FUSE below a fake sysfs tree.
+# measurement, WAV files, and the bridge's hidraw node served through FUSE below a fake sysfs tree.
 target_sources(${exe} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/tone_pitch.cpp
+                              ${CMAKE_SOURCE_DIR}/tests/support/wav_file.cpp
                               ${CMAKE_SOURCE_DIR}/tests/support/bridge_chip.cpp
                               ${CMAKE_SOURCE_DIR}/tests/support/fuse_hidraw_folder.cpp
                               ${CMAKE_SOURCE_DIR}/tests/support/fake_usb_sysfs.cpp)

@@ -9,21 +9,6 @@
 
 namespace zqhosttest {
 
-WavContent ReadWav(const std::string& path) {
-    WavContent wav;
-    SF_INFO info = {};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (file == nullptr) return wav;
-    std::vector<float> interleaved(static_cast<size_t>(info.frames) * static_cast<size_t>(info.channels));
-    const sf_count_t read = sf_readf_float(file, interleaved.data(), info.frames);
-    sf_close(file);
-    wav.ok = read == info.frames;
-    wav.rate = info.samplerate;
-    wav.channels = info.channels;
-    for (sf_count_t i = 0; i < read; ++i) wav.first.push_back(interleaved[static_cast<size_t>(i * info.channels)]);
-    return wav;
-}
-
 bool WriteToneWav(const std::string& path, int rate, double hz, double amplitude, double seconds) {
     SF_INFO info = {};
     info.samplerate = rate;

@@ -1,18 +1,15 @@
-// Reading a WAV file with libsndfile and measuring the tone in it.
+// Writing a tone to a WAV file with libsndfile and measuring the tone in one.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "wav_file.h"
+
 namespace zqhosttest {
 
-struct WavContent {
-    bool ok = false;
-    int rate = 0;
-    int channels = 0;
-    std::vector<float> first;  // the first channel
-};
-WavContent ReadWav(const std::string& path);
+using zqtest::ReadWav;
+using zqtest::WavContent;
 bool WriteToneWav(const std::string& path, int rate, double hz, double amplitude, double seconds);
 
 // The frequency of a steady tone in samples [begin, end) (zqtest::TonePitchHz); 0 when fewer

@@ -35,8 +35,7 @@ Packet Take(IAudioCaptureClient* capture, UINT32 blockAlign) {
 
 TEST_F(CaptureStreamTest, EachPeriodDeliversTheRateOverAHundredFramesAndSignalsTheEvent) {
     const std::wstring id = Add(eCapture, 44100, 2, SampleFormat::Float32, CaptureSource::Tone(440.0, 0.5));
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     EXPECT_EQ(stream.bufferFrames, 882u);  // 20 ms at 44.1 kHz
     CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
     ASSERT_EQ(stream.client->Start(), S_OK);
@@ -63,8 +62,7 @@ TEST_F(CaptureStreamTest, EachPeriodDeliversTheRateOverAHundredFramesAndSignalsT
 
 TEST_F(CaptureStreamTest, FractionalPeriodsCarryTheRemainderSoASecondHoldsTheExactRate) {
     const std::wstring id = Add(eCapture, 22050, 1, SampleFormat::Int16, CaptureSource::Tone(1000.0, 0.25));
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
     ASSERT_EQ(stream.client->Start(), S_OK);
     uint64_t total = 0;
@@ -83,8 +81,7 @@ TEST_F(CaptureStreamTest, ToneArrivesAsTheSineQuantizedToTheEndpointFormat) {
     const double frequency = 1000.0;
     const double amplitude = std::pow(10.0, -6.0 / 20.0);
     const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Int16, CaptureSource::ToneDbfs(frequency, -6.0));
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
     ASSERT_EQ(stream.client->Start(), S_OK);
     for (int period = 0; period < 3; ++period) {
@@ -105,8 +102,7 @@ TEST_F(CaptureStreamTest, ToneArrivesAsTheSineQuantizedToTheEndpointFormat) {
 TEST_F(CaptureStreamTest, Extensible24BitStereoCarriesTheToneInThreeBytesPerSample) {
     const std::wstring id =
         Add(eCapture, 96000, 2, SampleFormat::Int24, CaptureSource::Tone(3000.0, 0.75), /*extensible=*/true);
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     WAVEFORMATEX* mix = nullptr;
     ASSERT_EQ(stream.client->GetMixFormat(&mix), S_OK);
     EXPECT_EQ(mix->wFormatTag, WAVE_FORMAT_EXTENSIBLE);
@@ -131,8 +127,7 @@ TEST_F(CaptureStreamTest, Extensible24BitStereoCarriesTheToneInThreeBytesPerSamp
 
 TEST_F(CaptureStreamTest, AFullBufferLosesItsOldestPacketAndFlagsTheNextDiscontinuous) {
     const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Float32, CaptureSource::Tone(500.0, 0.5));
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     ASSERT_EQ(stream.bufferFrames, 960u);
     CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
     ASSERT_EQ(stream.client->Start(), S_OK);
@@ -165,8 +160,7 @@ TEST_F(CaptureStreamTest, AFullBufferLosesItsOldestPacketAndFlagsTheNextDisconti
 
 TEST_F(CaptureStreamTest, BufferMisuseIsRefusedWithTheAudioClientCodes) {
     const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Int16, CaptureSource::Tone(1000.0, 0.5));
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
     BYTE* data = reinterpret_cast<BYTE*>(1);
     UINT32 frames = 7;

@@ -23,8 +23,7 @@ void WriteRamp(IAudioRenderClient* render, UINT32 frames, float base) {
 
 TEST_F(DeviceClockTest, APeriodTheApplicationLeftShortIsPlayedOutWithSilenceAndCounted) {
     const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
     WriteRamp(render, 600, 0.0f);
     ASSERT_EQ(stream.client->Start(), S_OK);
@@ -52,10 +51,8 @@ TEST_F(DeviceClockTest, ARateErrorChangesTheFramesOfEachSecondExactly) {
     const std::wstring slow = Add(eCapture, 44100, 1, SampleFormat::Int16, zqvm::CaptureSource::Tone(440, 0.5));
     ASSERT_TRUE(zqvm::SetEndpointClock(fast, 300.0, 0.0));
     ASSERT_TRUE(zqvm::SetEndpointClock(slow, -250.5, 0.0));
-    TestStream speaker;
-    speaker.Open(fast);
-    TestStream microphone;
-    microphone.Open(slow, 2000000);  // 200 ms: room for every packet of the second below
+    TestStream speaker(fast);
+    TestStream microphone(slow, 2000000);  // 200 ms: room for every packet of the second below
     CComPtr<IAudioCaptureClient> capture = microphone.Get<IAudioCaptureClient>();
     ASSERT_EQ(speaker.client->Start(), S_OK);
     ASSERT_EQ(microphone.client->Start(), S_OK);
@@ -94,8 +91,7 @@ TEST_F(DeviceClockTest, ARateErrorChangesTheFramesOfEachSecondExactly) {
 TEST_F(DeviceClockTest, APhaseDelaysEveryPeriodBoundaryOfTheStream) {
     const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
     ASSERT_TRUE(zqvm::SetEndpointClock(id, 0.0, 4.0));
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     ASSERT_EQ(stream.client->Start(), S_OK);
     Step();
     EXPECT_FALSE(stream.Signalled()) << "10 ms after Start the period has 4 ms to go";
@@ -111,8 +107,7 @@ TEST_F(DeviceClockTest, APhaseDelaysEveryPeriodBoundaryOfTheStream) {
 
 TEST_F(DeviceClockTest, HeldStreamEventsAreNotSetWhileTheDevicePlaysOn) {
     const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
     WriteRamp(render, 960, 0.0f);
     ASSERT_EQ(stream.client->Start(), S_OK);
@@ -134,10 +129,8 @@ TEST_F(DeviceClockTest, TheMachineDescriptionGivesEachEndpointItsClock) {
         <endpoint id="fast" flow="render" ppm="100" phase_ms="2.5"/>
         <endpoint id="exact" flow="render" rate="44100"/>
       </machine>)"));
-    TestStream fast;
-    fast.Open(L"fast");
-    TestStream exact;
-    exact.Open(L"exact");
+    TestStream fast(L"fast");
+    TestStream exact(L"exact");
     ASSERT_EQ(fast.client->Start(), S_OK);
     ASSERT_EQ(exact.client->Start(), S_OK);
     Step();

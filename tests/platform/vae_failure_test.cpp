@@ -37,8 +37,7 @@ TEST_F(FailureTest, AnInjectedResultIsReturnedOnceOrAlwaysForTheChosenEndpointOn
         CoTaskMemFree(mix);
     }
     zqvm::ClearFailures();
-    TestStream stream;
-    stream.Open(mic);
+    TestStream stream(mic);
 
     // An empty id reaches every endpoint and the enumerator itself.
     ASSERT_TRUE(zqvm::InjectFailure(L"", "IMMDeviceEnumerator::GetDefaultAudioEndpoint", E_FAIL, true));
@@ -59,8 +58,7 @@ TEST_F(FailureTest, AnInjectedResultIsReturnedOnceOrAlwaysForTheChosenEndpointOn
 
 TEST_F(FailureTest, APulledDeviceInvalidatesItsStreamsStopsItsClockAndIsReported) {
     const std::wstring mic = Add(eCapture, 48000, 1, SampleFormat::Int16, zqvm::CaptureSource::Tone(1000.0, 0.5));
-    TestStream stream;
-    stream.Open(mic);
+    TestStream stream(mic);
     CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
     CComPtr<ISimpleAudioVolume> volume = stream.Get<ISimpleAudioVolume>();
     CComPtr<IMMDevice> device = Device(mic);
@@ -121,8 +119,7 @@ TEST_F(FailureTest, APulledDeviceInvalidatesItsStreamsStopsItsClockAndIsReported
     // Plugged in again: new objects work, the old ones stay invalid.
     ASSERT_TRUE(zqvm::SetEndpointState(mic, DEVICE_STATE_ACTIVE));
     EXPECT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), AUDCLNT_E_DEVICE_INVALIDATED);
-    TestStream again;
-    again.Open(mic);
+    TestStream again(mic);
     ASSERT_EQ(again.client->Start(), S_OK);
     Step();
     EXPECT_TRUE(again.Signalled());

@@ -81,6 +81,7 @@ struct TestStream {
     UINT32 bufferFrames = 0;
 
     TestStream() = default;
+    explicit TestStream(const std::wstring& id, REFERENCE_TIME duration = 200000) { Open(id, duration); }
     TestStream(const TestStream&) = delete;
     TestStream& operator=(const TestStream&) = delete;
     ~TestStream() {

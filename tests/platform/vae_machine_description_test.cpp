@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 
 #include "vae_fixture.h"
+#include "wav_file.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/bridges.h"
 #include "zqplatform/vm/registry.h"
@@ -23,49 +23,6 @@ protected:
         std::ofstream(path, std::ios::binary) << text;
     }
 };
-
-void Put16(std::string& out, uint16_t v) { out.append({static_cast<char>(v & 0xFF), static_cast<char>(v >> 8)}); }
-void Put32(std::string& out, uint32_t v) {
-    Put16(out, static_cast<uint16_t>(v & 0xFFFF));
-    Put16(out, static_cast<uint16_t>(v >> 16));
-}
-
-// A 16-bit PCM mono WAV file.
-void WriteWav16(const std::string& path, uint32_t rate, const std::vector<int16_t>& samples) {
-    std::string file = "RIFF";
-    Put32(file, static_cast<uint32_t>(36 + samples.size() * 2));
-    file += "WAVEfmt ";
-    Put32(file, 16);
-    Put16(file, 1);
-    Put16(file, 1);
-    Put32(file, rate);
-    Put32(file, rate * 2);
-    Put16(file, 2);
-    Put16(file, 16);
-    file += "data";
-    Put32(file, static_cast<uint32_t>(samples.size() * 2));
-    for (int16_t s : samples) Put16(file, static_cast<uint16_t>(s));
-    std::ofstream(path, std::ios::binary) << file;
-}
-
-// The samples of a float WAV file, found by walking its chunks.
-std::vector<float> ReadFloatWav(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    const std::string file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::vector<float> samples;
-    if (file.size() < 12 || file.compare(0, 4, "RIFF") != 0 || file.compare(8, 4, "WAVE") != 0) return samples;
-    for (size_t at = 12; at + 8 <= file.size();) {
-        uint32_t size;
-        std::memcpy(&size, &file[at + 4], 4);
-        if (file.compare(at, 4, "data") == 0) {
-            samples.resize(size / 4);
-            std::memcpy(samples.data(), &file[at + 8], samples.size() * 4);
-            break;
-        }
-        at += 8 + size + (size & 1);
-    }
-    return samples;
-}
 
 TEST_F(MachineDescriptionTest, AGoodFileDescribesEveryEndpointAndIgnoresOtherEngineersElements) {
     const std::string xml = R"xml(<?xml version="1.0"?>
@@ -104,8 +61,7 @@ TEST_F(MachineDescriptionTest, AGoodFileDescribesEveryEndpointAndIgnoresOtherEng
     ASSERT_EQ(Device(L"mic-2")->GetState(&state), S_OK);
     EXPECT_EQ(state, static_cast<DWORD>(DEVICE_STATE_DISABLED));
 
-    TestStream stream;
-    stream.Open(L"mic-1");
+    TestStream stream(L"mic-1");
     CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
     ASSERT_EQ(stream.client->Start(), S_OK);
     Step();
@@ -128,7 +84,7 @@ TEST_F(MachineDescriptionTest, SoundFilesNamedRelativeToTheDescriptionAreReadAnd
     for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<int16_t>(i * 16);
     const std::string input = Path("in.wav");
     const std::string output = Path("out.wav");
-    WriteWav16(input, 48000, ramp);
+    ASSERT_TRUE(zqtest::WriteWav16(input, 48000, ramp));
     const std::string description = Path("machine.xml");
     const auto leaf = [](const std::string& p) { return p.substr(p.find_last_of('/') + 1); };
     WriteText(description, "<machine>\n"
@@ -142,10 +98,8 @@ TEST_F(MachineDescriptionTest, SoundFilesNamedRelativeToTheDescriptionAreReadAnd
     std::string error;
     ASSERT_TRUE(zqvm::LoadMachineDescription(description, &error)) << error;
 
-    TestStream mic;
-    mic.Open(L"mic");
-    TestStream out;
-    out.Open(L"out");
+    TestStream mic(L"mic");
+    TestStream out(L"out");
     CComPtr<IAudioCaptureClient> capture = mic.Get<IAudioCaptureClient>();
     CComPtr<IAudioRenderClient> render = out.Get<IAudioRenderClient>();
     ASSERT_EQ(mic.client->Start(), S_OK);
@@ -177,7 +131,7 @@ TEST_F(MachineDescriptionTest, SoundFilesNamedRelativeToTheDescriptionAreReadAnd
     EXPECT_TRUE(std::all_of(captured.begin() + 1000, captured.end(), [](float v) { return v == 0.0f; }));
 
     zqvm::Reset();  // completes the sink's file
-    const std::vector<float> written = ReadFloatWav(output);
+    const std::vector<float> written = zqtest::ReadWav(output).first;
     // The speaker's first period came before anything was written to it: the file holds the
     // silence it played, then what was heard.
     ASSERT_EQ(written.size(), 480u + 1920u);

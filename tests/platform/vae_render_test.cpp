@@ -25,8 +25,7 @@ void Write(IAudioRenderClient* render, UINT32 frames, uint16_t channels, float b
 
 TEST_F(RenderStreamTest, TheSinkReceivesWhatWasWrittenOnePeriodAtATime) {
     const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     ASSERT_EQ(stream.bufferFrames, 960u);
     CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
     Write(render, 700, 2, 0.0f);
@@ -53,8 +52,7 @@ TEST_F(RenderStreamTest, TheSinkReceivesWhatWasWrittenOnePeriodAtATime) {
 
 TEST_F(RenderStreamTest, SessionVolumeScalesWhatIsPlayedAndTheMeterShowsItsPeak) {
     const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     CComPtr<IAudioRenderClient> render = stream.Get<IAudioRenderClient>();
     CComPtr<ISimpleAudioVolume> volume = stream.Get<ISimpleAudioVolume>();
     CComPtr<IAudioMeterInformation> meter;

@@ -70,8 +70,7 @@ TEST_F(SessionTest, OurOwnChangeReachesEverySinkOnAnEngineThreadWithOurContext) 
 TEST_F(SessionTest, AnotherProgramsChangeArrivesWithItsContextAndSharesTheStreamVolume) {
     const std::wstring id = Add(eRender, 48000, 2, SampleFormat::Float32);
     Session session = Open(id);
-    TestStream stream;
-    stream.Open(id);
+    TestStream stream(id);
     CComPtr<ISimpleAudioVolume> streamVolume = stream.Get<ISimpleAudioVolume>();
     RecordingSessionSink sink;
     ASSERT_EQ(session.control->RegisterAudioSessionNotification(&sink), S_OK);

@@ -1,5 +1,9 @@
 #include "audio_fixture.h"
 
+#include <algorithm>
+
+#include "zqplatform/vm/kernel_faults.h"
+
 namespace zqtest {
 
 void AudioMachineTest::SetUp() {
@@ -72,6 +76,35 @@ CComPtr<IMMDevice> AudioMachineTest::Device(const std::wstring& id) {
         EXPECT_TRUE(SUCCEEDED(enumerator->GetDevice(id.c_str(), &device)));
     }
     return device;
+}
+
+void AudioMachineTest::ExpectReported(const std::wstring& text, const std::wstring& debugText) {
+    EXPECT_TRUE(recorder->Contains(zqLogEventError, text)) << "not logged as an error";
+    const std::vector<std::wstring> told = debugOutput.Texts();
+    EXPECT_NE(std::find(told.begin(), told.end(), debugText), told.end()) << "not on the debug output";
+}
+
+void AudioMachineTest::ExpectEachFailingStepReported(const std::wstring& endpoint, HRESULT injected,
+                                                     const std::vector<FailingStep>& steps,
+                                                     const std::function<HRESULT()>& open) {
+    for (const FailingStep& step : steps) {
+        SCOPED_TRACE(step.method);
+        recorder->Clear();
+        debugOutput.Clear();
+        ASSERT_TRUE(zqvm::InjectFailure(endpoint, step.method, injected, true));
+        EXPECT_TRUE(FAILED(open()));
+        ExpectReported(step.text, step.text);
+        EXPECT_EQ(open(), S_OK);
+    }
+    for (uint32_t which = 0; which < 2; ++which) {
+        recorder->Clear();
+        zqvm::FailEventCreations(which, 1, ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(open(), E_FAIL);
+        EXPECT_TRUE(recorder->Contains(which == 0 ? L"Unable to create shutdown event: 8.\n"
+                                                  : L"Unable to create samples ready event: 8.\n"))
+            << which;
+        EXPECT_EQ(open(), S_OK);
+    }
 }
 
 void AudioMachineTest::StepPeriods(int periods) { zqvm::AdvanceClock(static_cast<int64_t>(periods) * 100000); }

@@ -5,17 +5,23 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "log_recorder.h"
 #include "message_window.h"
+#include "scoped_environment.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/audio_machine.h"
 #include "zqplatform/vm/clock.h"
 #include "zqplatform/vm/debug_output.h"
 
 namespace zqtest {
+
+// Every wait for a stream thread is bounded by this.
+constexpr uint32_t kStreamWaitMs = 5000;
 
 class AudioMachineTest : public ::testing::Test {
 protected:
@@ -32,12 +38,32 @@ protected:
     // Moves the stepped clock by whole device periods of 10 ms.
     static void StepPeriods(int periods);
 
+    // Checks that text was logged as an error and debugText written to the debug output.
+    void ExpectReported(const std::wstring& text, const std::wstring& debugText);
+    // One step of opening a device stream (an "Interface::Method", or "Interface::Method/
+    // Interface" for one requested interface) and what its failure reports.
+    struct FailingStep {
+        const char* method;
+        const wchar_t* text;
+    };
+    // Makes each step fail once with injected, then the creation of each of the stream's two
+    // events: every failed open is reported, and the next open succeeds.
+    void ExpectEachFailingStepReported(const std::wstring& endpoint, HRESULT injected,
+                                       const std::vector<FailingStep>& steps, const std::function<HRESULT()>& open);
+
     std::unique_ptr<LogRecorder> recorder;
     std::unique_ptr<MessageWindow> window;
     std::unique_ptr<CZQCoreAudio> core;
     zqvm::DebugOutputRecorder debugOutput;
     long baselineObjects = 0;
     bool checkObjectsOnTearDown = true;
+};
+
+// The engines' conversions and queue exactly, frame by frame: without the monitoring path's
+// rate control (switched off before the core opens its devices).
+class ExactMonitoringTest : public AudioMachineTest {
+protected:
+    ScopedEnvironment rateControlOff{"ZQ_MONITOR_RATE_CONTROL", "0"};
 };
 
 }  // namespace zqtest

@@ -40,6 +40,11 @@ bool LogRecorder::Contains(const std::wstring& text) {
     return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
 
+bool LogRecorder::Contains(zqLogEventType type, const std::wstring& text) {
+    const std::vector<LoggedEvent> events = Events();
+    return std::any_of(events.begin(), events.end(), [&](const LoggedEvent& e) { return e.type == type && e.text == text; });
+}
+
 bool LogRecorder::WaitFor(const std::wstring& text, unsigned timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!Contains(text)) {

@@ -28,6 +28,7 @@ public:
     // Texts that contain the given part, in order.
     std::vector<std::wstring> TextsContaining(const std::wstring& part);
     bool Contains(const std::wstring& text);
+    bool Contains(zqLogEventType type, const std::wstring& text);
     // Whether that text is logged within timeoutMs (a stream thread logs on its own time).
     bool WaitFor(const std::wstring& text, unsigned timeoutMs);
     void Clear();
