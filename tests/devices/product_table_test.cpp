@@ -61,22 +61,20 @@ TEST_F(ProductTable, IndexesOutsideTheTableGiveEmptyTextsAndZeros) {
     }
 }
 
-TEST_F(ProductTable, LogsTheFileItLooksForBesideTheHostExecutable) {
+// The file is looked for beside the host executable, and logged; a missing one leaves the table
+// empty and logs nothing more.
+TEST_F(ProductTable, LogsTheFileItLooksForBesideTheHostExecutableWhetherOrNotItIsThere) {
     LogRecorder recorder;
     core.SetLog(&recorder.Log());
-    Load(kTwoProducts);
-    const std::wstring expectedPath = zqtest::Wide(folder.Path() / "config.xml");
-    EXPECT_EQ(recorder.Texts(),
-              (std::vector<std::wstring>{L"CoreAudio: load config.xml", L"CoreAudio: config.xml path " + expectedPath}));
-    core.SetLog(nullptr);
-}
-
-TEST_F(ProductTable, AMissingFileLeavesTheTableEmptyAndLogsNothingMore) {
-    LogRecorder recorder;
-    core.SetLog(&recorder.Log());
+    const std::vector<std::wstring> expected = {
+        L"CoreAudio: load config.xml", L"CoreAudio: config.xml path " + zqtest::Wide(folder.Path() / "config.xml")};
     zqtest::LoadConfig(core);  // nothing written
     EXPECT_EQ(core.GetProductCount(), 0);
-    EXPECT_EQ(recorder.Texts().size(), 2u);
+    EXPECT_EQ(recorder.Texts(), expected);
+    recorder.Clear();
+    Load(kTwoProducts);
+    EXPECT_EQ(core.GetProductCount(), 2);
+    EXPECT_EQ(recorder.Texts(), expected);
     core.SetLog(nullptr);
 }
 
@@ -202,16 +200,14 @@ TEST_F(ProductTable, ProductStringsAndFriendlyNamesAreDifferentKeys) {
     EXPECT_TRUE(core.FindFriendlyNameDevice(0, 0, L"KV-2 USB").IsEmpty());
 }
 
-TEST_F(ProductTable, WithoutATableEveryQueryAnswersNothing) {
+// Without a table every query answers nothing; an entry without names then matches empty keys.
+TEST_F(ProductTable, WithoutATableEveryQueryAnswersNothingAndAnEntryWithEmptyNamesMatchesEmptyKeys) {
     zqtest::LoadConfig(core);
     EXPECT_EQ(core.GetProductCount(), 0);
     EXPECT_EQ(core.GetGroupId(L""), 0);
     EXPECT_TRUE(core.GetEditorExeByProduct(L"").IsEmpty());
     EXPECT_TRUE(core.FindFriendlyNameDevice(0, 0, L"").IsEmpty());
     EXPECT_FALSE(zqtest::IsDeviceInConfig(core, L""));
-}
-
-TEST_F(ProductTable, AnEntryWithEmptyNamesMatchesEmptyKeys) {
     Load("<config><p/></config>");
     EXPECT_EQ(core.GetGroupId(L""), 1);
     EXPECT_TRUE(zqtest::IsDeviceInConfig(core, L""));
