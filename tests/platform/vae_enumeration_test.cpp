@@ -11,47 +11,16 @@ using zqvm::SampleFormat;
 
 class EnumerationTest : public VirtualAudioTest {};
 
-std::wstring IdOf(IMMDevice* device) {
-    LPWSTR id = nullptr;
-    EXPECT_EQ(device->GetId(&id), S_OK);
-    std::wstring text = id != nullptr ? id : L"";
-    CoTaskMemFree(id);
-    return text;
-}
-
-std::vector<std::wstring> List(IMMDeviceEnumerator* enumerator, EDataFlow flow, DWORD mask) {
-    CComPtr<IMMDeviceCollection> collection;
-    EXPECT_EQ(enumerator->EnumAudioEndpoints(flow, mask, &collection), S_OK);
-    std::vector<std::wstring> ids;
-    UINT count = 0;
-    if (!collection || collection->GetCount(&count) != S_OK) return ids;
-    for (UINT i = 0; i < count; ++i) {
-        CComPtr<IMMDevice> device;
-        EXPECT_EQ(collection->Item(i, &device), S_OK);
-        if (device) ids.push_back(IdOf(device));
-    }
-    CComPtr<IMMDevice> beyond;
-    EXPECT_EQ(collection->Item(count, &beyond), E_INVALIDARG);
-    return ids;
-}
+using zqtest::EndpointIds;
+using zqtest::IdOf;
 
 TEST_F(EnumerationTest, TheBuiltInMachineHasOurMicrophoneAndASpeakerAsDefaults) {
     ASSERT_TRUE(zqvm::LoadMachineDescriptionText(zqvm::DefaultMachineDescription()));
     CComPtr<IMMDeviceEnumerator> enumerator = Enumerator();
     CComPtr<IMMDevice> mic;
     ASSERT_EQ(enumerator->GetDefaultAudioEndpoint(eCapture, eCommunications, &mic), S_OK);
-    CComPtr<IPropertyStore> store;
-    ASSERT_EQ(mic->OpenPropertyStore(STGM_READ, &store), S_OK);
-    PROPVARIANT value;
-    ASSERT_EQ(store->GetValue(PKEY_Device_FriendlyName, &value), S_OK);
-    ASSERT_EQ(value.vt, VT_LPWSTR);
-    EXPECT_STREQ(value.pwszVal, L"Microphone (KV-1 USB Microphone)");
-    PropVariantClear(&value);
-    ASSERT_EQ(store->GetValue(PKEY_Device_ContainerId, &value), S_OK);
-    ASSERT_EQ(value.vt, VT_CLSID);
-    ASSERT_NE(value.puuid, nullptr);
-    EXPECT_NE(*value.puuid, GUID_NULL);
-    PropVariantClear(&value);
+    EXPECT_EQ(zqtest::FriendlyNameOf(mic), L"Microphone (KV-1 USB Microphone)");
+    EXPECT_NE(zqtest::ContainerOf(mic), GUID_NULL);
 
     CComPtr<IAudioClient> client;
     ASSERT_EQ(mic->Activate(IID_IAudioClient, CLSCTX_INPROC_SERVER, nullptr, reinterpret_cast<void**>(&client)), S_OK);
@@ -65,11 +34,7 @@ TEST_F(EnumerationTest, TheBuiltInMachineHasOurMicrophoneAndASpeakerAsDefaults) 
 
     CComPtr<IMMDevice> speakers;
     ASSERT_EQ(enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &speakers), S_OK);
-    store.Release();
-    ASSERT_EQ(speakers->OpenPropertyStore(STGM_READ, &store), S_OK);
-    ASSERT_EQ(store->GetValue(PKEY_Device_FriendlyName, &value), S_OK);
-    EXPECT_STREQ(value.pwszVal, L"Speakers (Virtual Audio)");
-    PropVariantClear(&value);
+    EXPECT_EQ(zqtest::FriendlyNameOf(speakers), L"Speakers (Virtual Audio)");
 }
 
 TEST_F(EnumerationTest, ListsFollowFlowAndStateAndDevicesAreFoundByTheirId) {
@@ -82,13 +47,17 @@ TEST_F(EnumerationTest, ListsFollowFlowAndStateAndDevicesAreFoundByTheirId) {
     ASSERT_FALSE(unplugged.empty());
 
     CComPtr<IMMDeviceEnumerator> enumerator = Enumerator();
-    EXPECT_EQ(List(enumerator, eRender, DEVICE_STATE_ACTIVE), std::vector<std::wstring>{speakers});
-    EXPECT_EQ(List(enumerator, eRender, DEVICE_STATEMASK_ALL), (std::vector<std::wstring>{speakers, unplugged}));
-    EXPECT_EQ(List(enumerator, eCapture, DEVICE_STATE_ACTIVE), std::vector<std::wstring>{mic});
-    EXPECT_EQ(List(enumerator, eAll, DEVICE_STATE_ACTIVE), (std::vector<std::wstring>{mic, speakers}));
-    EXPECT_TRUE(List(enumerator, eCapture, DEVICE_STATE_DISABLED).empty());
+    EXPECT_EQ(EndpointIds(enumerator, eRender, DEVICE_STATE_ACTIVE), std::vector<std::wstring>{speakers});
+    EXPECT_EQ(EndpointIds(enumerator, eRender, DEVICE_STATEMASK_ALL), (std::vector<std::wstring>{speakers, unplugged}));
+    EXPECT_EQ(EndpointIds(enumerator, eCapture, DEVICE_STATE_ACTIVE), std::vector<std::wstring>{mic});
+    EXPECT_EQ(EndpointIds(enumerator, eAll, DEVICE_STATE_ACTIVE), (std::vector<std::wstring>{mic, speakers}));
+    EXPECT_TRUE(EndpointIds(enumerator, eCapture, DEVICE_STATE_DISABLED).empty());
 
     CComPtr<IMMDeviceCollection> collection;
+    ASSERT_EQ(enumerator->EnumAudioEndpoints(eRender, DEVICE_STATE_ACTIVE, &collection), S_OK);
+    CComPtr<IMMDevice> beyond;
+    EXPECT_EQ(collection->Item(1, &beyond), E_INVALIDARG);
+    collection.Release();
     EXPECT_EQ(enumerator->EnumAudioEndpoints(eRender, 0, &collection), E_INVALIDARG);
     EXPECT_EQ(enumerator->EnumAudioEndpoints(eRender, 0x10, &collection), E_INVALIDARG);
     EXPECT_EQ(enumerator->EnumAudioEndpoints(EDataFlow_enum_count, 1, &collection), E_INVALIDARG);

@@ -1,112 +1,23 @@
-// Recording notification clients and session event sinks for the virtual audio engine tests.
-// Each records what it was told and on which thread; a latch can hold a callback in progress.
+// A recording session event sink for the virtual audio engine tests: what it was told and on
+// which thread; a latch can hold a callback in progress. Endpoint notifications are recorded by
+// the shared recording client.
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "recording_notification_client.h"
 #include "zqPlatform.h"
 
 namespace vaetest {
 
-// Holds callbacks until opened; tells when one is waiting.
-class Latch {
-public:
-    void Close() {
-        std::lock_guard lock(m_lock);
-        m_open = false;
-    }
-    void Open() {
-        {
-            std::lock_guard lock(m_lock);
-            m_open = true;
-        }
-        m_changed.notify_all();
-    }
-    void Pass() {
-        std::unique_lock lock(m_lock);
-        m_waiting = true;
-        m_changed.notify_all();
-        m_changed.wait(lock, [this] { return m_open; });
-        m_waiting = false;
-    }
-    bool WaitUntilHeld(std::chrono::milliseconds timeout) {
-        std::unique_lock lock(m_lock);
-        return m_changed.wait_for(lock, timeout, [this] { return m_waiting; });
-    }
-
-private:
-    std::mutex m_lock;
-    std::condition_variable m_changed;
-    bool m_open = true;
-    bool m_waiting = false;
-};
-
-struct DeviceEvent {
-    enum class Kind { Added, Removed, State, Default } kind;
-    std::wstring id;  // empty for a default change to no endpoint
-    DWORD state = 0;
-    EDataFlow flow = eRender;
-    ERole role = eConsole;
-    std::thread::id thread;
-};
-
-class RecordingClient final : public IMMNotificationClient {
-public:
-    std::vector<DeviceEvent> Events() {
-        std::lock_guard lock(m_lock);
-        return m_events;
-    }
-    void Clear() {
-        std::lock_guard lock(m_lock);
-        m_events.clear();
-    }
-    Latch latch;
-    std::atomic<bool> inCallback{false};
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        if (ppv == nullptr) return E_POINTER;
-        *ppv = nullptr;
-        if (riid != IID_IUnknown && riid != IID_IMMNotificationClient) return E_NOINTERFACE;
-        *ppv = static_cast<IMMNotificationClient*>(this);
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // lives on the test's stack
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-    HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR id, DWORD state) override {
-        return Record(DeviceEvent::Kind::State, id, state);
-    }
-    HRESULT STDMETHODCALLTYPE OnDeviceAdded(LPCWSTR id) override { return Record(DeviceEvent::Kind::Added, id); }
-    HRESULT STDMETHODCALLTYPE OnDeviceRemoved(LPCWSTR id) override {
-        return Record(DeviceEvent::Kind::Removed, id);
-    }
-    HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole role, LPCWSTR id) override {
-        return Record(DeviceEvent::Kind::Default, id != nullptr ? id : L"", 0, flow, role);
-    }
-    HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR, const PROPERTYKEY) override { return S_OK; }
-
-private:
-    HRESULT Record(DeviceEvent::Kind kind, LPCWSTR id, DWORD state = 0, EDataFlow flow = eRender,
-                   ERole role = eConsole) {
-        inCallback = true;
-        DeviceEvent event{kind, id, state, flow, role, std::this_thread::get_id()};
-        {
-            std::lock_guard lock(m_lock);
-            m_events.push_back(std::move(event));
-        }
-        latch.Pass();
-        inCallback = false;
-        return S_OK;
-    }
-    std::mutex m_lock;
-    std::vector<DeviceEvent> m_events;
-};
+using zqtest::DeviceEvent;
+using zqtest::Latch;
+using zqtest::RecordingClient;
 
 struct VolumeEvent {
     float volume;

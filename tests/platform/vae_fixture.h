@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "endpoint_queries.h"
 #include "zqPlatform.h"
 #include "zqplatform/vm/audio_machine.h"
 #include "zqplatform/vm/clock.h"
@@ -74,51 +75,11 @@ private:
     long m_liveObjects = 0;
 };
 
-// An event-driven shared stream on the endpoint's mix format.
-struct TestStream {
-    CComPtr<IAudioClient> client;
-    HANDLE event = nullptr;
-    UINT32 bufferFrames = 0;
-
-    TestStream() = default;
-    explicit TestStream(const std::wstring& id, REFERENCE_TIME duration = 200000) { Open(id, duration); }
-    TestStream(const TestStream&) = delete;
-    TestStream& operator=(const TestStream&) = delete;
-    ~TestStream() {
-        if (event != nullptr) CloseHandle(event);
-    }
-
-    void Open(const std::wstring& id, REFERENCE_TIME duration = 200000) {
-        CComPtr<IMMDevice> device = VirtualAudioTest::Device(id);
-        ASSERT_TRUE(device);
-        ASSERT_EQ(device->Activate(IID_IAudioClient, CLSCTX_INPROC_SERVER, nullptr, reinterpret_cast<void**>(&client)),
-                  S_OK);
-        WAVEFORMATEX* mix = nullptr;
-        ASSERT_EQ(client->GetMixFormat(&mix), S_OK);
-        const HRESULT hr = client->Initialize(AUDCLNT_SHAREMODE_SHARED,
-                                              AUDCLNT_STREAMFLAGS_EVENTCALLBACK | AUDCLNT_STREAMFLAGS_NOPERSIST,
-                                              duration, 0, mix, nullptr);
-        CoTaskMemFree(mix);
-        ASSERT_EQ(hr, S_OK);
-        ASSERT_EQ(client->GetBufferSize(&bufferFrames), S_OK);
-        event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-        ASSERT_NE(event, nullptr);
-        ASSERT_EQ(client->SetEventHandle(event), S_OK);
-    }
-
-    template <typename Service>
-    CComPtr<Service> Get() {
-        CComPtr<Service> service;
-        EXPECT_EQ(client->GetService(zq_iid_of<Service>::get(), reinterpret_cast<void**>(&service)), S_OK);
-        return service;
-    }
-
-    bool Signalled() const { return WaitForSingleObject(event, 0) == WAIT_OBJECT_0; }
-
-    UINT32 Padding() const {
-        UINT32 padding = 0;
-        EXPECT_EQ(client->GetCurrentPadding(&padding), S_OK);
-        return padding;
+// An event-driven shared stream on the endpoint's mix format, expected to open.
+struct TestStream : zqtest::EventStream {
+    explicit TestStream(const std::wstring& id, REFERENCE_TIME duration = 200000)
+        : EventStream(VirtualAudioTest::Device(id), duration) {
+        EXPECT_EQ(opened, S_OK);
     }
 };
 

@@ -46,16 +46,9 @@ TEST_F(MachineDescriptionTest, AGoodFileDescribesEveryEndpointAndIgnoresOtherEng
     EXPECT_EQ(zqvm::DefaultEndpoint(eRender, eMultimedia), L"out-1");
 
     CComPtr<IMMDevice> mic = Device(L"mic-1");
-    CComPtr<IPropertyStore> store;
-    ASSERT_EQ(mic->OpenPropertyStore(STGM_READ, &store), S_OK);
-    PROPVARIANT value;
-    ASSERT_EQ(store->GetValue(PKEY_Device_ContainerId, &value), S_OK);
     const GUID expected = {0x12345678, 0x9ABC, 0xDEF0, {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0}};
-    EXPECT_EQ(*value.puuid, expected);
-    PropVariantClear(&value);
-    ASSERT_EQ(store->GetValue(PKEY_Device_FriendlyName, &value), S_OK);
-    EXPECT_STREQ(value.pwszVal, L"Microphone (KV-2)");
-    PropVariantClear(&value);
+    EXPECT_EQ(zqtest::ContainerOf(mic), expected);
+    EXPECT_EQ(zqtest::FriendlyNameOf(mic), L"Microphone (KV-2)");
 
     DWORD state = 0;
     ASSERT_EQ(Device(L"mic-2")->GetState(&state), S_OK);

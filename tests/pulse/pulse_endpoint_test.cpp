@@ -42,7 +42,7 @@ TEST_F(PulseEndpoints, SinksRenderAndSourcesCaptureButMonitorsAreNoEndpoints) {
 TEST_F(PulseEndpoints, FriendlyNameIsTheDescriptionAndMixFormatTheDevicesRateAndChannelsAsFloat) {
     CComPtr<IMMDevice> speaker = Device(L"speaker44");
     ASSERT_TRUE(speaker);
-    EXPECT_EQ(L"Speakers 44k1", FriendlyName(speaker));
+    EXPECT_EQ(L"Speakers 44k1", FriendlyNameOf(speaker));
     const WAVEFORMATEXTENSIBLE speakerFormat = MixFormatOf(speaker);
     EXPECT_EQ(44100u, speakerFormat.Format.nSamplesPerSec);
     EXPECT_EQ(2, speakerFormat.Format.nChannels);
@@ -53,7 +53,7 @@ TEST_F(PulseEndpoints, FriendlyNameIsTheDescriptionAndMixFormatTheDevicesRateAnd
 
     CComPtr<IMMDevice> microphone = Device(L"kv1_mic");
     ASSERT_TRUE(microphone);
-    EXPECT_EQ(L"KV-1 USB Microphone", FriendlyName(microphone));
+    EXPECT_EQ(L"KV-1 USB Microphone", FriendlyNameOf(microphone));
     const WAVEFORMATEXTENSIBLE microphoneFormat = MixFormatOf(microphone);
     EXPECT_EQ(48000u, microphoneFormat.Format.nSamplesPerSec);
     EXPECT_EQ(1, microphoneFormat.Format.nChannels);
@@ -70,15 +70,15 @@ TEST_F(PulseEndpoints, FriendlyNameIsTheDescriptionAndMixFormatTheDevicesRateAnd
 }
 
 TEST_F(PulseEndpoints, ContainerIsTheUsbDevicesGuidFromSysfsPathOrBusPath) {
-    const GUID pairOut = Container(Device(L"kv2_out"));  // sysfs.path
-    const GUID pairIn = Container(Device(L"kv2_in"));    // device.bus_path
+    const GUID pairOut = ContainerOf(Device(L"kv2_out"));  // sysfs.path
+    const GUID pairIn = ContainerOf(Device(L"kv2_in"));    // device.bus_path
     EXPECT_NE(GUID_NULL, pairOut);
     EXPECT_EQ(pairOut, pairIn) << "the two endpoints of one USB device share its container";
     EXPECT_EQ(zqplatform::usb::ContainerIdOfUsbFolder(UsbFolder(4)), pairOut);
-    const GUID microphone = Container(Device(L"kv1_mic"));
+    const GUID microphone = ContainerOf(Device(L"kv1_mic"));
     EXPECT_EQ(zqplatform::usb::ContainerIdOfUsbFolder(UsbFolder(3)), microphone);
     EXPECT_NE(pairOut, microphone);
-    EXPECT_EQ(GUID_NULL, Container(Device(L"speaker48"))) << "a sink of no USB device";
+    EXPECT_EQ(GUID_NULL, ContainerOf(Device(L"speaker48"))) << "a sink of no USB device";
 }
 
 TEST_F(PulseEndpoints, DefaultOfEveryRoleIsTheServersDefaultSinkOrSource) {

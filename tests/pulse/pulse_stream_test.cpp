@@ -9,38 +9,12 @@
 namespace zqtest::pulse {
 namespace {
 
-// An event-driven stream opened in the device's mix format, as the capture and render engines
-// open theirs.
-struct OpenStream {
-    CComPtr<IAudioClient> client;
-    WAVEFORMATEX* format = nullptr;
-    HANDLE event = nullptr;
-    HRESULT opened = E_FAIL;
-
-    OpenStream(IMMDevice* device, REFERENCE_TIME duration) {
-        event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-        opened = device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client));
-        if (SUCCEEDED(opened)) opened = client->GetMixFormat(&format);
-        if (SUCCEEDED(opened))
-            opened = client->Initialize(AUDCLNT_SHAREMODE_SHARED,
-                                        AUDCLNT_STREAMFLAGS_EVENTCALLBACK | AUDCLNT_STREAMFLAGS_NOPERSIST, duration, 0,
-                                        format, nullptr);
-        if (SUCCEEDED(opened)) opened = client->SetEventHandle(event);
-    }
-    ~OpenStream() {
-        if (client) client->Stop();
-        client.Release();
-        CoTaskMemFree(format);
-        CloseHandle(event);
-    }
-};
-
 // Plays a sine on every channel of a render stream from a thread of its own, as the render
 // thread does: one refill per event, as much as the buffer has room for.
 class SinePlayer {
 public:
-    SinePlayer(OpenStream& stream, double frequency, float amplitude) : m_stream(stream) {
-        m_stream.client->GetService(IID_IAudioRenderClient, reinterpret_cast<void**>(&m_render));
+    SinePlayer(EventStream& stream, double frequency, float amplitude) : m_stream(stream) {
+        m_render = m_stream.Get<IAudioRenderClient>();
         m_thread = std::thread([this, frequency, amplitude] { Run(frequency, amplitude); });
     }
     ~SinePlayer() {
@@ -55,8 +29,7 @@ private:
         DWORD taskIndex = 0;
         HANDLE task = AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);  // as the render thread
         const WAVEFORMATEX& format = *m_stream.format;
-        UINT32 bufferFrames = 0;
-        m_stream.client->GetBufferSize(&bufferFrames);
+        const UINT32 bufferFrames = m_stream.bufferFrames;
         uint64_t frame = 0;
         while (!m_stop.load()) {
             if (WaitForSingleObject(m_stream.event, 100) != WAIT_OBJECT_0) continue;
@@ -81,7 +54,7 @@ private:
         CoUninitialize();
     }
 
-    OpenStream& m_stream;
+    EventStream& m_stream;
     CComPtr<IAudioRenderClient> m_render;
     std::atomic<bool> m_stop{false};
     std::atomic<HRESULT> m_error{S_OK};
@@ -94,7 +67,7 @@ class PulseStreams : public PulseTest {};
 
 TEST_F(PulseStreams, RenderStreamPlaysAtTheSinksOwnRateAndReportsItsLatency) {
     CComPtr<IMMDevice> speaker = Device(L"speaker44");
-    OpenStream stream(speaker, 300000);
+    EventStream stream(speaker, 300000);
     ASSERT_EQ(S_OK, stream.opened);
     UINT32 bufferFrames = 0;
     ASSERT_EQ(S_OK, stream.client->GetBufferSize(&bufferFrames));
@@ -121,7 +94,7 @@ TEST_F(PulseStreams, CaptureStreamDeliversTheMicrophoneInPacketsOfOnePeriod) {
     ToneFeeder feeder(std::getenv("ZQ_PULSE_MIC_FIFO"), 48000, 1, 1000.0, 0.5f);
     ASSERT_TRUE(feeder.Running());
     CComPtr<IMMDevice> microphone = Device(L"kv1_mic");
-    OpenStream stream(microphone, 200000);
+    EventStream stream(microphone, 200000);
     ASSERT_EQ(S_OK, stream.opened);
     CComPtr<IAudioCaptureClient> capture;
     ASSERT_EQ(S_OK, stream.client->GetService(IID_IAudioCaptureClient, reinterpret_cast<void**>(&capture)));
@@ -189,10 +162,10 @@ TEST_P(PulseEdgeFormats, SinkPlaysAToneInItsOwnFormat) {
     const std::optional<uint32_t> module = LoadModule(arguments);
     ASSERT_TRUE(module) << "the server refused " << arguments;
     const std::wstring id(name.begin(), name.end());
-    ASSERT_TRUE(client.WaitFor(L"added " + id));
+    ASSERT_TRUE(client.WaitFor(DeviceEvent::Kind::Added, id));
     {
         CComPtr<IMMDevice> sink = Device(id);
-        OpenStream stream(sink, 1000000);  // 100 ms: the format is tested here, not the latency
+        EventStream stream(sink, 1000000);  // 100 ms: the format is tested here, not the latency
         ASSERT_EQ(S_OK, stream.opened);
         EXPECT_EQ(edge.rate, stream.format->nSamplesPerSec);
         EXPECT_EQ(edge.channels, stream.format->nChannels);
@@ -206,7 +179,7 @@ TEST_P(PulseEdgeFormats, SinkPlaysAToneInItsOwnFormat) {
         EXPECT_NEAR(0.0, Db(last.amplitude / 0.5), 0.2);
     }
     EXPECT_TRUE(UnloadModule(*module));
-    EXPECT_TRUE(client.WaitFor(L"removed " + id));
+    EXPECT_TRUE(client.WaitFor(DeviceEvent::Kind::Removed, id));
     EXPECT_EQ(S_OK, enumerator->UnregisterEndpointNotificationCallback(&client));
 }
 
@@ -222,23 +195,23 @@ TEST_F(PulseStreams, UnloadingTheSinkInvalidatesItsStreamAndIsHeardAsARemoval) {
     std::wstring nameSeenInCallback;
     client.onAdded = [&](const std::wstring& id) {
         CComPtr<IMMDevice> added;
-        if (SUCCEEDED(enumerator->GetDevice(id.c_str(), &added))) nameSeenInCallback = FriendlyName(added);
+        if (SUCCEEDED(enumerator->GetDevice(id.c_str(), &added))) nameSeenInCallback = FriendlyNameOf(added);
     };
     ASSERT_EQ(S_OK, enumerator->RegisterEndpointNotificationCallback(&client));
     const std::optional<uint32_t> module =
         LoadModule("module-null-sink sink_name=zq_going rate=48000 channels=2 sink_properties=device.description=Going");
     ASSERT_TRUE(module);
-    ASSERT_TRUE(client.WaitFor(L"added zq_going"));
+    ASSERT_TRUE(client.WaitFor(DeviceEvent::Kind::Added, L"zq_going"));
     EXPECT_EQ(L"Going", nameSeenInCallback);
     CComPtr<IMMDevice> sink = Device(L"zq_going");
-    OpenStream stream(sink, 300000);
+    EventStream stream(sink, 300000);
     ASSERT_EQ(S_OK, stream.opened);
     SinePlayer player(stream, 440.0, 0.5f);
     ASSERT_EQ(S_OK, stream.client->Start());
 
     ASSERT_TRUE(UnloadModule(*module));
-    ASSERT_TRUE(client.WaitFor(L"removed zq_going"));
-    EXPECT_TRUE(client.WaitFor(L"state zq_going 4"));
+    ASSERT_TRUE(client.WaitFor(DeviceEvent::Kind::Removed, L"zq_going"));
+    EXPECT_TRUE(client.WaitForState(L"zq_going", DEVICE_STATE_NOTPRESENT));
     UINT32 padding = 0;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
     HRESULT hr = S_OK;
@@ -252,7 +225,7 @@ TEST_F(PulseStreams, UnloadingTheSinkInvalidatesItsStreamAndIsHeardAsARemoval) {
     CComPtr<IAudioClient> another;
     EXPECT_EQ(AUDCLNT_E_DEVICE_INVALIDATED,
               sink->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&another)));
-    EXPECT_TRUE(client.AllOnOtherThreads());
+    for (const DeviceEvent& event : client.Events()) EXPECT_NE(event.thread, std::this_thread::get_id());
     EXPECT_EQ(S_OK, enumerator->UnregisterEndpointNotificationCallback(&client));
 }
 
