@@ -77,52 +77,51 @@ TEST_F(CaptureStreamTest, FractionalPeriodsCarryTheRemainderSoASecondHoldsTheExa
     ASSERT_EQ(stream.client->Stop(), S_OK);
 }
 
+// The tone as the sine of its frequency and amplitude, quantized to each endpoint's format:
+// 16-bit mono, and 24-bit stereo in an extensible format of three bytes per sample.
 TEST_F(CaptureStreamTest, ToneArrivesAsTheSineQuantizedToTheEndpointFormat) {
-    const double frequency = 1000.0;
-    const double amplitude = std::pow(10.0, -6.0 / 20.0);
-    const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Int16, CaptureSource::ToneDbfs(frequency, -6.0));
-    TestStream stream(id);
-    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
-    ASSERT_EQ(stream.client->Start(), S_OK);
-    for (int period = 0; period < 3; ++period) {
-        Step();
-        const Packet packet = Take(capture, 2);
-        ASSERT_EQ(packet.frames, 480u);
-        for (UINT32 f = 0; f < packet.frames; ++f) {
-            int16_t sample;
-            std::memcpy(&sample, &packet.bytes[2 * f], 2);
-            const double n = static_cast<double>(packet.position + f);
-            const double expected = amplitude * std::sin(2.0 * std::numbers::pi * frequency * n / 48000.0);
-            ASSERT_NEAR(sample / 32768.0, expected, 1.5 / 32768.0) << "frame " << n;
+    struct Case {
+        uint32_t rate;
+        uint16_t channels;
+        SampleFormat format;
+        bool extensible;
+        CaptureSource source;
+        double frequency, amplitude;  // what the source gives
+        int bytes;                    // per sample
+        double tolerance;             // in codes
+    };
+    const double minus6Db = std::pow(10.0, -6.0 / 20.0);
+    for (const Case& c : {Case{48000, 1, SampleFormat::Int16, false, CaptureSource::ToneDbfs(1000.0, -6.0), 1000.0,
+                               minus6Db, 2, 1.5},
+                          Case{96000, 2, SampleFormat::Int24, true, CaptureSource::Tone(3000.0, 0.75), 3000.0, 0.75,
+                               3, 2.0}}) {
+        const std::wstring id = Add(eCapture, c.rate, c.channels, c.format, c.source, c.extensible);
+        TestStream stream(id);
+        EXPECT_EQ(stream.format->wFormatTag, c.extensible ? WAVE_FORMAT_EXTENSIBLE : WAVE_FORMAT_PCM);
+        const UINT32 blockAlign = stream.format->nBlockAlign;
+        ASSERT_EQ(blockAlign, static_cast<UINT32>(c.bytes * c.channels));
+        CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+        ASSERT_EQ(stream.client->Start(), S_OK);
+        const double fullScale = c.bytes == 2 ? 32768.0 : 8388608.0;
+        for (int period = 0; period < 3; ++period) {
+            Step();
+            const Packet packet = Take(capture, blockAlign);
+            ASSERT_EQ(packet.frames, c.rate / 100);
+            for (UINT32 f = 0; f < packet.frames; ++f) {
+                const double n = static_cast<double>(packet.position + f);
+                const double expected = c.amplitude * std::sin(2.0 * std::numbers::pi * c.frequency * n / c.rate);
+                for (int channel = 0; channel < c.channels; ++channel) {
+                    const BYTE* b = &packet.bytes[blockAlign * f + c.bytes * channel];
+                    // Little-endian, sign-extended from the top byte.
+                    int32_t code = static_cast<int8_t>(b[c.bytes - 1]);
+                    for (int i = c.bytes - 2; i >= 0; --i) code = code * 256 + b[i];
+                    ASSERT_NEAR(code / fullScale, expected, c.tolerance / fullScale)
+                        << "frame " << n << " channel " << channel;
+                }
+            }
         }
+        ASSERT_EQ(stream.client->Stop(), S_OK);
     }
-    ASSERT_EQ(stream.client->Stop(), S_OK);
-}
-
-TEST_F(CaptureStreamTest, Extensible24BitStereoCarriesTheToneInThreeBytesPerSample) {
-    const std::wstring id =
-        Add(eCapture, 96000, 2, SampleFormat::Int24, CaptureSource::Tone(3000.0, 0.75), /*extensible=*/true);
-    TestStream stream(id);
-    WAVEFORMATEX* mix = nullptr;
-    ASSERT_EQ(stream.client->GetMixFormat(&mix), S_OK);
-    EXPECT_EQ(mix->wFormatTag, WAVE_FORMAT_EXTENSIBLE);
-    EXPECT_EQ(mix->nBlockAlign, 6);
-    CoTaskMemFree(mix);
-    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
-    ASSERT_EQ(stream.client->Start(), S_OK);
-    Step();
-    const Packet packet = Take(capture, 6);
-    ASSERT_EQ(packet.frames, 960u);
-    for (UINT32 f = 0; f < packet.frames; ++f) {
-        for (int c = 0; c < 2; ++c) {
-            const BYTE* b = &packet.bytes[6 * f + 3 * c];
-            int32_t code = b[0] | (b[1] << 8) | (b[2] << 16);
-            if (code & 0x800000) code -= 0x1000000;
-            const double expected = 0.75 * std::sin(2.0 * std::numbers::pi * 3000.0 * f / 96000.0);
-            ASSERT_NEAR(code / 8388608.0, expected, 2.0 / 8388608.0) << "frame " << f << " channel " << c;
-        }
-    }
-    ASSERT_EQ(stream.client->Stop(), S_OK);
 }
 
 TEST_F(CaptureStreamTest, AFullBufferLosesItsOldestPacketAndFlagsTheNextDiscontinuous) {

@@ -1,6 +1,4 @@
 // Waitable timers on the stepped platform clock (exact timing), plus one in real time.
-#include <thread>
-
 #include "kernel_test_support.h"
 
 namespace {
@@ -112,20 +110,6 @@ TEST_F(WaitableTimer, CancelAndCloseStopExpiries) {
     EXPECT_TRUE(TryWait(duplicate));
     ASSERT_TRUE(CloseHandle(duplicate));
     EXPECT_TRUE(zqvm::AdvanceClock(10 * kMs));
-}
-
-TEST_F(WaitableTimer, WakesAWaiterOnAnotherThread) {
-    ScopedHandle timer = SetTimer(false, -20 * kMs, 0);
-    ScopedHandle waiting(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    DWORD result = WAIT_FAILED;
-    std::thread waiter([&] {
-        SetEvent(waiting.get());
-        result = WaitForSingleObject(timer.get(), kBoundedWaitMs);
-    });
-    ASSERT_EQ(WaitForSingleObject(waiting.get(), kBoundedWaitMs), WAIT_OBJECT_0);
-    ASSERT_TRUE(zqvm::AdvanceClock(20 * kMs));
-    waiter.join();
-    EXPECT_EQ(result, WAIT_OBJECT_0);
 }
 
 TEST(WaitableTimerRealTime, FallsDueAfterItsTimeOnTheRunningClock) {
