@@ -151,7 +151,10 @@ TEST_F(CoreMeters, AToneShowsOnItsBinAndDecaysToTheFloorAfterIt) {
     Open(Tone(std::pow(10.0, -6.0 / 20.0)));
     core->Start();
     Run(40);  // the analyzer thread ticks on the same clock
-    ASSERT_TRUE(WaitUntil([&] { return core->GetSpectrumAmpIn(85) > 1.0f; }));
+    // Its first tick falls due 100 ms after it set its timers, which a loaded machine may do
+    // late: the periods go on, a bounded number of them, until a tick has shown the tone.
+    for (int i = 0; i < 100 && !WaitUntil([&] { return core->GetSpectrumAmpIn(85) > 1.0f; }, 20); ++i) Run(1);
+    ASSERT_GT(core->GetSpectrumAmpIn(85), 1.0f);
     int loudest = 0;
     for (int bin = 1; bin < 2048; ++bin) {
         if (core->GetSpectrumAmpIn(bin) > core->GetSpectrumAmpIn(loudest)) loudest = bin;

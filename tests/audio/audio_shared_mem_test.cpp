@@ -80,15 +80,6 @@ TEST_F(AudioSharedMem, CreateAndCloseLogTheirStepsAndCanBeRepeated) {
     for (const auto& e : recorder.Events()) EXPECT_EQ(e.type, zqLogEventInfo);
 }
 
-TEST_F(AudioSharedMem, APacketPutsItsLeftSamplesInTheRingAndItselfInTheBlock) {
-    const float frames[6] = {0.5f, -0.5f, 0.25f, 9.0f, -1.0f, 7.0f};  // L0 R0 L1 R1 L2 R2
-    ASSERT_EQ(buffer.WritePacket(frames, 3), 1);
-    EXPECT_EQ(buffer.GetUsed(), 3);
-    EXPECT_EQ(buffer.GetRing()->GetCount(), 12u);
-    EXPECT_EQ(Drain(buffer), (std::vector<float>{0.5f, 0.25f, -1.0f}));
-    EXPECT_EQ(Block(buffer), ExpectedBlock(std::vector<float>(frames, frames + 6), 3));
-}
-
 TEST_F(AudioSharedMem, RefusedPacketsChangeNothing) {
     const auto frames = Frames(4);
     ASSERT_EQ(buffer.WritePacket(frames.data(), 4), 1);

@@ -93,14 +93,6 @@ protected:
 // that session volume, so a level passed through unchanged arrives at half the amplitude.
 double SessionGain(const std::wstring& speaker) { return zqvm::SessionVolume(speaker); }
 
-TEST_F(Monitoring, RealTimeStereoFloatToStereoFloatKeepsPitchAndLevel) {
-    zqvm::SetClockMode(zqvm::ClockMode::RealTime);
-    StartMonitoring(44100, 2, zqvm::SampleFormat::Float32, 48000, zqvm::SampleFormat::Float32);
-    ASSERT_TRUE(zqvm::PumpUntil([&] { return zqvm::RenderedFrameCount(speaker) >= 96000; }, 10000));
-    core->Stop();
-    ExpectTone(kAmplitude * SessionGain(speaker), 0.0, Timing::Scheduler);
-}
-
 TEST_F(Monitoring, RealTimeMono16BitToStereo16BitAt44100) {
     zqvm::SetClockMode(zqvm::ClockMode::RealTime);
     StartMonitoring(48000, 1, zqvm::SampleFormat::Int16, 44100, zqvm::SampleFormat::Int16);
