@@ -1,5 +1,6 @@
 #include "pulse_test_support.h"
 
+#include "tone_pitch.h"
 #include "zqPlatform.h"
 
 #include <fcntl.h>
@@ -154,24 +155,12 @@ ToneReading Analyse(const std::vector<float>& frames, uint16_t channels, uint16_
     const size_t total = frames.size() / channels;
     if (total <= first + rate / 10) return reading;
     double sumSquares = 0.0;
-    size_t crossings = 0;
-    double firstCrossing = -1.0;
-    double lastCrossing = -1.0;
     for (size_t i = first; i < total; ++i) {
         const double x = frames[i * channels + channel];
         sumSquares += x * x;
-        if (i > first) {
-            const double previous = frames[(i - 1) * channels + channel];
-            if (previous < 0.0 && x >= 0.0) {  // rising zero crossing, placed by interpolation
-                const double at = static_cast<double>(i - 1) + previous / (previous - x);
-                if (firstCrossing < 0.0) firstCrossing = at;
-                lastCrossing = at;
-                ++crossings;
-            }
-        }
     }
     reading.amplitude = std::sqrt(2.0 * sumSquares / static_cast<double>(total - first));
-    if (crossings > 1) reading.frequency = static_cast<double>(crossings - 1) * rate / (lastCrossing - firstCrossing);
+    reading.frequency = TonePitchHz(frames.data() + channel, channels, first, total, rate);
     const size_t block = rate / 200;
     reading.weakestBlock = 1e9;
     for (size_t start = first; start + block <= total; start += block) {

@@ -66,7 +66,7 @@ std::vector<float> Record(const std::string& source, uint32_t rate, uint16_t cha
 // What a recording of one channel holds.
 struct ToneReading {
     double amplitude = 0.0;   // peak amplitude, from the RMS of a sine
-    double frequency = 0.0;   // from the zero crossings
+    double frequency = 0.0;   // from the spacing of the zero crossings (TonePitchHz)
     double weakestBlock = 0.0;  // the smallest peak of any 5 ms block, relative to amplitude
 };
 ToneReading Analyse(const std::vector<float>& frames, uint16_t channels, uint16_t channel, uint32_t rate,
