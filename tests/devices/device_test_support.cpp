@@ -70,17 +70,6 @@ void CleanMachine::Reset() {
     zqvm::ClearBridgeCalls();
 }
 
-std::string Utf16Bytes(const std::u16string& text, bool bigEndian) {
-    std::string bytes = bigEndian ? std::string("\xFE\xFF") : std::string("\xFF\xFE");
-    for (char16_t unit : text) {
-        const char hi = static_cast<char>(unit >> 8);
-        const char lo = static_cast<char>(unit & 0xFF);
-        bytes += bigEndian ? hi : lo;
-        bytes += bigEndian ? lo : hi;
-    }
-    return bytes;
-}
-
 std::u16string Utf16(const std::wstring& text) {
     std::u16string out;
     for (wchar_t wc : text) {

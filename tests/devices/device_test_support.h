@@ -62,8 +62,6 @@ void LoadConfig(CZQCoreAudio& core);
 void LoadPlugins(CZQCoreAudio& core);
 bool IsDeviceInConfig(CZQCoreAudio& core, const CStringW& product);
 
-// UTF-16 text as file bytes in either byte order, after a byte-order mark.
-std::string Utf16Bytes(const std::u16string& text, bool bigEndian);
 // Wide text as UTF-16 code units (pairs for characters above U+FFFF).
 std::u16string Utf16(const std::wstring& text);
 

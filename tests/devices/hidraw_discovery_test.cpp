@@ -78,17 +78,20 @@ protected:
     zqtest::ScopedEnvironment devRoot{"ZQ_DEV_ROOT", dev.Path().c_str()};
 };
 
-TEST_F(HidrawBridges, TheMakersNodesInNodeOrderWithTheirUsbDevicesStrings) {
-    AddNode(4, 5, "10c4", "eab0", "KV1-PORT5");
-    AddNode(1, 3, "10c4", "eab0", "KV1-PORT3");
+// The listing also publishes the container of each USB device under its instance key, for
+// pairing, and withdraws the containers of the devices gone.
+TEST_F(HidrawBridges, TheMakersNodesInNodeOrderWithTheirUsbDevicesStringsAndContainers) {
+    const fs::path port5 = AddNode(4, 5, "10c4", "eab0", "KV1-PORT5");
+    const fs::path port3 = AddNode(1, 3, "10c4", "eab0", "KV1-PORT3");
     AddNode(0, 7, "046d", "c52b", "OTHER-VENDOR");
     AddNode(2, 8, "10c4", "eab0", "KV1-NOPRODUCT", "");
+    AddNode(5, 9, "10c4", "eab0", "");  // no serial: no key can name it
 
     DWORD count = 0;
     ASSERT_EQ(HidUart_GetNumDevices(&count, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
-    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(count, 4u);
     ASSERT_EQ(HidUart_GetNumDevices(&count, 0, 0), HID_UART_SUCCESS);
-    EXPECT_EQ(count, 4u);  // 0 lists every vendor and product
+    EXPECT_EQ(count, 5u);  // 0 lists every vendor and product
 
     int status = -1;
     EXPECT_EQ(String(0, HID_UART_GET_SERIAL_STR, &status), "KV1-PORT3");  // hidraw1 before hidraw2 and hidraw4
@@ -100,31 +103,19 @@ TEST_F(HidrawBridges, TheMakersNodesInNodeOrderWithTheirUsbDevicesStrings) {
     EXPECT_EQ(String(2, HID_UART_GET_PATH_STR, &status), (dev.Path() / "hidraw4").string());
     String(1, HID_UART_GET_PRODUCT_STR, &status);
     EXPECT_EQ(status, HID_UART_DEVICE_ACCESS_ERROR) << "a missing attribute file";
-    String(3, HID_UART_GET_SERIAL_STR, &status);
+    String(4, HID_UART_GET_SERIAL_STR, &status);
     EXPECT_EQ(status, HID_UART_DEVICE_NOT_FOUND);
-
-    // Unplugged: its class link goes, and it is no longer counted.
-    fs::remove(ClassLink(1));
-    ASSERT_EQ(HidUart_GetNumDevices(&count, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
-    EXPECT_EQ(count, 2u);
-    EXPECT_EQ(String(0, HID_UART_GET_SERIAL_STR, &status), "KV1-NOPRODUCT");
-}
-
-TEST_F(HidrawBridges, EachListingPublishesTheContainersOfItsUsbDevicesAndWithdrawsTheGoneOnes) {
-    const fs::path port3 = AddNode(1, 3, "10c4", "eab0", "KV1-PORT3");
-    const fs::path port5 = AddNode(4, 5, "10c4", "eab0", "KV1-PORT5");
-    AddNode(2, 8, "10c4", "eab0", "");  // no serial: no key can name it
-    DWORD count = 0;
-    ASSERT_EQ(HidUart_GetNumDevices(&count, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
-    ASSERT_EQ(count, 3u);
     const GUID container3 = zqplatform::usb::ContainerIdOfUsbFolder(port3.string());
     EXPECT_NE(container3, GUID_NULL);
     EXPECT_EQ(ContainerValue(L"KV1-PORT3"), container3);
     EXPECT_EQ(ContainerValue(L"KV1-PORT5"), zqplatform::usb::ContainerIdOfUsbFolder(port5.string()));
 
+    // Unplugged: its class link goes, it is no longer counted, and its container is withdrawn.
     fs::remove(ClassLink(1));
     ASSERT_EQ(HidUart_GetNumDevices(&count, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
-    EXPECT_EQ(ContainerValue(L"KV1-PORT3"), GUID_NULL) << "withdrawn with its bridge";
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(String(0, HID_UART_GET_SERIAL_STR, &status), "KV1-NOPRODUCT");
+    EXPECT_EQ(ContainerValue(L"KV1-PORT3"), GUID_NULL);
     EXPECT_NE(ContainerValue(L"KV1-PORT5"), GUID_NULL);
 }
 

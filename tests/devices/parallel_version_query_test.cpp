@@ -74,15 +74,4 @@ TEST_F(ParallelVersionQueries, EveryBridgeIsQueriedAtOnceAndListedInOrder) {
     for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(logged[i].rfind(expected[i], 0), 0u) << logged[i];
 }
 
-TEST_F(ParallelVersionQueries, ABridgeListedTwiceInOneDiscoveryIsQueriedAndListedOnce) {
-    AddMicrophone("KV1-TWIN");
-    zqvm::BridgeDescription twin = zqvm::PresentBridges()[0].description;
-    twin.serial = "kv1-twin";  // the same serial number, told in another letter case
-    twin.containerId.reset();
-    const zqvm::BridgeId second = zqvm::AddBridge(twin);
-    core->Init(window->Handle());
-    EXPECT_EQ(ListedSerials(), (std::vector<std::wstring>{L"KV1-TWIN"}));
-    EXPECT_EQ(zqvm::GetBridgeState(second)->opens, 0) << "the first one wins, as one after the other";
-}
-
 }  // namespace

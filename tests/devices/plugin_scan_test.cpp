@@ -87,7 +87,8 @@ TEST_F(PluginScan, OnlyAPluginThatDescribesItselfIsListedWithItsPath) {
     for (const fs::path& library : {a, b, c, d, other}) EXPECT_FALSE(Resident(library)) << library;
 }
 
-TEST_F(PluginScan, EveryScanAppendsWhatItFinds) {
+// Every scan appends what it finds; outside the list GetPlugin gives a record of zeros.
+TEST_F(PluginScan, EveryScanAppendsWhatItFindsAndOutsideTheListARecordIsZeros) {
     Install("zqPlugin_A", "zqPlugin_A.so");
     zqtest::LoadPlugins(core);
     zqtest::LoadPlugins(core);
@@ -95,13 +96,8 @@ TEST_F(PluginScan, EveryScanAppendsWhatItFinds) {
     const _ZQ_PLUGIN_INFO first = core.GetPlugin(0);
     const _ZQ_PLUGIN_INFO second = core.GetPlugin(1);
     EXPECT_EQ(std::memcmp(&first, &second, sizeof(_ZQ_PLUGIN_INFO)), 0);
-}
-
-TEST_F(PluginScan, OutsideTheListGetPluginGivesARecordOfZeros) {
-    Install("zqPlugin_A", "zqPlugin_A.so");
-    zqtest::LoadPlugins(core);
     const _ZQ_PLUGIN_INFO zeros{};
-    for (int index : {-1, 1, 1000}) {
+    for (int index : {-1, 2, 1000}) {
         const _ZQ_PLUGIN_INFO info = core.GetPlugin(index);
         EXPECT_EQ(std::memcmp(&info, &zeros, sizeof(info)), 0) << index;
     }

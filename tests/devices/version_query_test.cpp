@@ -191,12 +191,4 @@ TEST_F(VersionQuery, RepliesGiveTheirSecondAndThirdBytesOrZeros) {
     }
 }
 
-TEST_F(VersionQuery, RepeatedQueriesOpenAndCloseTheBridgeEachTime) {
-    const zqvm::BridgeId id = Install(Microphone("SN1"));
-    for (int i = 0; i < 3; ++i) EXPECT_TRUE(record.InitVer(1));
-    EXPECT_EQ(zqvm::GetBridgeState(id)->opens, 3);
-    EXPECT_EQ(zqvm::GetBridgeState(id)->closes, 3);
-    EXPECT_EQ(zqvm::GetBridgeState(id)->received, (std::vector<uint8_t>{0x03, 0x03, 0x03}));
-}
-
 }  // namespace

@@ -47,7 +47,7 @@ TEST(WMAudioDevice, EachRecordHoldsExactlyOneReferenceOnItsEndpoint) {
     EXPECT_EQ(endpoint.Refs(), 1u);  // every record gave its reference back once
 }
 
-TEST(WMAudioDevice, AssignmentReplacesTheEndpointAndCopiesEveryField) {
+TEST(WMAudioDevice, AssignmentReplacesTheEndpointCopiesEveryFieldAndToItselfChangesNothing) {
     CountedEndpoint first, second;
     CWMAudioDevice src;
     FillMicrophone(src, &second);
@@ -67,18 +67,13 @@ TEST(WMAudioDevice, AssignmentReplacesTheEndpointAndCopiesEveryField) {
     CWMAudioDevice constructed(src);
     EXPECT_TRUE(constructed.IsEditNow());
     EXPECT_EQ(constructed.GetSN(), L"SN0001");
-}
 
-TEST(WMAudioDevice, SelfAssignmentChangesNothing) {
-    CountedEndpoint endpoint;
-    CWMAudioDevice d;
-    FillMicrophone(d, &endpoint);
-    ASSERT_EQ(endpoint.Refs(), 2u);
-    CWMAudioDevice& alias = d;
-    d = alias;
-    EXPECT_EQ(endpoint.Refs(), 2u);
-    EXPECT_EQ(d.GetDevice(), &endpoint);
-    EXPECT_EQ(d.GetSN(), L"SN0001");
+    // Assigned to itself, a record keeps its endpoint and its reference on it.
+    CWMAudioDevice& alias = dst;
+    dst = alias;
+    EXPECT_EQ(second.Refs(), 4u);
+    EXPECT_EQ(dst.GetDevice(), &second);
+    EXPECT_EQ(dst.GetSN(), L"SN0001");
 }
 
 TEST(WMAudioDevice, ClearEmptiesEverythingButTheEditMark) {

@@ -67,14 +67,16 @@ TEST(HostCommandLine, RefusesWhatItCannotDo) {
     const HostRun missing = RunHost({"--machine", folder.Path("absent.xml"), "--seconds", "1"});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_NE(missing.err.find("absent.xml"), std::string::npos) << missing.err;
-}
-
-TEST(HostCommandLine, RefusedMachineDescriptionEndsTheRun) {
-    TestFolder folder;
+    // A machine description the platform refuses ends the run before any summary.
     const std::string path = folder.Write("bad.xml", "<machine><endpoint flow=\"sideways\"/></machine>");
     const HostRun run = RunHost({"--machine", path, "--seconds", "1", "--json", "--log", folder.Path("log")});
     EXPECT_EQ(run.exitCode, 1) << run.err;
     EXPECT_TRUE(run.out.empty()) << run.out;
+    // So does an --input that is no sound file.
+    const std::string input = folder.Write("input.wav", "not a wav file");
+    const SummaryRun unreadable = RunSummary(folder, MachineXml(MachineSpec()), 1.0, {"--input", input});
+    EXPECT_EQ(unreadable.run.exitCode, 1) << unreadable.run.err;
+    EXPECT_FALSE(unreadable.json.has_value());
 }
 
 }  // namespace

@@ -25,32 +25,23 @@ void ExpectTone(const WavContent& wav, double hz) {
     EXPECT_NEAR(ToneHz(wav.first, wav.rate, begin, wav.first.size()), hz, hz * 0.01);
 }
 
+// At the speaker's own rate and format, whether or not it is the microphone's.
 TEST_F(HostWav, OutputHoldsTheMicrophonesTone) {
-    TestFolder folder;
-    MachineSpec endpointSpec;
-    endpointSpec.toneHz = 1000.0;
-    const std::string output = folder.Path("speaker.wav");
-    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.5, {"--output", output});
-    ASSERT_SUMMARY(result);
-    const WavContent wav = ReadWav(output);
-    ASSERT_TRUE(wav.ok) << "cannot read " << output;
-    EXPECT_EQ(wav.rate, 48000);
-    EXPECT_EQ(wav.channels, 2);
-    ExpectTone(wav, 1000.0);
-}
-
-TEST_F(HostWav, OutputAtTheSpeakersOwnRate) {
-    TestFolder folder;
-    MachineSpec endpointSpec;
-    endpointSpec.toneHz = 1000.0;
-    endpointSpec.renderRate = 44100;
-    endpointSpec.renderFormat = "int16";
-    const std::string output = folder.Path("speaker.wav");
-    const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.5, {"--output", output});
-    ASSERT_SUMMARY(result);
-    const WavContent wav = ReadWav(output);
-    EXPECT_EQ(wav.rate, 44100);
-    ExpectTone(wav, 1000.0);
+    for (const auto& [rate, format] : {std::pair<unsigned, const char*>{48000, "float32"}, {44100, "int16"}}) {
+        SCOPED_TRACE(format);
+        TestFolder folder;
+        MachineSpec endpointSpec;
+        endpointSpec.renderRate = rate;
+        endpointSpec.renderFormat = format;
+        const std::string output = folder.Path("speaker.wav");
+        const SummaryRun result = RunSummary(folder, MachineXml(endpointSpec), 1.5, {"--output", output});
+        ASSERT_SUMMARY(result);
+        const WavContent wav = ReadWav(output);
+        ASSERT_TRUE(wav.ok) << "cannot read " << output;
+        EXPECT_EQ(wav.rate, static_cast<int>(rate));
+        EXPECT_EQ(wav.channels, 2);
+        ExpectTone(wav, endpointSpec.toneHz);
+    }
 }
 
 TEST_F(HostWav, InputFileReplacesTheMachinesSource) {
@@ -64,14 +55,6 @@ TEST_F(HostWav, InputFileReplacesTheMachinesSource) {
     ASSERT_SUMMARY(result);
     EXPECT_NEAR((*result.json)["spectrum"]["input"]["hz"].Number(), 3000.0, 48000.0 / 4096.0) << result.run.out;
     ExpectTone(ReadWav(output), 3000.0);
-}
-
-TEST_F(HostWav, UnreadableInputEndsTheRun) {
-    TestFolder folder;
-    const std::string input = folder.Write("input.wav", "not a wav file");
-    const SummaryRun result = RunSummary(folder, MachineXml(MachineSpec()), 1.0, {"--input", input});
-    EXPECT_EQ(result.run.exitCode, 1) << result.run.err;
-    EXPECT_FALSE(result.json.has_value());
 }
 
 }  // namespace
