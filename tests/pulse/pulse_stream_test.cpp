@@ -69,9 +69,7 @@ TEST_F(PulseStreams, RenderStreamPlaysAtTheSinksOwnRateAndReportsItsLatency) {
     CComPtr<IMMDevice> speaker = Device(L"speaker44");
     EventStream stream(speaker, 300000);
     ASSERT_EQ(S_OK, stream.opened);
-    UINT32 bufferFrames = 0;
-    ASSERT_EQ(S_OK, stream.client->GetBufferSize(&bufferFrames));
-    EXPECT_EQ(1323u, bufferFrames) << "30 ms at 44.1 kHz";
+    EXPECT_EQ(1323u, stream.bufferFrames) << "30 ms at 44.1 kHz";
     SinePlayer player(stream, 440.0, 0.5f);
     ASSERT_EQ(S_OK, stream.client->Start());
     const std::vector<float> recorded = Record("speaker44.monitor", 44100, 2, 1.0);
@@ -96,8 +94,8 @@ TEST_F(PulseStreams, CaptureStreamDeliversTheMicrophoneInPacketsOfOnePeriod) {
     CComPtr<IMMDevice> microphone = Device(L"kv1_mic");
     EventStream stream(microphone, 200000);
     ASSERT_EQ(S_OK, stream.opened);
-    CComPtr<IAudioCaptureClient> capture;
-    ASSERT_EQ(S_OK, stream.client->GetService(IID_IAudioCaptureClient, reinterpret_cast<void**>(&capture)));
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    ASSERT_TRUE(capture);
     ASSERT_EQ(S_OK, stream.client->Start());
 
     std::vector<float> received;
