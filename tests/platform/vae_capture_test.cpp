@@ -60,23 +60,6 @@ TEST_F(CaptureStreamTest, EachPeriodDeliversTheRateOverAHundredFramesAndSignalsT
     EXPECT_EQ(stream.Padding(), 0u);
 }
 
-TEST_F(CaptureStreamTest, FractionalPeriodsCarryTheRemainderSoASecondHoldsTheExactRate) {
-    const std::wstring id = Add(eCapture, 22050, 1, SampleFormat::Int16, CaptureSource::Tone(1000.0, 0.25));
-    TestStream stream(id);
-    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
-    ASSERT_EQ(stream.client->Start(), S_OK);
-    uint64_t total = 0;
-    for (int period = 0; period < 100; ++period) {
-        Step();
-        const Packet packet = Take(capture, 2);
-        EXPECT_EQ(packet.frames, period % 2 == 0 ? 220u : 221u) << "period " << period;
-        EXPECT_EQ(packet.position, total);
-        total += packet.frames;
-    }
-    EXPECT_EQ(total, 22050u);
-    ASSERT_EQ(stream.client->Stop(), S_OK);
-}
-
 // The tone as the sine of its frequency and amplitude, quantized to each endpoint's format:
 // 16-bit mono, and 24-bit stereo in an extensible format of three bytes per sample.
 TEST_F(CaptureStreamTest, ToneArrivesAsTheSineQuantizedToTheEndpointFormat) {

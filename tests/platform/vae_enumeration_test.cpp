@@ -52,16 +52,10 @@ TEST_F(EnumerationTest, ListsFollowFlowAndStateAndDevicesAreFoundByTheirId) {
     EXPECT_EQ(EndpointIds(enumerator, eCapture, DEVICE_STATE_ACTIVE), std::vector<std::wstring>{mic});
     EXPECT_EQ(EndpointIds(enumerator, eAll, DEVICE_STATE_ACTIVE), (std::vector<std::wstring>{mic, speakers}));
     EXPECT_TRUE(EndpointIds(enumerator, eCapture, DEVICE_STATE_DISABLED).empty());
-
     CComPtr<IMMDeviceCollection> collection;
     ASSERT_EQ(enumerator->EnumAudioEndpoints(eRender, DEVICE_STATE_ACTIVE, &collection), S_OK);
     CComPtr<IMMDevice> beyond;
-    EXPECT_EQ(collection->Item(1, &beyond), E_INVALIDARG);
-    collection.Release();
-    EXPECT_EQ(enumerator->EnumAudioEndpoints(eRender, 0, &collection), E_INVALIDARG);
-    EXPECT_EQ(enumerator->EnumAudioEndpoints(eRender, 0x10, &collection), E_INVALIDARG);
-    EXPECT_EQ(enumerator->EnumAudioEndpoints(EDataFlow_enum_count, 1, &collection), E_INVALIDARG);
-    EXPECT_EQ(enumerator->EnumAudioEndpoints(eRender, 1, nullptr), E_POINTER);
+    EXPECT_EQ(collection->Item(1, &beyond), E_INVALIDARG) << "an index past the count";
 
     CComPtr<IMMDevice> device;
     ASSERT_EQ(enumerator->GetDevice(unplugged.c_str(), &device), S_OK);
@@ -76,7 +70,6 @@ TEST_F(EnumerationTest, ListsFollowFlowAndStateAndDevicesAreFoundByTheirId) {
     EXPECT_EQ(enumerator->GetDevice(L"{0.0.0.00000000}.{nothing}", &missing), E_NOTFOUND);
     EXPECT_EQ(missing, nullptr);
     CComPtr<IMMDevice> none;
-    EXPECT_EQ(enumerator->GetDefaultAudioEndpoint(eAll, eConsole, &none), E_INVALIDARG);
     ASSERT_TRUE(zqvm::SetDefaultEndpoint(eCapture, eMultimedia, L""));
     EXPECT_EQ(enumerator->GetDefaultAudioEndpoint(eCapture, eMultimedia, &none), E_NOTFOUND);
     ASSERT_EQ(enumerator->GetDefaultAudioEndpoint(eCapture, eConsole, &none), S_OK);

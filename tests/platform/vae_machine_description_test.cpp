@@ -193,6 +193,8 @@ TEST_F(MachineDescriptionTest, ABadDescriptionLeavesAnEmptyMachineAndSaysWhere) 
         {"<machine><endpoint flow=\"render\" rates=\"48000\"/></machine>", "rates"},
         {"<machine><endpoint flow=\"render\" format=\"int12\"/></machine>", "format"},
         {"<machine><endpoint flow=\"render\" channels=\"9\"/></machine>", "channels"},
+        {"<machine><endpoint flow=\"render\" ppm=\"fast\"/></machine>", "ppm"},
+        {"<machine><endpoint flow=\"render\" phase_ms=\"12\"/></machine>", "phase"},
         {"<machine><endpoint flow=\"render\" container=\"not-a-guid\"/></machine>", "container"},
         {"<machine><endpoint flow=\"render\" default=\"everything\"/></machine>", "everything"},
         {"<machine><endpoint flow=\"render\"><source kind=\"tone\"/></endpoint></machine>", "source"},

@@ -56,23 +56,6 @@ TEST(ZqLog, ConcurrentProducersLoseNothingAndKeepTheirOrder) {
     EXPECT_EQ(log.m_nQueued.load(), kThreads * kPerThread);
 }
 
-TEST(ZqLog, EventsQueuedBeforeTheWriterStartsAreWrittenWhenItDoes) {
-    CZqLog log;
-    log.Log(zqLogEventWarning, 1, L"early");
-    Collected out;
-    ASSERT_TRUE(log.OpenSink(L"late", out.Sink()));
-    log.Log(zqLogEventError, 2, L"late");
-    ASSERT_TRUE(log.Flush());
-    ASSERT_EQ(out.events.size(), 2u);
-    EXPECT_EQ(out.events[0], std::make_pair(zqLogEventWarning, std::wstring(L"early")));
-    EXPECT_EQ(out.events[1], std::make_pair(zqLogEventError, std::wstring(L"late")));
-    EXPECT_EQ(log.GetLogType(), zqLogTypeSink);
-    EXPECT_TRUE(log.m_bLogEnabled);
-    EXPECT_EQ(log.m_strLogName, L"late");
-    log.Close();
-    EXPECT_FALSE(log.m_bLogEnabled);
-}
-
 TEST(ZqLog, ACopySharesThePendingEventsAndEachSideWritesThemOnce) {
     auto* log = new CZqLog;
     log->m_strLogName = L"original";
@@ -88,18 +71,6 @@ TEST(ZqLog, ACopySharesThePendingEventsAndEachSideWritesThemOnce) {
     ASSERT_TRUE(copy.Flush());
     ASSERT_EQ(out.events.size(), 2u);
     EXPECT_EQ(out.events[1].second, L"two");
-}
-
-TEST(ZqLog, LevelMaskFiltersWhatTheWriterWrites) {
-    Collected out;
-    CZqLog log;
-    log.m_dwLevelMask = 1u << zqLogEventError;
-    ASSERT_TRUE(log.OpenSink(L"errors", out.Sink()));
-    log.Log(zqLogEventInfo, 0, L"info");
-    log.Log(zqLogEventError, 0, L"error");
-    ASSERT_TRUE(log.Flush());
-    ASSERT_EQ(out.events.size(), 1u);
-    EXPECT_EQ(out.events[0].second, L"error");
 }
 
 TEST(ZqLog, FileWriterWritesStampedLinesAndKeepsTrailingNewlinesSingle) {
