@@ -104,11 +104,7 @@ TEST(AnalyzerInCore, InitStartsTheThreadAndShutdownJoinsItBeforeTheEnginesGo) {
     core.Init(nullptr);
     CAudioCapture* capture = core.GetCaptureEngine();
     ASSERT_NE(capture, nullptr);
-    std::vector<float> frames;
-    for (int i = 0; i < 4800; ++i) {
-        frames.push_back(0.5f);
-        frames.push_back(0.5f);
-    }
+    const std::vector<float> frames(2 * 4800, 0.5f);
     WriteFeed(*capture, kInputFeed, frames.data(), 4800);
     EXPECT_TRUE(WaitUntil([&] { return core.GetSpectrumAmpIn(0) > 1.0f; })) << "no tick reached the spectrum";
     core.Shutdown();  // the thread reads the capture engine until joined

@@ -196,30 +196,22 @@ TEST_F(AnalyzerJobs, DecayTakesEachDecadesStepFromItsLowerBoundOn) {
     };
     const Bound bounds[] = {{1000.0f, 100.0f, 10.0f}, {100.0f, 10.0f, 1.0f},     {10.0f, 1.0f, 0.1f},
                             {1.0f, 0.1f, 0.01f},      {0.1f, 0.01f, 0.001f},     {0.01f, 0.001f, 0.0001f}};
-    size_t i = 0;
-    for (const Bound& b : bounds) {
-        analyzer->m_vecShownIn[i] = b.value;
-        analyzer->m_vecShownOut[i] = b.value;
-        analyzer->m_vecShownIn[i + 1] = std::nextafter(b.value, 0.0f);
-        analyzer->m_vecShownOut[i + 1] = std::nextafter(b.value, 0.0f);
-        i += 2;
-    }
-    analyzer->m_vecShownIn[i] = 0.00005f;
-    analyzer->m_vecShownOut[i] = 0.00005f;
-    analyzer->m_vecShownPeakIn[0] = 7.0f;
-    analyzer->DecaySpectrum();
-    EXPECT_EQ(analyzer->m_vecSpectrumAmpIn[i].load(), 0.0f);
-    EXPECT_EQ(analyzer->m_vecSpectrumAmpOut[i].load(), 0.0f);
-    EXPECT_EQ(analyzer->m_vecShownPeakIn[0], 7.0f);
-    i = 0;
+    // Each bound, then the largest value below it; on both sides.
+    std::vector<float> shown, expected;
     for (const Bound& b : bounds) {
         const float below = std::nextafter(b.value, 0.0f);
-        EXPECT_EQ(analyzer->m_vecSpectrumAmpIn[i].load(), b.value - b.step) << b.value;
-        EXPECT_EQ(analyzer->m_vecSpectrumAmpOut[i].load(), b.value - b.step) << b.value;
-        EXPECT_EQ(analyzer->m_vecSpectrumAmpIn[i + 1].load(), below - b.stepBelow) << "below " << b.value;
-        EXPECT_EQ(analyzer->m_vecSpectrumAmpOut[i + 1].load(), below - b.stepBelow) << "below " << b.value;
-        i += 2;
+        shown.insert(shown.end(), {b.value, below});
+        expected.insert(expected.end(), {b.value - b.step, below - b.stepBelow});
     }
+    shown.push_back(0.00005f);
+    expected.push_back(0.0f);
+    std::copy(shown.begin(), shown.end(), analyzer->m_vecShownIn.begin());
+    std::copy(shown.begin(), shown.end(), analyzer->m_vecShownOut.begin());
+    analyzer->m_vecShownPeakIn[0] = 7.0f;
+    analyzer->DecaySpectrum();
+    EXPECT_EQ(Values(analyzer->m_vecSpectrumAmpIn.first(expected.size())), expected) << "input side";
+    EXPECT_EQ(Values(analyzer->m_vecSpectrumAmpOut.first(expected.size())), expected) << "output side";
+    EXPECT_EQ(analyzer->m_vecShownPeakIn[0], 7.0f);
 }
 
 TEST(AnalyzerWithoutCaptureEngine, TickDoesNothing) {

@@ -3,23 +3,19 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "zqPlatform.h"
 
 namespace {
 
+// -100 dB is the meters' silence, 0 dB full scale, minus infinity the level of 0.
 TEST(PeakProgrammeMeterScale, EndsAndMarksOfTheScale) {
-    EXPECT_EQ(PPM2Percent(-100.0f), 0.0f);  // the meters' silence
-    EXPECT_EQ(PPM2Percent(-70.0f), 0.0f);
-    EXPECT_EQ(PPM2Percent(-60.0f), 2.5f);
-    EXPECT_EQ(PPM2Percent(-50.0f), 7.5f);
-    EXPECT_EQ(PPM2Percent(-40.0f), 15.0f);
-    EXPECT_EQ(PPM2Percent(-30.0f), 30.0f);
-    EXPECT_EQ(PPM2Percent(-20.0f), 50.0f);
-    EXPECT_EQ(PPM2Percent(-10.0f), 75.0f);
-    EXPECT_EQ(PPM2Percent(0.0f), 100.0f);  // full scale
-    EXPECT_EQ(PPM2Percent(6.0f), 100.0f);
-    EXPECT_EQ(PPM2Percent(-std::numeric_limits<float>::infinity()), 0.0f);  // log10 of 0
+    constexpr float kInf = std::numeric_limits<float>::infinity();
+    const std::pair<float, float> marks[] = {{-100.0f, 0.0f}, {-70.0f, 0.0f}, {-60.0f, 2.5f}, {-50.0f, 7.5f},
+                                             {-40.0f, 15.0f}, {-30.0f, 30.0f}, {-20.0f, 50.0f}, {-10.0f, 75.0f},
+                                             {0.0f, 100.0f},  {6.0f, 100.0f},  {-kInf, 0.0f}};
+    for (const auto& [db, percent] : marks) EXPECT_EQ(PPM2Percent(db), percent) << db << " dB";
     EXPECT_EQ(PPM2Percent(std::numeric_limits<float>::quiet_NaN()), 0.0f);
 }
 

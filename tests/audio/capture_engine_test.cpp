@@ -65,26 +65,6 @@ protected:
     CAudioCapture* capture = nullptr;
 };
 
-TEST_F(CaptureEngine, AStereoPacketEntersAsItsFirstChannelTwice) {
-    OpenMicrophone(48000, 2, zqvm::SampleFormat::Float32);
-    ASSERT_TRUE(capture->StartCapture());
-    std::vector<float> fed;
-    for (int i = 0; i < 480; ++i) {
-        fed.push_back(i == 0 ? 0.5f : (i == 1 ? 0.25f : 0.001f * static_cast<float>(i % 100)));
-        fed.push_back(-0.9f);  // the right channel is never used
-    }
-    ASSERT_TRUE(zqvm::FeedFrames(mic, fed));
-    CapturePeriod();
-    const std::vector<float> packet = LatestPacket();
-    ASSERT_EQ(packet.size(), 960u);
-    for (size_t i = 0; i < 480; ++i) {
-        ASSERT_FLOAT_EQ(packet[2 * i], fed[2 * i]) << i;
-        ASSERT_FLOAT_EQ(packet[2 * i + 1], fed[2 * i]) << i;
-    }
-    // The render device has the engine's format: the queue holds the same frames.
-    EXPECT_EQ(QueuedForRender(), packet);
-}
-
 TEST_F(CaptureEngine, SilentPacketsAndBypassOffFeedNothingButTheDeviceIsDrained) {
     OpenMicrophone(48000, 2, zqvm::SampleFormat::Float32);
     ASSERT_TRUE(capture->StartCapture());
@@ -179,9 +159,7 @@ TEST_F(CaptureEngine, EveryFailingStepIsReportedAndTheNextOpenSucceeds) {
 
 TEST_F(CaptureEngine, AFormatTheResamplerRefusesFailsTheOpenButKeepsTheClient) {
     mic = AddCapture(48000, 2, zqvm::SampleFormat::Int24, zqvm::CaptureSource::Fed());
-    EXPECT_EQ(capture->SetAudioDevice(Device(mic)), E_FAIL);
-    ExpectReported(L"Resampler CAPTURE has not been properly initialized",
-                   L"Resampler CAPTURE has not been properly initialized\n");
+    EXPECT_EQ(capture->SetAudioDevice(Device(mic)), E_FAIL);  // reported by the resampler set-up
     // The stream still runs; its packets are drained and dropped.
     ASSERT_TRUE(capture->StartCapture());
     ASSERT_TRUE(zqvm::FeedFrames(mic, std::vector<float>(960, 0.5f)));
@@ -219,10 +197,12 @@ double LevelDb(const std::vector<float>& samples, size_t offset, size_t stride) 
 
 // A -6 dBFS tone on the first channel of microphones with 1 to 8 channels; every other channel
 // carries the tone inverted, so that any share of them in the engine's frames moves the level.
-// Microphones with three or more channels, 5 and 7 included, reach the analyzer feed and the
-// render queue at a stereo microphone's level, without clipping; a mono one (16-bit, so that a
-// device format other than the engine's is converted too) at the resampler's mono-to-stereo
-// gain (-3 dB), within 16-bit quantisation.
+// Microphones with two or more channels, 5 and 7 included, reach the analyzer feed and the
+// render queue as their first channel twice, unchanged, so at a stereo microphone's level and
+// without clipping; a mono one (16-bit, so that a device format other than the engine's is
+// converted too) at the resampler's mono-to-stereo gain (-3 dB), within 16-bit quantisation.
+// The latest-packet block holds the frames the render queue got (its device has the engine's
+// format).
 TEST_F(CaptureEngine, EveryChannelCountFeedsTheFirstChannelAtTheLevelOfAStereoMicrophone) {
     const double amplitude = std::pow(10.0, -6.0 / 20.0);
     const double stereoDb = 20.0 * std::log10(amplitude / std::sqrt(2.0));  // whole periods of the tone
@@ -254,7 +234,14 @@ TEST_F(CaptureEngine, EveryChannelCountFeedsTheFirstChannelAtTheLevelOfAStereoMi
         EXPECT_NEAR(LevelDb(feed, 0, 1), expectedDb, 0.01);
         EXPECT_NEAR(LevelDb(queued, 0, 2), expectedDb, 0.01) << "left";
         EXPECT_NEAR(LevelDb(queued, 1, 2), expectedDb, 0.01) << "right";
-        for (size_t i = 0; i < feed.size(); ++i) ASSERT_EQ(queued[2 * i], feed[i]) << "frame " << i;
+        for (size_t i = 0; i < feed.size(); ++i) {
+            if (channels > 1) {
+                ASSERT_EQ(feed[i], fed[i * channels]) << "frame " << i;
+            }
+            ASSERT_EQ(queued[2 * i], feed[i]) << "frame " << i;
+            ASSERT_EQ(queued[2 * i + 1], feed[i]) << "frame " << i;
+        }
+        EXPECT_EQ(LatestPacket(), queued);
         capture->StopCapture();
     }
 }

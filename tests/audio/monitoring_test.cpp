@@ -48,16 +48,14 @@ double Decibels(double ratio) { return 20.0 * std::log10(ratio); }
 
 class Monitoring : public zqtest::ExactMonitoringTest {
 protected:
-    // Opens the microphone and the default speaker through the core and starts both streams.
-    void StartMonitoring(uint32_t micRate, uint16_t micChannels, zqvm::SampleFormat micFormat, uint32_t speakerRate,
-                         zqvm::SampleFormat speakerFormat) {
+    // Opens the microphone and the default speaker through the core.
+    void Open(uint32_t micRate, uint16_t micChannels, zqvm::SampleFormat micFormat, uint32_t speakerRate,
+              zqvm::SampleFormat speakerFormat) {
         speaker = AddRender(speakerRate, 2, speakerFormat);
         mic = AddCapture(micRate, micChannels, micFormat, zqvm::CaptureSource::Tone(kTone, kAmplitude));
         speakerRateHz = speakerRate;
         core->Init(window->Handle());
         ASSERT_TRUE(core->SetCaptureDevice(Device(mic)));
-        core->Start();
-        ASSERT_TRUE(core->IsStarted());
     }
 
     // Checks both channels of what the speaker played: the tone's pitch and the expected level;
@@ -95,7 +93,9 @@ double SessionGain(const std::wstring& speaker) { return zqvm::SessionVolume(spe
 
 TEST_F(Monitoring, RealTimeMono16BitToStereo16BitAt44100) {
     zqvm::SetClockMode(zqvm::ClockMode::RealTime);
-    StartMonitoring(48000, 1, zqvm::SampleFormat::Int16, 44100, zqvm::SampleFormat::Int16);
+    Open(48000, 1, zqvm::SampleFormat::Int16, 44100, zqvm::SampleFormat::Int16);
+    core->Start();
+    ASSERT_TRUE(core->IsStarted());
     ASSERT_TRUE(zqvm::PumpUntil([&] { return zqvm::RenderedFrameCount(speaker) >= 88200; }, 10000));
     core->Stop();
     // The capture resampler maps the mono channel to left and right at -3 dB.
@@ -103,11 +103,7 @@ TEST_F(Monitoring, RealTimeMono16BitToStereo16BitAt44100) {
 }
 
 TEST_F(Monitoring, SteppedClockHasNoGapOnceAudioFlows) {
-    speaker = AddRender(48000, 2, zqvm::SampleFormat::Float32);
-    mic = AddCapture(44100, 2, zqvm::SampleFormat::Float32, zqvm::CaptureSource::Tone(kTone, kAmplitude));
-    speakerRateHz = 48000;
-    core->Init(window->Handle());
-    ASSERT_TRUE(core->SetCaptureDevice(Device(mic)));
+    Open(44100, 2, zqvm::SampleFormat::Float32, 48000, zqvm::SampleFormat::Float32);
     // The two device clocks run half a period apart, so that each step of 5 ms wakes exactly one
     // stream thread and the test can wait for it: capture at 10, 20, ... ms, render at 15, 25, ...
     // Every render wake-up then finds the packet captured just before it.

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cmath>
 #include <numbers>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -35,11 +36,18 @@ WAVEFORMATEX MixFormat(WORD tag, WORD channels, DWORD rate, WORD bits) {
     return f;
 }
 
-// The eight options as the context holds them.
+// The eight options as the context holds them, in the order of the log block.
 struct Options {
     int64_t inChannels = -1, outChannels = -1, inLayout = -1, outLayout = -1, inRate = -1, outRate = -1;
     AVSampleFormat inFormat = AV_SAMPLE_FMT_NB, outFormat = AV_SAMPLE_FMT_NB;
+    bool operator==(const Options&) const = default;
 };
+
+void PrintTo(const Options& o, std::ostream* os) {
+    *os << "{channels " << o.inChannels << " -> " << o.outChannels << ", layouts 0x" << std::hex << o.inLayout
+        << " -> 0x" << o.outLayout << std::dec << ", rates " << o.inRate << " -> " << o.outRate << ", formats "
+        << o.inFormat << " -> " << o.outFormat << "}";
+}
 
 Options ReadOptions(SwrContext* context) {
     Options o;
@@ -66,25 +74,6 @@ Options ReadOptions(SwrContext* context) {
     return o;
 }
 
-// Runs interleaved frames through a context and drains what it still holds.
-std::vector<float> Convert(SwrContext* context, const std::vector<float>& in, int inChannels, int outChannels,
-                           int inRate, int outRate) {
-    const int inFrames = static_cast<int>(in.size()) / inChannels;
-    const int capacity = static_cast<int>(
-        av_rescale_rnd(swr_get_delay(context, inRate) + inFrames, outRate, inRate, AV_ROUND_UP) + 256);
-    std::vector<float> out(static_cast<size_t>(capacity) * static_cast<size_t>(outChannels));
-    const uint8_t* inPlanes[1] = {reinterpret_cast<const uint8_t*>(in.data())};
-    uint8_t* outPlanes[1] = {reinterpret_cast<uint8_t*>(out.data())};
-    const int got = swr_convert(context, outPlanes, capacity, inPlanes, inFrames);
-    EXPECT_GE(got, 0);
-    if (got < 0) return {};
-    uint8_t* rest[1] = {reinterpret_cast<uint8_t*>(out.data() + static_cast<size_t>(got) * outChannels)};
-    const int flushed = swr_convert(context, rest, capacity - got, nullptr, 0);
-    EXPECT_GE(flushed, 0);
-    out.resize(static_cast<size_t>(got + std::max(flushed, 0)) * static_cast<size_t>(outChannels));
-    return out;
-}
-
 class ResamplerSetup : public ::testing::Test {
 protected:
     LogRecorder recorder;
@@ -109,15 +98,7 @@ TEST_F(ResamplerSetup, A44100HzStereoFloatCaptureDeviceIsConvertedToTheEngineFor
     const SwrContextPtr context = Capture(MixFormat(WAVE_FORMAT_IEEE_FLOAT, 2, 44100, 32), S_OK);
     ASSERT_NE(context, nullptr);
     EXPECT_GT(swr_is_initialized(context.get()), 0);
-    const Options o = ReadOptions(context.get());
-    EXPECT_EQ(o.inChannels, 2);
-    EXPECT_EQ(o.outChannels, 2);
-    EXPECT_EQ(o.inLayout, 3);
-    EXPECT_EQ(o.outLayout, 3);
-    EXPECT_EQ(o.inRate, 44100);
-    EXPECT_EQ(o.outRate, 48000);
-    EXPECT_EQ(o.inFormat, AV_SAMPLE_FMT_FLT);
-    EXPECT_EQ(o.outFormat, AV_SAMPLE_FMT_FLT);
+    EXPECT_EQ(ReadOptions(context.get()), (Options{2, 2, 3, 3, 44100, 48000, AV_SAMPLE_FMT_FLT, AV_SAMPLE_FMT_FLT}));
 
     EXPECT_EQ(recorder.Texts(), (std::vector<std::wstring>{
                                     L"AudioCapture: Initialize capture resampler...",
@@ -139,15 +120,8 @@ TEST_F(ResamplerSetup, A44100HzStereoFloatCaptureDeviceIsConvertedToTheEngineFor
 TEST_F(ResamplerSetup, ARenderDeviceTakesTheEngineFormatAndLogsItsOwnBlock) {
     const SwrContextPtr context = Render(MixFormat(WAVE_FORMAT_PCM, 6, 44100, 16), 0);
     ASSERT_NE(context, nullptr);
-    const Options o = ReadOptions(context.get());
-    EXPECT_EQ(o.inChannels, 2);
-    EXPECT_EQ(o.outChannels, 6);
-    EXPECT_EQ(o.inLayout, 3);
-    EXPECT_EQ(o.outLayout, CA2SWR_chlayout(6));
-    EXPECT_EQ(o.inRate, 48000);
-    EXPECT_EQ(o.outRate, 44100);
-    EXPECT_EQ(o.inFormat, AV_SAMPLE_FMT_FLT);
-    EXPECT_EQ(o.outFormat, AV_SAMPLE_FMT_S16);
+    EXPECT_EQ(ReadOptions(context.get()),
+              (Options{2, 6, 3, CA2SWR_chlayout(6), 48000, 44100, AV_SAMPLE_FMT_FLT, AV_SAMPLE_FMT_S16}));
 
     EXPECT_EQ(recorder.Texts(), (std::vector<std::wstring>{
                                     L"Initialize render resampler...",
@@ -163,44 +137,44 @@ TEST_F(ResamplerSetup, ARenderDeviceTakesTheEngineFormatAndLogsItsOwnBlock) {
                                 }));
 }
 
+// Packed 24-bit samples have no interleaved FFmpeg format; a rate or a channel count of 0 is
+// refused by swr_init itself. Each ends the same way.
 TEST_F(ResamplerSetup, FormatsTheResamplerRefusesAreReportedAndTheContextIsStillHandedOver) {
-    // Packed 24-bit samples have no interleaved FFmpeg format.
-    const WAVEFORMATEX packed24 = MixFormat(WAVE_FORMAT_PCM, 2, 48000, 24);
-    const SwrContextPtr capture = Capture(packed24, E_FAIL);
-    const SwrContextPtr render = Render(packed24, -1);
-    ASSERT_NE(capture, nullptr);
-    ASSERT_NE(render, nullptr);
-    EXPECT_EQ(swr_is_initialized(capture.get()), 0);
+    for (const WAVEFORMATEX& mix : {MixFormat(WAVE_FORMAT_IEEE_FLOAT, 2, 0, 32),
+                                    MixFormat(WAVE_FORMAT_IEEE_FLOAT, 0, 48000, 32),
+                                    MixFormat(WAVE_FORMAT_PCM, 2, 48000, 24)}) {
+        SCOPED_TRACE(testing::Message() << mix.nChannels << " channels, " << mix.nSamplesPerSec << " Hz, "
+                                        << mix.wBitsPerSample << " bits");
+        recorder.Clear();
+        debugOutput.Clear();
+        const SwrContextPtr capture = Capture(mix, E_FAIL);
+        const SwrContextPtr render = Render(mix, -1);
+        ASSERT_NE(capture, nullptr);
+        ASSERT_NE(render, nullptr);
+        EXPECT_EQ(swr_is_initialized(capture.get()), 0);
+        EXPECT_EQ(swr_is_initialized(render.get()), 0);
 
+        EXPECT_FALSE(recorder.Contains(L"swr_is_initialized - OK"));
+        std::vector<std::wstring> errors;
+        for (const auto& e : recorder.Events()) {
+            if (e.type == zqLogEventError) errors.push_back(e.text);
+        }
+        EXPECT_EQ(errors, (std::vector<std::wstring>{L"Resampler CAPTURE has not been properly initialized",
+                                                     L"Resampler RENDER has not been properly initialized"}));
+        EXPECT_EQ(debugOutput.Texts(),
+                  (std::vector<std::wstring>{L"Resampler CAPTURE has not been properly initialized\n",
+                                             L"Resampler RENDER has not been properly initialized\n"}));
+
+        // Such a context converts nothing: the capture thread skips the packet.
+        float frame[2] = {};
+        float out[16] = {};
+        const uint8_t* in[1] = {reinterpret_cast<const uint8_t*>(frame)};
+        uint8_t* dst[1] = {reinterpret_cast<uint8_t*>(out)};
+        EXPECT_LT(swr_convert(capture.get(), dst, 8, in, 1), 0);
+    }
+    // The last, packed 24 bits, is logged as no format at all.
     EXPECT_TRUE(recorder.Contains(L">>      in_sample_fmt: AV_SAMPLE_FMT_NONE"));
     EXPECT_TRUE(recorder.Contains(L">>     out_sample_fmt: AV_SAMPLE_FMT_NONE"));
-    EXPECT_FALSE(recorder.Contains(L"swr_is_initialized - OK"));
-    std::vector<std::wstring> errors;
-    for (const auto& e : recorder.Events()) {
-        if (e.type == zqLogEventError) errors.push_back(e.text);
-    }
-    EXPECT_EQ(errors, (std::vector<std::wstring>{L"Resampler CAPTURE has not been properly initialized",
-                                                 L"Resampler RENDER has not been properly initialized"}));
-    EXPECT_EQ(debugOutput.Texts(),
-              (std::vector<std::wstring>{L"Resampler CAPTURE has not been properly initialized\n",
-                                         L"Resampler RENDER has not been properly initialized\n"}));
-
-    // Such a context converts nothing: the capture thread skips the packet.
-    float frame[2] = {};
-    float out[16] = {};
-    const uint8_t* in[1] = {reinterpret_cast<const uint8_t*>(frame)};
-    uint8_t* dst[1] = {reinterpret_cast<uint8_t*>(out)};
-    EXPECT_LT(swr_convert(capture.get(), dst, 8, in, 1), 0);
-}
-
-// What swr_init itself refuses ends the same way.
-TEST_F(ResamplerSetup, MixFormatsThatSwrInitRefusesAreReportedTheSameWay) {
-    const SwrContextPtr noRate = Capture(MixFormat(WAVE_FORMAT_IEEE_FLOAT, 2, 0, 32), E_FAIL);
-    const SwrContextPtr noChannels = Render(MixFormat(WAVE_FORMAT_IEEE_FLOAT, 0, 48000, 32), -1);
-    ASSERT_NE(noChannels, nullptr);
-    EXPECT_EQ(swr_is_initialized(noChannels.get()), 0);
-    EXPECT_EQ(recorder.TextsContaining(L"has not been properly initialized").size(), 2u);
-    EXPECT_EQ(debugOutput.Texts().size(), 2u);
 }
 
 TEST_F(ResamplerSetup, NullArgumentsAreRefusedWithoutLogging) {
@@ -230,8 +204,11 @@ TEST_F(ResamplerSetup, OneToEightChannelsOpenBothWaysAndCaptureTakesTheFirstChan
             const float ramp = 0.001f * static_cast<float>(frame);
             for (WORD c = 0; c < channels; ++c) in.push_back(ramp + (c == 0 ? 0.5f : -0.25f * c));
         }
-        const std::vector<float> out = Convert(capture.get(), in, channels, 2, 48000, 48000);
-        ASSERT_EQ(out.size(), 128u);
+        // Same rate: every frame comes out of the one call; room for one frame more.
+        std::vector<float> out(2 * 65);
+        const uint8_t* inPlanes[1] = {reinterpret_cast<const uint8_t*>(in.data())};
+        uint8_t* outPlanes[1] = {reinterpret_cast<uint8_t*>(out.data())};
+        ASSERT_EQ(swr_convert(capture.get(), outPlanes, 65, inPlanes, 64), 64);
         for (size_t frame = 0; frame < 64; ++frame) {
             ASSERT_EQ(out[2 * frame], in[frame * channels]) << frame;
             ASSERT_EQ(out[2 * frame + 1], in[frame * channels]) << frame;
@@ -254,7 +231,6 @@ TEST(ResamplerSetupWithoutCore, WorksWithoutACoreObject) {
 
 // The name tables, checked against FFmpeg's own names and channel counts.
 TEST(FormatNames, SampleFormatNamesFollowFFmpegsFormatsAndOthersAreEmpty) {
-    EXPECT_STREQ(SampleFormatName(AV_SAMPLE_FMT_NONE), L"AV_SAMPLE_FMT_NONE");
     for (int f = AV_SAMPLE_FMT_U8; f <= AV_SAMPLE_FMT_S64P; ++f) {
         std::wstring expected = L"AV_SAMPLE_FMT_";
         for (const char* c = av_get_sample_fmt_name(static_cast<AVSampleFormat>(f)); *c; ++c) {
@@ -263,7 +239,6 @@ TEST(FormatNames, SampleFormatNamesFollowFFmpegsFormatsAndOthersAreEmpty) {
         const std::wstring name = SampleFormatName(f);
         EXPECT_EQ(name.substr(0, expected.size() + 1), expected + L" ") << name;
     }
-    EXPECT_STREQ(SampleFormatName(AV_SAMPLE_FMT_S16), L"AV_SAMPLE_FMT_S16 - signed 16 bits ");
     EXPECT_STREQ(SampleFormatName(AV_SAMPLE_FMT_DBLP), L"AV_SAMPLE_FMT_DBLP -double, planar");
     EXPECT_STREQ(SampleFormatName(-2), L"");
     EXPECT_STREQ(SampleFormatName(12), L"");
