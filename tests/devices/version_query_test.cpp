@@ -45,33 +45,12 @@ protected:
 };
 
 TEST_F(VersionQuery, AReplyAA0512GivesApi5AndFirmware0x12) {
-    const zqvm::BridgeId id = Install(Microphone("SN1"));
+    Install(Microphone("SN1"));
     EXPECT_TRUE(record.InitVer(1));
     EXPECT_EQ(record.GetVerAPI(), 0x05);
     EXPECT_EQ(record.GetVerFW(), 0x12);
-    EXPECT_EQ(zqvm::BridgeCalls(), kFullQuery);
-
-    const auto state = zqvm::GetBridgeState(id);
-    ASSERT_TRUE(state);
-    EXPECT_EQ(state->opens, 1);
-    EXPECT_EQ(state->closes, 1);
-    EXPECT_FALSE(state->open);
-    EXPECT_EQ(state->received, (std::vector<uint8_t>{0x03}));
-    EXPECT_EQ(state->readTimeoutMs, 150u);
-    EXPECT_EQ(state->writeTimeoutMs, 150u);
-    EXPECT_EQ(state->waitedMs, 150u);  // the read ran into its time-out, as it always does
+    EXPECT_EQ(zqvm::BridgeCalls(), kFullQuery);  // the read runs into its time-out, as it always does
     EXPECT_EQ(zqvm::BridgeOpenHandleCount(), 0u);
-}
-
-TEST_F(VersionQuery, AReplyFillingTheWholeBufferIsStillRead) {
-    std::vector<uint8_t> reply(1500, 0x77);
-    reply[1] = 0x03;
-    reply[2] = 0x04;
-    Install(Microphone("SN1", reply));
-    EXPECT_TRUE(record.InitVer(1));
-    EXPECT_EQ(record.GetVerAPI(), 0x03);
-    EXPECT_EQ(record.GetVerFW(), 0x04);
-    EXPECT_EQ(zqvm::BridgeCalls()[5], "HidUart_Read(1000) -> 0x00");  // enough bytes: no time-out
 }
 
 TEST_F(VersionQuery, ABridgeThatCannotBeOpenedLeavesVersionsZeroAndClosesNothing) {
@@ -110,12 +89,11 @@ protected:
 TEST_F(FailedQuery, AUartThatCannotBeConfiguredIsClosedAndNothingIsSent) {
     BridgeDescription d = Microphone("SN1");
     d.configStatus = HID_UART_DEVICE_IO_FAILED;
-    const zqvm::BridgeId id = Install(d);
+    Install(d);
     EXPECT_FALSE(record.InitVer(1));
     EXPECT_EQ(zqvm::BridgeCalls(), (std::vector<std::string>{"HidUart_Open(1, 0, 0) -> 0x00",
                                                               "HidUart_SetUartConfig(57600, 3, 0, 0, 0) -> 0x14",
                                                               "HidUart_Close() -> 0x00"}));
-    EXPECT_TRUE(zqvm::GetBridgeState(id)->received.empty());
     ExpectVersionsKept();
 }
 
@@ -158,6 +136,9 @@ TEST_F(VersionQuery, TheStatusOfSettingTheTimeoutsIsNotLookedAt) {
 // second and third bytes, or zeros when it holds fewer than three. Each query starts from a
 // record that had other versions, so that zeros are seen to be written.
 TEST_F(VersionQuery, RepliesGiveTheirSecondAndThirdBytesOrZeros) {
+    std::vector<uint8_t> overfull(1500, 0x77);  // more than the 1000 bytes read: no time-out
+    overfull[1] = 0x03;
+    overfull[2] = 0x04;
     struct Case {
         const char* what;
         std::vector<uint8_t> reply;
@@ -167,6 +148,7 @@ TEST_F(VersionQuery, RepliesGiveTheirSecondAndThirdBytesOrZeros) {
     };
     const Case cases[] = {
         {"bytes after the third ignored", {0x01, 0x07, 0x21, 0xFF, 0xEE, 0x00}, HID_UART_SUCCESS, 57600, 0x07, 0x21},
+        {"a reply filling the whole buffer", overfull, HID_UART_SUCCESS, 57600, 0x03, 0x04},
         {"empty reply", {}, HID_UART_SUCCESS, 57600, 0, 0},
         {"one byte", {0xAA}, HID_UART_SUCCESS, 57600, 0, 0},
         {"two bytes", {0xAA, 0x05}, HID_UART_SUCCESS, 57600, 0, 0},

@@ -101,18 +101,15 @@ std::string MachineXml(const MachineSpec& endpointSpec) {
                                       : "usb_device=\"" + endpointSpec.usbDevice + "\"";
     std::ostringstream xml;
     xml << "<machine>\n"
-        << "  <bridge product=\"" << endpointSpec.product << "\" serial=\"" << endpointSpec.serial << "\" " << container
-        << " version_reply=\"" << endpointSpec.versionReply << "\"/>\n"
+        << "  <bridge product=\"KV-1 USB Microphone\" serial=\"" << endpointSpec.serial << "\" " << container
+        << " version_reply=\"AA 05 12\"/>\n"
         << "  <endpoint flow=\"capture\" name=\"" << endpointSpec.microphoneName << "\" " << container
         << " rate=\"48000\" channels=\"1\" format=\"int16\" default=\"all\">\n"
         << "    <source kind=\"tone\" frequency=\"" << endpointSpec.toneHz << "\" level_dbfs=\"" << endpointSpec.toneDbfs << "\"/>\n"
-        << "  </endpoint>\n";
-    for (size_t i = 0; i < endpointSpec.renderNames.size(); ++i) {
-        xml << "  <endpoint flow=\"render\" name=\"" << endpointSpec.renderNames[i] << "\" rate=\"" << endpointSpec.renderRate
-            << "\" channels=\"2\" format=\"" << endpointSpec.renderFormat << "\"" << (i == 0 ? " default=\"all\"" : "")
-            << "/>\n";
-    }
-    xml << "</machine>\n";
+        << "  </endpoint>\n"
+        << "  <endpoint flow=\"render\" name=\"Speakers (Virtual Audio)\" rate=\"" << endpointSpec.renderRate
+        << "\" channels=\"2\" format=\"" << endpointSpec.renderFormat << "\" default=\"all\"/>\n"
+        << "</machine>\n";
     return xml.str();
 }
 

@@ -37,17 +37,14 @@ private:
 };
 
 // The machine description of one KV-1 microphone (bridge with container, capture endpoint of
-// the same container, tone source) and the render endpoints named, the first the default.
+// the same container, tone source) and the default render endpoint.
 struct MachineSpec {
     std::string serial = "KV1-2024-0001";
-    std::string product = "KV-1 USB Microphone";
-    std::string versionReply = "AA 05 12";
     std::string microphoneName = "Microphone (KV-1 USB Microphone)";
     std::string container = "{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}";  // the bridge's and the endpoint's
     std::string usbDevice;  // instead of container: the capture endpoint's USB device in sysfs
     double toneHz = 1000.0;
     double toneDbfs = -6.0;
-    std::vector<std::string> renderNames = {"Speakers (Virtual Audio)"};
     unsigned renderRate = 48000;
     std::string renderFormat = "float32";
 };
