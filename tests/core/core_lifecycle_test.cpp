@@ -8,6 +8,7 @@
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
 #include "audio_fixture.h"
+#include "endpoint_queries.h"
 
 namespace {
 
@@ -31,15 +32,7 @@ protected:
         return it == texts.end() ? std::wstring::npos : static_cast<size_t>(it - texts.begin());
     }
 
-    std::wstring RenderDeviceId() {
-        IMMDevice* device = core->GetRenderEngine()->m_spRenderDevice;
-        if (device == nullptr) return {};
-        LPWSTR id = nullptr;
-        if (FAILED(device->GetId(&id))) return {};
-        std::wstring text(id);
-        CoTaskMemFree(id);
-        return text;
-    }
+    std::wstring RenderDeviceId() { return zqtest::IdOf(core->GetRenderEngine()->m_spRenderDevice); }
 
     std::wstring defaultSpeaker;
     std::wstring mic;

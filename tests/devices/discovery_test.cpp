@@ -7,6 +7,7 @@
 #include <atomic>
 #include <thread>
 
+#include "endpoint_queries.h"
 #include "microphone_machine.h"
 
 namespace {
@@ -160,10 +161,7 @@ TEST_F(Discovery, PairsEachMicrophoneWithTheCaptureEndpointOfItsContainer) {
     CWMAudioDevice* record = core->GetHidCaptureDevice(0);
     EXPECT_EQ(record->GetName(), CStringW(L"Microphone (KV1-PAIRED)"));
     ASSERT_NE(record->GetDevice(), nullptr);
-    LPWSTR id = nullptr;
-    ASSERT_EQ(record->GetDevice()->GetId(&id), S_OK);
-    EXPECT_EQ(std::wstring(id), paired.endpoint);
-    CoTaskMemFree(id);
+    EXPECT_EQ(zqtest::IdOf(record->GetDevice()), paired.endpoint);
     EXPECT_TRUE(IsEqualGUID(record->GetHidContainerID(), ContainerOf("KV1-PAIRED")));
 
     // FindHidDevice hands its reference to the caller and leaves the name alone on no match.

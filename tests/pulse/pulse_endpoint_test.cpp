@@ -87,22 +87,10 @@ TEST_F(PulseEndpoints, DefaultOfEveryRoleIsTheServersDefaultSinkOrSource) {
         CComPtr<IMMDevice> capture;
         ASSERT_EQ(S_OK, enumerator->GetDefaultAudioEndpoint(eRender, role, &render));
         ASSERT_EQ(S_OK, enumerator->GetDefaultAudioEndpoint(eCapture, role, &capture));
-        LPWSTR renderId = nullptr;
-        LPWSTR captureId = nullptr;
-        render->GetId(&renderId);
-        capture->GetId(&captureId);
-        EXPECT_STREQ(L"speaker48", renderId);
-        EXPECT_STREQ(L"kv1_mic", captureId);
-        CoTaskMemFree(renderId);
-        CoTaskMemFree(captureId);
+        EXPECT_EQ(L"speaker48", IdOf(render));
+        EXPECT_EQ(L"kv1_mic", IdOf(capture));
     }
 }
-
-}  // namespace
-}  // namespace zqtest::pulse
-
-namespace zqtest::pulse {
-namespace {
 
 TEST_F(PulseEndpoints, EndpointVolumeAndMuteAreTheDevicesOwnOnTheServer) {
     for (const char* name : {"speaker44", "kv2_in"}) {
