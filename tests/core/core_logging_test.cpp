@@ -2,12 +2,13 @@
 // dropped without being formatted.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <ctime>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "log_recorder.h"
+#include "scoped_environment.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/wall_clock.h"
 
@@ -31,14 +32,13 @@ TEST_F(CoreLogging, LevelsAndTextsArriveUnchanged) {
     core.LogWarning(L"!IsStarted");
     core.LogError(L"Unable to initialize audio client: %x.\n", static_cast<HRESULT>(0x88890004u));
     core.LogInfo(L"CoreAudio: HID_UART_GET_SERIAL_STR [%i]: %s | %S", 2, L"wide", "narrow");  // the Microsoft rules
-    auto events = recorder.Events();
-    ASSERT_EQ(events.size(), 4u);
-    EXPECT_EQ(events[0].type, zqLogEventInfo);
-    EXPECT_EQ(events[0].text, L"CoreAudio: call DeviceChange, device id: {0.0.1}.{mic}, state = 8");
-    EXPECT_EQ(events[1].type, zqLogEventWarning);
-    EXPECT_EQ(events[2].type, zqLogEventError);
-    EXPECT_EQ(events[2].text, L"Unable to initialize audio client: 88890004.\n");
-    EXPECT_EQ(events[3].text, L"CoreAudio: HID_UART_GET_SERIAL_STR [2]: wide | narrow");
+    std::vector<std::pair<zqLogEventType, std::wstring>> logged;
+    for (const auto& e : recorder.Events()) logged.emplace_back(e.type, e.text);
+    EXPECT_EQ(logged, (std::vector<std::pair<zqLogEventType, std::wstring>>{
+                          {zqLogEventInfo, L"CoreAudio: call DeviceChange, device id: {0.0.1}.{mic}, state = 8"},
+                          {zqLogEventWarning, L"!IsStarted"},
+                          {zqLogEventError, L"Unable to initialize audio client: 88890004.\n"},
+                          {zqLogEventInfo, L"CoreAudio: HID_UART_GET_SERIAL_STR [2]: wide | narrow"}}));
 }
 
 TEST_F(CoreLogging, A2047CharacterMessageIsLoggedWholeAndA2048OneNotAtAll) {
@@ -80,24 +80,18 @@ TEST(CoreLoggingGate, NothingIsFormattedWithoutAnUsableLog) {
     EXPECT_TRUE(unnamed.m_queue.empty());
 }
 
+// The zone in TZ and the wall clock frozen at an instant, for the life of the object (the zone
+// in force again once tzset runs after it).
 class TimeZoneAndClock {
 public:
-    TimeZoneAndClock(const char* tz, int64_t unixSeconds) {
-        if (const char* old = std::getenv("TZ")) m_old = old, m_had = true;
-        setenv("TZ", tz, 1);
+    TimeZoneAndClock(const char* tz, int64_t unixSeconds) : m_tz("TZ", tz) {
         tzset();
         zqvm::FreezeWallClock(unixSeconds, 0);
     }
-    ~TimeZoneAndClock() {
-        zqvm::ReleaseWallClock();
-        if (m_had) setenv("TZ", m_old.c_str(), 1);
-        else unsetenv("TZ");
-        tzset();
-    }
+    ~TimeZoneAndClock() { zqvm::ReleaseWallClock(); }
 
 private:
-    std::string m_old;
-    bool m_had = false;
+    zqtest::ScopedEnvironment m_tz;
 };
 
 long long NoonOn20261123() {
@@ -118,6 +112,7 @@ TEST_F(CoreLogging, TheTimeStampIsLocalWallClockTimeWhateverTheZone) {
         TimeZoneAndClock setting(zone.tz, zone.noonUtc);
         core.LogInfo(L"stamp %S", zone.tz);
     }
+    tzset();
     auto events = recorder.Events();
     ASSERT_EQ(events.size(), 3u);
     for (const auto& e : events) EXPECT_EQ(e.time, NoonOn20261123()) << std::string(e.text.begin(), e.text.end());

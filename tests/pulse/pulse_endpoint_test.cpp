@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <sstream>
 
 #include "../../platform/src/usb/usb_container.h"
 #include "pulse_fixture.h"
@@ -14,15 +15,23 @@ bool Has(const std::vector<std::wstring>& ids, const std::wstring& id) {
     return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
-WAVEFORMATEXTENSIBLE MixFormatOf(IMMDevice* device) {
+// The endpoint's mix format as "<rate> Hz, <channels> x <bits> bits in <block align> bytes", followed,
+// for a WAVEFORMATEXTENSIBLE, by ", float" (or ", not float") and ", mask 0x<channel mask>".
+std::string MixFormatOf(IMMDevice* device) {
     CComPtr<IAudioClient> client;
-    WAVEFORMATEXTENSIBLE copy{};
-    if (FAILED(device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client)))) return copy;
     WAVEFORMATEX* format = nullptr;
-    if (SUCCEEDED(client->GetMixFormat(&format)) && format->wFormatTag == WAVE_FORMAT_EXTENSIBLE)
-        copy = *reinterpret_cast<WAVEFORMATEXTENSIBLE*>(format);
+    if (FAILED(device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client))) ||
+        FAILED(client->GetMixFormat(&format)))
+        return "no mix format";
+    std::ostringstream text;
+    text << format->nSamplesPerSec << " Hz, " << format->nChannels << " x " << format->wBitsPerSample << " bits in "
+         << format->nBlockAlign << " bytes";
+    const auto* extensible = reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(format);
+    if (format->wFormatTag == WAVE_FORMAT_EXTENSIBLE)
+        text << (extensible->SubFormat == KSDATAFORMAT_SUBTYPE_IEEE_FLOAT ? ", float" : ", not float") << ", mask 0x"
+             << std::hex << extensible->dwChannelMask;
     CoTaskMemFree(format);
-    return copy;
+    return text.str();
 }
 
 using PulseEndpoints = PulseTest;
@@ -43,21 +52,12 @@ TEST_F(PulseEndpoints, FriendlyNameIsTheDescriptionAndMixFormatTheDevicesRateAnd
     CComPtr<IMMDevice> speaker = Device(L"speaker44");
     ASSERT_TRUE(speaker);
     EXPECT_EQ(L"Speakers 44k1", FriendlyNameOf(speaker));
-    const WAVEFORMATEXTENSIBLE speakerFormat = MixFormatOf(speaker);
-    EXPECT_EQ(44100u, speakerFormat.Format.nSamplesPerSec);
-    EXPECT_EQ(2, speakerFormat.Format.nChannels);
-    EXPECT_EQ(32, speakerFormat.Format.wBitsPerSample);
-    EXPECT_EQ(8, speakerFormat.Format.nBlockAlign);
-    EXPECT_EQ(KSDATAFORMAT_SUBTYPE_IEEE_FLOAT, speakerFormat.SubFormat);
-    EXPECT_EQ(static_cast<DWORD>(SPEAKER_FRONT_LEFT | SPEAKER_FRONT_RIGHT), speakerFormat.dwChannelMask);
+    EXPECT_EQ("44100 Hz, 2 x 32 bits in 8 bytes, float, mask 0x3", MixFormatOf(speaker)) << "front left and right";
 
     CComPtr<IMMDevice> microphone = Device(L"kv1_mic");
     ASSERT_TRUE(microphone);
     EXPECT_EQ(L"KV-1 USB Microphone", FriendlyNameOf(microphone));
-    const WAVEFORMATEXTENSIBLE microphoneFormat = MixFormatOf(microphone);
-    EXPECT_EQ(48000u, microphoneFormat.Format.nSamplesPerSec);
-    EXPECT_EQ(1, microphoneFormat.Format.nChannels);
-    EXPECT_EQ(static_cast<DWORD>(SPEAKER_FRONT_CENTER), microphoneFormat.dwChannelMask);
+    EXPECT_EQ("48000 Hz, 1 x 32 bits in 4 bytes, float, mask 0x4", MixFormatOf(microphone)) << "front centre";
 
     DWORD state = 0;
     EXPECT_EQ(S_OK, microphone->GetState(&state));

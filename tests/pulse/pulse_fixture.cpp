@@ -1,8 +1,5 @@
 #include "pulse_fixture.h"
 
-#include <chrono>
-#include <cstdlib>
-
 namespace zqtest::pulse {
 
 void PulseTest::SetUp() {
@@ -24,12 +21,6 @@ CComPtr<IMMDevice> PulseTest::Device(const std::wstring& id) {
     CComPtr<IMMDevice> device;
     EXPECT_EQ(S_OK, enumerator->GetDevice(id.c_str(), &device));
     return device;
-}
-
-std::string PulseTest::UsbFolder(int port) {
-    const char* root = std::getenv("ZQ_SYSFS_ROOT");
-    return std::string(root != nullptr ? root : "") + "/devices/pci0000:00/0000:00:14.0/usb1/1-" +
-           std::to_string(port);
 }
 
 }  // namespace zqtest::pulse

@@ -22,8 +22,6 @@ protected:
 
     CComPtr<IMMDevice> Device(const std::wstring& id);
     std::vector<std::wstring> ActiveIds(EDataFlow flow) { return EndpointIds(enumerator, flow, DEVICE_STATE_ACTIVE); }
-    // The fake sysfs tree's USB device behind port n (scripts/pulse-server).
-    static std::string UsbFolder(int port);
 
     CComPtr<IMMDeviceEnumerator> enumerator;
     bool comJoined = false;

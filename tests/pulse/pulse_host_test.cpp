@@ -5,10 +5,8 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
-#include "../../platform/src/usb/usb_container.h"
 #include "bridge_chip.h"
 #include "fuse_hidraw_folder.h"
 #include "log_recorder.h"
@@ -23,10 +21,6 @@
 namespace zqtest::pulse {
 namespace {
 
-constexpr char kProductTable[] = R"(<config>
-  <product device_name="KV-1 USB Microphone" friendly_name="KV-1" api="5" fw="0x12" editor="kv1editor"/>
-</config>)";
-
 float VolumeOf(const ReceivedMessage& message) {
     const auto bits = static_cast<uint32_t>(message.wParam & 0xFFFFFFFFu);
     float volume;
@@ -39,24 +33,9 @@ protected:
     void SetUp() override {
         PulseTest::SetUp();
         if (IsSkipped() || HasFatalFailure()) return;
+        // The bridges of the server's two KV-1s, on ports 3 (kv1_mic's) and 5 (no endpoint at start).
         folder = std::filesystem::temp_directory_path() / ("zq_pulse_host_" + std::to_string(::getpid()));
-        std::filesystem::create_directories(folder);
-        std::ofstream(folder / "config.xml") << kProductTable;
-        zqvm::SetHostModulePath((folder / "zqHost").wstring());
-        // The bridges of the server's USB microphones (the enumerator made in PulseTest::SetUp
-        // loaded the built-in machine; its bridge belongs to no device of this server).
-        zqvm::RemoveAllBridges();
-        zqvm::BridgeDescription kv1;
-        kv1.product = "KV-1 USB Microphone";
-        kv1.serial = "KV1-2024-0001";
-        kv1.containerId = zqplatform::usb::ContainerIdOfUsbFolder(UsbFolder(3));
-        zqvm::AddBridge(kv1);
-        zqvm::BridgeDescription kv1b = kv1;
-        kv1b.serial = "KV1-2024-0005";
-        kv1b.containerId = zqplatform::usb::ContainerIdOfUsbFolder(UsbFolder(5));
-        zqvm::AddBridge(kv1b);
-        zqvm::SetBridgeTiming(zqvm::BridgeTiming::Instant);
-
+        SetUpKv1Host(folder, {3, 5});
         feeder = std::make_unique<ToneFeeder>(std::getenv("ZQ_PULSE_MIC_FIFO"), 48000, 1, 1000.0, 0.5f);
         recorder = std::make_unique<LogRecorder>();
         window = std::make_unique<MessageWindow>();
@@ -86,6 +65,24 @@ protected:
     // for some seconds, and the tone is 2 % sharp meanwhile. These tests measure the backend;
     // the stepped-clock suites test the rate control.
     zqtest::ScopedEnvironment rateControlOff{"ZQ_MONITOR_RATE_CONTROL", "0"};
+
+    // Records speaker48's monitor and expects the microphone's tone on both speakers at the
+    // designed level: the capture resampler maps mono to left and right at -3 dB, and the render
+    // stream's session volume is 0.5. Returns the left channel's reading.
+    static ToneReading ExpectMicrophoneAtSpeaker(double seconds) {
+        const std::vector<float> recorded = Record("speaker48.monitor", 48000, 2, seconds);
+        const double expected = 0.5 * M_SQRT1_2 * 0.5;
+        const ToneReading left = Analyse(recorded, 2, 0, 48000, 0.5);
+        const ToneReading right = Analyse(recorded, 2, 1, 48000, 0.5);
+        std::printf("at speaker48's monitor: %.4f (%.2f dBFS) at %.2f Hz left, %.4f right; weakest 5 ms block %.2f\n",
+                    left.amplitude, 20 * std::log10(left.amplitude), left.frequency, right.amplitude,
+                    left.weakestBlock);
+        EXPECT_NEAR(1000.0, left.frequency, 2.0) << "the microphone's tone at the speaker";
+        EXPECT_NEAR(0.0, 20 * std::log10(left.amplitude / expected), 0.5) << "left";
+        EXPECT_NEAR(0.0, 20 * std::log10(right.amplitude / expected), 0.5) << "right";
+        return left;
+    }
+
     std::filesystem::path folder;
     std::unique_ptr<ToneFeeder> feeder;
     std::unique_ptr<LogRecorder> recorder;
@@ -101,30 +98,11 @@ TEST_F(PulseHost, MonitoredMicrophoneReachesTheSpeakerAtTheDesignedLevelWithoutG
     ASSERT_EQ(4u, core->GetRenderDeviceCount()) << "Default and the three sinks";
     core->Start();
     ASSERT_TRUE(core->IsStarted());
-    const std::vector<float> recorded = Record("speaker48.monitor", 48000, 2, 1.5);
-    // The microphone's channel on both speakers (the capture resampler maps mono to left and
-    // right at -3 dB), at the render stream's session volume (0.5).
-    const double expected = 0.5 * M_SQRT1_2 * 0.5;
-
-    const ToneReading left = Analyse(recorded, 2, 0, 48000, 0.5);
-    const ToneReading right = Analyse(recorded, 2, 1, 48000, 0.5);
-    std::printf("at speaker48's monitor: %.4f (%.2f dBFS) at %.2f Hz left, %.4f right; weakest 5 ms block %.2f\n",
-                left.amplitude, 20 * std::log10(left.amplitude), left.frequency, right.amplitude, left.weakestBlock);
+    const ToneReading left = ExpectMicrophoneAtSpeaker(1.5);
     RecordProperty("monitor_level_dbfs", std::to_string(20 * std::log10(left.amplitude)));
     RecordProperty("monitor_frequency_hz", std::to_string(left.frequency));
-    EXPECT_NEAR(1000.0, left.frequency, 2.0);
-    EXPECT_NEAR(0.0, 20 * std::log10(left.amplitude / expected), 0.5);
-    EXPECT_NEAR(0.0, 20 * std::log10(right.amplitude / expected), 0.5);
     EXPECT_GT(left.weakestBlock, 0.5) << "a gap in the monitored sound";
     EXPECT_GT(core->GetPeakCaptureDBFS(), 0.4f) << "the microphone's meter";
-    // What the server reports for the two streams, for the record.
-    for (const char* list : {"sink-inputs", "source-outputs"}) {
-        const std::optional<std::string> streams = Pactl(std::string("list ") + list);
-        ASSERT_TRUE(streams);
-        std::istringstream lines(*streams);
-        for (std::string line; std::getline(lines, line);)
-            if (line.find("Latency") != std::string::npos) std::printf("%s:%s\n", list, line.c_str());
-    }
     core->Stop();
 }
 
@@ -163,10 +141,7 @@ TEST_F(PulseHostOverHidraw, MicrophoneAskedOverHidrawIsNamedPairedWithItsSourceA
 
     core->Start();
     ASSERT_TRUE(core->IsStarted());
-    const std::vector<float> recorded = Record("speaker48.monitor", 48000, 2, 1.0);
-    const ToneReading left = Analyse(recorded, 2, 0, 48000, 0.5);
-    EXPECT_NEAR(1000.0, left.frequency, 2.0) << "the microphone's tone at the speaker";
-    EXPECT_NEAR(0.0, 20 * std::log10(left.amplitude / (0.5 * M_SQRT1_2 * 0.5)), 0.5);
+    ExpectMicrophoneAtSpeaker(1.0);
     core->Stop();
 }
 
@@ -212,17 +187,10 @@ TEST_F(PulseHost, SourceModuleLoadedAndUnloadedGivesTheDeviceMessages) {
     ASSERT_TRUE(window->WaitFor(WM_AUDIO_DEVICE_CHANGED, 2, 5000));
     ASSERT_TRUE(UnloadModule(*usbModule));
     // The second KV-1's endpoint went: its microphone leaves the list, by serial number.
-    ASSERT_TRUE(zqvm::PumpUntil(
-        [&] {
-            for (const ReceivedMessage& message : window->Received(WM_AUDIO_DEVICE_CHANGED))
-                if (message.wParam == 1) return true;
-            return false;
-        },
-        5000));
-    for (const ReceivedMessage& message : window->Received(WM_AUDIO_DEVICE_CHANGED)) {
-        if (message.wParam != 1) continue;
+    const std::vector<ReceivedMessage> removals = MicrophoneRemovals(*window);
+    ASSERT_FALSE(removals.empty());
+    for (const ReceivedMessage& message : removals)
         EXPECT_STREQ(L"KV1-2024-0005", reinterpret_cast<const wchar_t*>(message.lParam));
-    }
 }
 
 TEST_F(PulseHost, ANewDefaultSinkIsRebuiltOntoAndWhenItIsUnloadedTheRebuildPlaysOnTheRemainingSpeaker) {
@@ -246,12 +214,7 @@ TEST_F(PulseHost, ANewDefaultSinkIsRebuiltOntoAndWhenItIsUnloadedTheRebuildPlays
     core->RebuildRender();
     core->Start();
     ASSERT_TRUE(core->IsStarted());
-    const std::vector<float> recorded = Record("speaker48.monitor", 48000, 2, 1.0);
-    const ToneReading left = Analyse(recorded, 2, 0, 48000, 0.5);
-    std::printf("after the rebuild: %.4f at %.2f Hz, weakest 5 ms block %.2f\n", left.amplitude, left.frequency,
-                left.weakestBlock);
-    EXPECT_NEAR(1000.0, left.frequency, 2.0) << "sound flows again";
-    EXPECT_NEAR(0.0, 20 * std::log10(left.amplitude / (0.5 * M_SQRT1_2 * 0.5)), 0.5);
+    ExpectMicrophoneAtSpeaker(1.0);  // sound flows again
     core->Stop();
 }
 

@@ -9,13 +9,11 @@
 #include <filesystem>
 #include <fstream>
 
-#include "../../platform/src/usb/usb_container.h"
 #include "log_recorder.h"
 #include "message_window.h"
 #include "pulse_test_support.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/audio_backend.h"
-#include "zqplatform/vm/bridges.h"
 #include "zqplatform/vm/debug_output.h"
 #include "zqplatform/vm/message_pump.h"
 #include "zqplatform/vm/module_path.h"
@@ -60,16 +58,11 @@ TEST(PulseNoServer, InitSaysOnceThatNoServerAnswersAndFindsNoDevice) {
 }
 
 TEST(PulseNoServer, MonitorSaysSoAndExitsWithAFailure) {
-    const std::string command = "PULSE_SERVER=unix:/nonexistent/zq/native " ZQ_MONITOR_EXE
-                                " --backend pulse --seconds 1 --log /dev/null 2>&1";
-    FILE* pipe = popen(command.c_str(), "r");
-    ASSERT_NE(nullptr, pipe);
-    std::string output;
-    char buffer[512];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
-    const int status = pclose(pipe);
-    ASSERT_TRUE(WIFEXITED(status));
+    int status = -1;
+    const std::string output = RunCommand(
+        "PULSE_SERVER=unix:/nonexistent/zq/native " ZQ_MONITOR_EXE " --backend pulse --seconds 1 --log /dev/null 2>&1",
+        &status);
+    ASSERT_TRUE(WIFEXITED(status)) << status;
     EXPECT_EQ(1, WEXITSTATUS(status));
     EXPECT_NE(std::string::npos, output.find("zqmonitor: no PulseAudio server reachable: Connection refused")) << output;
 }
@@ -108,23 +101,7 @@ TEST_F(PulseServerLoss, ServerKilledMidStreamRemovesTheMicrophoneAndShutdownRetu
     std::string error;
     ASSERT_TRUE(zqvm::SelectAudioBackend("pulse", &error)) << error;
     ASSERT_TRUE(zqvm::PulseServerReachable(&error)) << error;
-    {
-        // The first enumerator loads the machine (the built-in one); its bridge gives way below.
-        CComPtr<IMMDeviceEnumerator> enumerator;
-        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
-                                         reinterpret_cast<void**>(&enumerator)));
-    }
-    std::filesystem::create_directories(folder + "/host");
-    std::ofstream(folder + "/host/config.xml")
-        << R"(<config><product device_name="KV-1 USB Microphone" friendly_name="KV-1" api="5" fw="0x12" editor="e"/></config>)";
-    zqvm::SetHostModulePath(std::filesystem::path(folder + "/host/zqHost").wstring());
-    zqvm::RemoveAllBridges();
-    zqvm::BridgeDescription kv1;
-    kv1.product = "KV-1 USB Microphone";
-    kv1.serial = "KV1-2024-0001";
-    kv1.containerId = zqplatform::usb::ContainerIdOfUsbFolder(folder + "/sysfs/devices/pci0000:00/0000:00:14.0/usb1/1-3");
-    zqvm::AddBridge(kv1);
-    zqvm::SetBridgeTiming(zqvm::BridgeTiming::Instant);
+    SetUpKv1Host(folder + "/host", {3});  // kv1_mic's KV-1
     zqvm::DebugOutputRecorder debugOutput;
     {
         ToneFeeder feeder(folder + "/mic.fifo", 48000, 1, 1000.0, 0.5f);
@@ -140,13 +117,7 @@ TEST_F(PulseServerLoss, ServerKilledMidStreamRemovesTheMicrophoneAndShutdownRetu
 
         ASSERT_EQ(0, kill(serverPid, SIGKILL));
         // The microphone's endpoint went with the server: the host hears it leave the list.
-        EXPECT_TRUE(zqvm::PumpUntil(
-            [&] {
-                for (const ReceivedMessage& message : window.Received(WM_AUDIO_DEVICE_CHANGED))
-                    if (message.wParam == 1) return true;
-                return false;
-            },
-            5000));
+        EXPECT_FALSE(MicrophoneRemovals(window).empty());
         EXPECT_EQ(0u, core.GetHidCaptureDeviceCount());
         EXPECT_EQ(0.0f, core.GetPeakCaptureDBFS()) << "the meter of a device that went";
         const auto stopping = std::chrono::steady_clock::now();

@@ -1,7 +1,12 @@
 #include "pulse_test_support.h"
 
+#include "../../platform/src/usb/usb_container.h"
 #include "tone_pitch.h"
+#include "zqCoreAudio.h"
 #include "zqPlatform.h"
+#include "zqplatform/vm/bridges.h"
+#include "zqplatform/vm/message_pump.h"
+#include "zqplatform/vm/module_path.h"
 
 #include <fcntl.h>
 #include <pulse/error.h>
@@ -15,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <sstream>
 
 namespace zqtest::pulse {
@@ -32,15 +38,21 @@ bool TestServerReachable(std::string* why) {
     return true;
 }
 
-std::optional<std::string> Pactl(const std::string& arguments) {
-    const std::string command = "pactl " + arguments + " 2>/dev/null";
+std::string RunCommand(const std::string& command, int* status) {
+    *status = -1;
     FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return std::nullopt;
+    if (pipe == nullptr) return {};
     std::string output;
     char buffer[4096];
     size_t n;
     while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
-    const int status = pclose(pipe);
+    *status = pclose(pipe);
+    return output;
+}
+
+std::optional<std::string> Pactl(const std::string& arguments) {
+    int status = -1;
+    std::string output = RunCommand("pactl " + arguments + " 2>/dev/null", &status);
     if (status != 0) return std::nullopt;
     return output;
 }
@@ -74,6 +86,45 @@ std::optional<uint32_t> StreamIndexOn(bool sinkInput, const std::string& deviceN
         if (!deviceIndex.empty() && device == deviceIndex) return static_cast<uint32_t>(std::stoul(index));
     }
     return std::nullopt;
+}
+
+std::string UsbFolder(int port) {
+    const char* root = std::getenv("ZQ_SYSFS_ROOT");
+    return std::string(root != nullptr ? root : "") + "/devices/pci0000:00/0000:00:14.0/usb1/1-" +
+           std::to_string(port);
+}
+
+void SetUpKv1Host(const std::filesystem::path& folder, const std::vector<int>& ports) {
+    CComPtr<IMMDeviceEnumerator> enumerator;
+    EXPECT_EQ(S_OK, CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
+                                     reinterpret_cast<void**>(&enumerator)));
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "config.xml") << R"(<config>
+  <product device_name="KV-1 USB Microphone" friendly_name="KV-1" api="5" fw="0x12" editor="kv1editor"/>
+</config>)";
+    zqvm::SetHostModulePath((folder / "zqHost").wstring());
+    zqvm::RemoveAllBridges();
+    for (int port : ports) {
+        zqvm::BridgeDescription kv1;
+        kv1.product = "KV-1 USB Microphone";
+        std::ifstream(UsbFolder(port) + "/serial") >> kv1.serial.bytes;
+        kv1.containerId = zqplatform::usb::ContainerIdOfUsbFolder(UsbFolder(port));
+        zqvm::AddBridge(kv1);
+    }
+    zqvm::SetBridgeTiming(zqvm::BridgeTiming::Instant);
+}
+
+std::vector<ReceivedMessage> MicrophoneRemovals(const MessageWindow& window) {
+    std::vector<ReceivedMessage> removals;
+    zqvm::PumpUntil(
+        [&] {
+            removals.clear();
+            for (const ReceivedMessage& message : window.Received(WM_AUDIO_DEVICE_CHANGED))
+                if (message.wParam == 1) removals.push_back(message);
+            return !removals.empty();
+        },
+        5000);
+    return removals;
 }
 
 ToneFeeder::ToneFeeder(const std::string& fifo, uint32_t rate, uint16_t channels, double frequency, float amplitude)

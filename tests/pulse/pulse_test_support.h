@@ -7,12 +7,14 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ci.h"
+#include "message_window.h"
 
 namespace zqtest::pulse {
 
@@ -31,6 +33,8 @@ using ::zqtest::InCi;
         }                                                                                \
     } while (0)
 
+// Runs a shell command; its standard output, and its wait status in *status (-1 when it could not run).
+std::string RunCommand(const std::string& command, int* status);
 // Runs pactl with the arguments on the test server; its standard output, or nothing when it failed.
 std::optional<std::string> Pactl(const std::string& arguments);
 // Loads a module; its index, or nothing.
@@ -38,6 +42,19 @@ std::optional<uint32_t> LoadModule(const std::string& nameAndArguments);
 bool UnloadModule(uint32_t index);
 // The index of this process's sink input (or source output) on a sink (source), by its name.
 std::optional<uint32_t> StreamIndexOn(bool sinkInput, const std::string& deviceName);
+
+// The fake sysfs tree's USB device behind port n (scripts/pulse-server; ZQ_SYSFS_ROOT names the tree).
+std::string UsbFolder(int port);
+
+// Sets the host up as the KV-1 tests do: its folder (the host module path, which the caller
+// resets) with the KV-1's product table, and the simulated bridges of the KV-1s on the given USB
+// ports, each with its USB device's serial number, answering at once. The first enumerator,
+// made here if nobody made one, loads the built-in machine, whose bridge gives way.
+void SetUpKv1Host(const std::filesystem::path& folder, const std::vector<int>& ports);
+
+// The WM_AUDIO_DEVICE_CHANGED messages that tell of a microphone leaving the list (wParam 1),
+// once at least one arrived within 5 s; empty when none did.
+std::vector<ReceivedMessage> MicrophoneRemovals(const MessageWindow& window);
 
 // Plays a sine into a FIFO (a pipe source's) in real time, in 10 ms blocks, until destroyed.
 class ToneFeeder {

@@ -38,8 +38,6 @@ protected:
     // Moves the stepped clock by whole device periods of 10 ms.
     static void StepPeriods(int periods);
 
-    // Checks that text was logged as an error and debugText written to the debug output.
-    void ExpectReported(const std::wstring& text, const std::wstring& debugText);
     // One step of opening a device stream (an "Interface::Method", or "Interface::Method/
     // Interface" for one requested interface) and what its failure reports.
     struct FailingStep {
@@ -47,7 +45,8 @@ protected:
         const wchar_t* text;
     };
     // Makes each step fail once with injected, then the creation of each of the stream's two
-    // events: every failed open is reported, and the next open succeeds.
+    // events: every failed open is reported (the step's text logged as an error and written to
+    // the debug output), and the next open succeeds.
     void ExpectEachFailingStepReported(const std::wstring& endpoint, HRESULT injected,
                                        const std::vector<FailingStep>& steps, const std::function<HRESULT()>& open);
 
@@ -56,7 +55,6 @@ protected:
     std::unique_ptr<CZQCoreAudio> core;
     zqvm::DebugOutputRecorder debugOutput;
     long baselineObjects = 0;
-    bool checkObjectsOnTearDown = true;
 };
 
 // The engines' conversions and queue exactly, frame by frame: without the monitoring path's
