@@ -40,18 +40,8 @@ public:
 
     static std::wstring Add(EDataFlow flow, uint32_t rate, uint16_t channels, zqvm::SampleFormat format,
                             zqvm::CaptureSource source = zqvm::CaptureSource::Silence(), bool extensible = false) {
-        zqvm::EndpointSpec endpointSpec;
-        endpointSpec.flow = flow;
-        endpointSpec.name = flow == eCapture ? L"Test microphone" : L"Test speakers";
-        endpointSpec.rate = rate;
-        endpointSpec.channels = channels;
-        endpointSpec.format = format;
-        endpointSpec.extensible = extensible;
-        endpointSpec.source = std::move(source);
-        std::string error;
-        std::wstring id = zqvm::AddEndpoint(endpointSpec, &error);
-        EXPECT_FALSE(id.empty()) << error;
-        return id;
+        return zqtest::AddTestEndpoint(flow, flow == eCapture ? L"Test microphone" : L"Test speakers", rate, channels,
+                                       format, source, extensible);
     }
 
     static CComPtr<IMMDeviceEnumerator> Enumerator() {

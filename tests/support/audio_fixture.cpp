@@ -2,28 +2,10 @@
 
 #include <algorithm>
 
+#include "endpoint_queries.h"
 #include "zqplatform/vm/kernel_faults.h"
 
 namespace zqtest {
-namespace {
-
-// Adds an endpoint to the virtual machine; its id.
-std::wstring Added(EDataFlow flow, const wchar_t* name, uint32_t rate, uint16_t channels, zqvm::SampleFormat format,
-                   const zqvm::CaptureSource& source = {}) {
-    zqvm::EndpointSpec endpointSpec;
-    endpointSpec.flow = flow;
-    endpointSpec.name = name;
-    endpointSpec.rate = rate;
-    endpointSpec.channels = channels;
-    endpointSpec.format = format;
-    endpointSpec.source = source;
-    std::string error;
-    std::wstring id = zqvm::AddEndpoint(endpointSpec, &error);
-    EXPECT_FALSE(id.empty()) << error;
-    return id;
-}
-
-}  // namespace
 
 void AudioMachineTest::SetUp() {
     ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
@@ -54,12 +36,12 @@ void AudioMachineTest::TearDown() {
 
 std::wstring AudioMachineTest::AddCapture(uint32_t rate, uint16_t channels, zqvm::SampleFormat format,
                                           const zqvm::CaptureSource& source, const wchar_t* name) {
-    return Added(eCapture, name, rate, channels, format, source);
+    return AddTestEndpoint(eCapture, name, rate, channels, format, source);
 }
 
 std::wstring AudioMachineTest::AddRender(uint32_t rate, uint16_t channels, zqvm::SampleFormat format,
                                          const wchar_t* name, bool makeDefault) {
-    const std::wstring id = Added(eRender, name, rate, channels, format);
+    const std::wstring id = AddTestEndpoint(eRender, name, rate, channels, format);
     if (makeDefault) {
         for (ERole role : {eConsole, eMultimedia, eCommunications}) zqvm::SetDefaultEndpoint(eRender, role, id);
     }

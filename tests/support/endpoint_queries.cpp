@@ -2,6 +2,22 @@
 
 namespace zqtest {
 
+std::wstring AddTestEndpoint(EDataFlow flow, const wchar_t* name, uint32_t rate, uint16_t channels,
+                             zqvm::SampleFormat format, const zqvm::CaptureSource& source, bool extensible) {
+    zqvm::EndpointSpec endpointSpec;
+    endpointSpec.flow = flow;
+    endpointSpec.name = name;
+    endpointSpec.rate = rate;
+    endpointSpec.channels = channels;
+    endpointSpec.format = format;
+    endpointSpec.source = source;
+    endpointSpec.extensible = extensible;
+    std::string error;
+    std::wstring id = zqvm::AddEndpoint(endpointSpec, &error);
+    EXPECT_FALSE(id.empty()) << error;
+    return id;
+}
+
 std::wstring IdOf(IMMDevice* device) {
     LPWSTR id = nullptr;
     if (device == nullptr || FAILED(device->GetId(&id)) || id == nullptr) return {};

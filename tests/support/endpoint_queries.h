@@ -1,5 +1,5 @@
-// What the enumerator and the property store say of endpoints, read the way the tests compare
-// them: a call that fails reads as an empty value.
+// Endpoints added to the virtual machine, and what the enumerator and the property store say of
+// endpoints, read the way the tests compare them: a call that fails reads as an empty value.
 #pragma once
 
 #include <string>
@@ -8,8 +8,13 @@
 #include <gtest/gtest.h>
 
 #include "zqPlatform.h"
+#include "zqplatform/vm/audio_machine.h"
 
 namespace zqtest {
+
+// Adds an endpoint to the virtual machine (expected to succeed); its id.
+std::wstring AddTestEndpoint(EDataFlow flow, const wchar_t* name, uint32_t rate, uint16_t channels,
+                             zqvm::SampleFormat format, const zqvm::CaptureSource& source = {}, bool extensible = false);
 
 std::wstring IdOf(IMMDevice* device);
 // The ids of the endpoints of that flow whose state is in the mask, in the collection's order.
