@@ -16,23 +16,6 @@ using zqvm::SampleFormat;
 
 class CaptureStreamTest : public VirtualAudioTest {};
 
-struct Packet {
-    std::vector<BYTE> bytes;
-    UINT32 frames = 0;
-    DWORD flags = 0;
-    UINT64 position = 0;
-};
-
-// Takes the next packet (asserting there is one) and releases it.
-Packet Take(IAudioCaptureClient* capture, UINT32 blockAlign) {
-    Packet packet;
-    BYTE* data = nullptr;
-    EXPECT_EQ(capture->GetBuffer(&data, &packet.frames, &packet.flags, &packet.position, nullptr), S_OK);
-    if (data != nullptr) packet.bytes.assign(data, data + size_t{packet.frames} * blockAlign);
-    EXPECT_EQ(capture->ReleaseBuffer(packet.frames), S_OK);
-    return packet;
-}
-
 TEST_F(CaptureStreamTest, EachPeriodDeliversTheRateOverAHundredFramesAndSignalsTheEvent) {
     const std::wstring id = Add(eCapture, 44100, 2, SampleFormat::Float32, CaptureSource::Tone(440.0, 0.5));
     TestStream stream(id);

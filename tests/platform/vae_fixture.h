@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "endpoint_queries.h"
 #include "zqPlatform.h"
@@ -72,5 +73,23 @@ struct TestStream : zqtest::EventStream {
         EXPECT_EQ(opened, S_OK);
     }
 };
+
+// A capture packet as the client took it.
+struct Packet {
+    std::vector<BYTE> bytes;
+    UINT32 frames = 0;
+    DWORD flags = 0;
+    UINT64 position = 0;
+};
+
+// Takes the next packet (asserting there is one) and releases it.
+inline Packet Take(IAudioCaptureClient* capture, UINT32 blockAlign) {
+    Packet packet;
+    BYTE* data = nullptr;
+    EXPECT_EQ(capture->GetBuffer(&data, &packet.frames, &packet.flags, &packet.position, nullptr), S_OK);
+    if (data != nullptr) packet.bytes.assign(data, data + size_t{packet.frames} * blockAlign);
+    EXPECT_EQ(capture->ReleaseBuffer(packet.frames), S_OK);
+    return packet;
+}
 
 }  // namespace vaetest

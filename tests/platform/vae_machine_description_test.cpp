@@ -58,17 +58,13 @@ TEST_F(MachineDescriptionTest, AGoodFileDescribesEveryEndpointAndIgnoresOtherEng
     CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
     ASSERT_EQ(stream.client->Start(), S_OK);
     Step();
-    BYTE* data = nullptr;
-    UINT32 frames = 0;
-    DWORD flags = 0;
-    ASSERT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), S_OK);
-    ASSERT_EQ(frames, 441u);
+    const Packet packet = Take(capture, 2);
+    ASSERT_EQ(packet.frames, 441u);
     int16_t first, second;
-    std::memcpy(&first, data, 2);
-    std::memcpy(&second, data + 2, 2);
+    std::memcpy(&first, packet.bytes.data(), 2);
+    std::memcpy(&second, packet.bytes.data() + 2, 2);
     EXPECT_EQ(first, 32767) << "a full-scale impulse";
     EXPECT_EQ(second, 0);
-    ASSERT_EQ(capture->ReleaseBuffer(frames), S_OK);
     ASSERT_EQ(stream.client->Stop(), S_OK);
 }
 
@@ -101,18 +97,14 @@ TEST_F(MachineDescriptionTest, SoundFilesNamedRelativeToTheDescriptionAreReadAnd
     std::vector<DWORD> flagsSeen;
     for (int period = 0; period < 4; ++period) {
         Step();
-        BYTE* data = nullptr;
-        UINT32 frames = 0;
-        DWORD flags = 0;
-        ASSERT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), S_OK);
-        const auto* samples = reinterpret_cast<const float*>(data);
-        captured.insert(captured.end(), samples, samples + frames);
-        flagsSeen.push_back(flags);
+        const Packet packet = Take(capture, 4);
+        const auto* samples = reinterpret_cast<const float*>(packet.bytes.data());
+        captured.insert(captured.end(), samples, samples + packet.frames);
+        flagsSeen.push_back(packet.flags);
         BYTE* target = nullptr;
-        ASSERT_EQ(render->GetBuffer(frames, &target), S_OK);  // play back what was heard
-        std::memcpy(target, data, frames * 4);
-        ASSERT_EQ(render->ReleaseBuffer(frames, 0), S_OK);
-        ASSERT_EQ(capture->ReleaseBuffer(frames), S_OK);
+        ASSERT_EQ(render->GetBuffer(packet.frames, &target), S_OK);  // play back what was heard
+        std::memcpy(target, packet.bytes.data(), packet.bytes.size());
+        ASSERT_EQ(render->ReleaseBuffer(packet.frames, 0), S_OK);
     }
     Step();  // the last packet written is played
     ASSERT_EQ(mic.client->Stop(), S_OK);
