@@ -143,8 +143,9 @@ TEST_F(ResamplerSetup, FormatsTheResamplerRefusesAreReportedAndTheContextIsStill
     for (const WAVEFORMATEX& mix : {MixFormat(WAVE_FORMAT_IEEE_FLOAT, 2, 0, 32),
                                     MixFormat(WAVE_FORMAT_IEEE_FLOAT, 0, 48000, 32),
                                     MixFormat(WAVE_FORMAT_PCM, 2, 48000, 24)}) {
-        SCOPED_TRACE(testing::Message() << mix.nChannels << " channels, " << mix.nSamplesPerSec << " Hz, "
-                                        << mix.wBitsPerSample << " bits");
+        // Copies: the format's fields are packed, too loosely aligned to be bound by reference.
+        const unsigned channels = mix.nChannels, rate = mix.nSamplesPerSec, bits = mix.wBitsPerSample;
+        SCOPED_TRACE(testing::Message() << channels << " channels, " << rate << " Hz, " << bits << " bits");
         recorder.Clear();
         debugOutput.Clear();
         const SwrContextPtr capture = Capture(mix, E_FAIL);
