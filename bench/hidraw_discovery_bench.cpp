@@ -8,57 +8,23 @@
 #include <benchmark/benchmark.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 
+#include "../platform/src/usb/usb_container.h"
 #include "bridge_chip.h"
+#include "discovery_host.h"
 #include "fake_usb_sysfs.h"
 #include "fuse_hidraw_folder.h"
-#include "zqCoreAudio.h"
-#include "zqplatform/vm/audio_machine.h"
+#include "scoped_environment.h"
 #include "zqplatform/vm/bridges.h"
-#include "zqplatform/vm/module_path.h"
-
-namespace zqplatform::usb {
-GUID ContainerIdOfUsbFolder(const std::string& folder);
-}
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kProductTable = R"(<config>
-  <product device_name="KV-1 USB Microphone" friendly_name="KV-1 Studio" api="5" fw="0x12" editor="kv1edit"/>
-</config>)";
-
-void BM_RefreshOverHidraw(benchmark::State& state) {
-    const int microphones = static_cast<int>(state.range(0));
-    const bool oneSilent = state.range(1) != 0;
-    zqtest::FuseHidrawFolder nodes;
-    if (!nodes.Mounted()) {
-        state.SkipWithError(("no FUSE: " + nodes.Why()).c_str());
-        return;
-    }
-    const fs::path folder = fs::temp_directory_path() / "zq_hidraw_bench";
-    fs::remove_all(folder);
-    const fs::path sys = folder / "sys";
-    fs::create_directories(folder);
-    std::ofstream(folder / "config.xml") << kProductTable;
-    setenv("ZQ_SYSFS_ROOT", sys.c_str(), 1);
-    setenv("ZQ_DEV_ROOT", nodes.Path().c_str(), 1);
-    std::string error;
-    if (!zqvm::SelectBridgeBackend("hidraw", &error)) {
-        state.SkipWithError(error.c_str());
-        return;
-    }
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    zqvm::Reset();
-    zqvm::SetHostModulePath((folder / "zqHost").wstring());
-    zqvm::EndpointSpec speaker;
-    speaker.flow = eRender;
-    speaker.name = L"Speakers";
-    speaker.defaultFor = {eConsole, eMultimedia, eCommunications};
-    zqvm::AddEndpoint(speaker);
+// Microphones 0 .. count-1: each a KV-1 in the fake sysfs tree, its bridge chip behind node
+// hidrawN, and a capture endpoint of its USB device's container; the last one silent if asked.
+void AddMicrophones(const fs::path& sys, zqtest::FuseHidrawFolder& nodes, int microphones, bool oneSilent) {
     for (int n = 0; n < microphones; ++n) {
         zqvm::EndpointSpec mic;
         mic.flow = eCapture;
@@ -73,28 +39,38 @@ void BM_RefreshOverHidraw(benchmark::State& state) {
         if (oneSilent && n == microphones - 1) chip->SetReply({});
         nodes.Add("hidraw" + std::to_string(n), chip);
     }
+}
 
-    auto* core = new CZQCoreAudio;
-    core->Init(nullptr);
-    core->Start();
-    for (auto _ : state) core->Refresh();
-    int named = 0;
-    for (unsigned i = 0; i < core->GetHidCaptureDeviceCount(); ++i) {
-        named += core->GetHidCaptureDevice(static_cast<int>(i))->GetFriendlyName() == L"KV-1 Studio" ? 1 : 0;
+void BM_RefreshOverHidraw(benchmark::State& state) {
+    const int microphones = static_cast<int>(state.range(0));
+    const bool oneSilent = state.range(1) != 0;
+    zqtest::FuseHidrawFolder nodes;
+    if (!nodes.Mounted()) {
+        state.SkipWithError(("no FUSE: " + nodes.Why()).c_str());
+        return;
     }
-    state.counters["microphones_listed"] = core->GetHidCaptureDeviceCount();
-    state.counters["microphones_named"] = named;
-
-    core->Shutdown();
-    delete core;
-    g_pCore = nullptr;
-    zqvm::Reset();
-    zqvm::ResetHostModulePath();
+    // The fake sysfs tree lies in the host's folder, which is made below.
+    const fs::path sys = fs::temp_directory_path() / "zq_hidraw_bench" / "sys";
+    zqtest::ScopedEnvironment sysfsRoot("ZQ_SYSFS_ROOT", sys.c_str());
+    zqtest::ScopedEnvironment devRoot("ZQ_DEV_ROOT", nodes.Path().c_str());
+    std::string error;
+    if (!zqvm::SelectBridgeBackend("hidraw", &error)) {
+        state.SkipWithError(error.c_str());
+        return;
+    }
+    {
+        DiscoveryHost host("zq_hidraw_bench");
+        AddMicrophones(sys, nodes, microphones, oneSilent);
+        host.Start();
+        for (auto _ : state) host.core->Refresh();
+        int named = 0;
+        for (unsigned i = 0; i < host.core->GetHidCaptureDeviceCount(); ++i) {
+            named += host.core->GetHidCaptureDevice(static_cast<int>(i))->GetFriendlyName() == L"KV-1 Studio" ? 1 : 0;
+        }
+        state.counters["microphones_listed"] = host.core->GetHidCaptureDeviceCount();
+        state.counters["microphones_named"] = named;
+    }
     zqvm::SelectBridgeBackend("simulated", &error);
-    unsetenv("ZQ_SYSFS_ROOT");
-    unsetenv("ZQ_DEV_ROOT");
-    fs::remove_all(folder);
-    CoUninitialize();
 }
 BENCHMARK(BM_RefreshOverHidraw)
     ->ArgNames({"microphones", "one_silent"})
