@@ -42,6 +42,13 @@ struct FuseHidrawFolder::Served {
             node->poll = nullptr;
         }
     }
+
+    // Called with mutex held.
+    void Close(OpenNode* node) {
+        open.erase(node);
+        if (node->poll != nullptr) fuse_pollhandle_destroy(node->poll);
+        delete node;
+    }
 };
 
 namespace {
@@ -90,10 +97,7 @@ int Open(const char* path, fuse_file_info* fi) {
 int Release(const char*, fuse_file_info* fi) {
     Served& served = TheServed();
     std::lock_guard<std::mutex> lock(served.mutex);
-    OpenNode* node = &NodeOf(fi);
-    served.open.erase(node);
-    if (node->poll != nullptr) fuse_pollhandle_destroy(node->poll);
-    delete node;
+    served.Close(&NodeOf(fi));
     return 0;
 }
 
@@ -200,6 +204,12 @@ FuseHidrawFolder::~FuseHidrawFolder() {
         const uint64_t one = 1;
         [[maybe_unused]] const ssize_t written = ::write(m_wake, &one, sizeof(one));
         m_thread.join();
+        // The kernel sends a close's release after close() has returned, so the loop can stop
+        // with releases still queued: the nodes they would have closed are closed here.
+        {
+            std::lock_guard<std::mutex> lock(m_served->mutex);
+            while (!m_served->open.empty()) m_served->Close(*m_served->open.begin());
+        }
         fuse_unmount(m_fuse);  // lazily, as root does: a node still open cannot hold it up
         fuse_destroy(m_fuse);
         ::close(m_wake);
