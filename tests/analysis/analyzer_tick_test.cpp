@@ -4,7 +4,6 @@
 // in analyzer_targets_test.cpp.
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
 #include "analyzer_test_support.h"
 

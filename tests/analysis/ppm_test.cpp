@@ -1,7 +1,6 @@
 // PPM2Percent: the meter scale the percent meters use.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <utility>
 

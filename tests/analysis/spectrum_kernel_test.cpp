@@ -5,7 +5,6 @@
 // not built (the cross-compiled run of scripts/test).
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <limits>

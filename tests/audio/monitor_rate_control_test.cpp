@@ -3,7 +3,6 @@
 // path on the stepped clock with a speaker whose clock runs slow, or a render thread held up.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <memory>
 #include <vector>
 

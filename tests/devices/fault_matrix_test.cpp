@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <cwctype>
-#include <optional>
 #include <sstream>
 
 #include "microphone_machine.h"

@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <filesystem>
 #include <cstring>
-#include <deque>
 #include <future>
 #include <map>
 #include <mutex>
 #include <thread>
 
+#include "../../platform/src/usb/usb_container.h"
 #include "bridge_chip.h"
 #include "fake_usb_sysfs.h"
 #include "fuse_hidraw_folder.h"
@@ -21,10 +21,6 @@
 #include "zqplatform/vm/registry.h"
 
 namespace fs = std::filesystem;
-
-namespace zqplatform::usb {
-GUID ContainerIdOfUsbFolder(const std::string& folder);  // exported for the platform's tests
-}
 
 namespace {
 

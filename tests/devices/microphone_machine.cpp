@@ -1,6 +1,5 @@
 #include "microphone_machine.h"
 
-#include <functional>
 
 namespace zqtest {
 

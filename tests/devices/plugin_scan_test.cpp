@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <set>
 #include <string>
 
 #include "../plugins/src/fixture_plugin.h"

@@ -2,7 +2,6 @@
 // (the devices it lists are checked with the unplugged microphone, host_messages_test.cpp).
 #include <gtest/gtest.h>
 
-#include <cmath>
 
 #include "host_process.h"
 

@@ -1,5 +1,4 @@
 // Events, handles and the last-error code.
-#include <thread>
 #include <vector>
 
 #include "kernel_test_support.h"

@@ -1,7 +1,6 @@
 // Str2Guid: the registry spelling of a GUID, strictly.
 #include <gtest/gtest.h>
 
-#include <random>
 
 #include "zqPlatform.h"
 

@@ -1,9 +1,7 @@
 // Capture streams of the virtual audio engine on a stepped clock: packet sizes per device
 // period, content per source and format, overflow, and the client's misuse of the buffer.
 #include <cmath>
-#include <cstring>
 #include <numbers>
-#include <thread>
 #include <vector>
 
 #include "vae_fixture.h"

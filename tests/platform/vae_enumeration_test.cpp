@@ -1,6 +1,5 @@
 // Endpoints of the virtual audio engine as the enumerator presents them: lists, defaults,
 // identifiers, properties, mix formats, interface queries and the audio client's set-up codes.
-#include <cstring>
 
 #include "vae_fixture.h"
 

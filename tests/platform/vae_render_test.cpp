@@ -1,7 +1,5 @@
 // Render streams of the virtual audio engine on a stepped clock: what the sink receives, the
 // silent flag, padding and free space, underruns, session volume and the meter.
-#include <cstring>
-#include <thread>
 #include <vector>
 
 #include "vae_fixture.h"

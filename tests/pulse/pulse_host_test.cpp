@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <sstream>
 
 #include "bridge_chip.h"
 #include "fuse_hidraw_folder.h"
