@@ -1,7 +1,5 @@
 #include "wav_analysis.h"
 
-#include <sndfile.h>
-
 #include <algorithm>
 #include <cmath>
 
@@ -10,20 +8,11 @@
 namespace zqhosttest {
 
 bool WriteToneWav(const std::string& path, int rate, double hz, double amplitude, double seconds) {
-    SF_INFO info = {};
-    info.samplerate = rate;
-    info.channels = 1;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (file == nullptr) return false;
     std::vector<float> samples(static_cast<size_t>(seconds * rate));
     for (size_t i = 0; i < samples.size(); ++i) {
         samples[i] = static_cast<float>(amplitude * std::sin(2.0 * M_PI * hz * static_cast<double>(i) / rate));
     }
-    const bool ok = sf_writef_float(file, samples.data(), static_cast<sf_count_t>(samples.size())) ==
-                    static_cast<sf_count_t>(samples.size());
-    sf_close(file);
-    return ok;
+    return zqtest::WriteWavFloat(path, rate, samples);
 }
 
 double ToneHz(const std::vector<float>& samples, int rate, size_t begin, size_t end) {

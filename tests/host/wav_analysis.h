@@ -1,4 +1,4 @@
-// Writing a tone to a WAV file with libsndfile and measuring the tone in one.
+// Writing a tone to a WAV file and measuring the tone in one.
 #pragma once
 
 #include <string>

@@ -16,7 +16,8 @@ struct WavContent {
 };
 WavContent ReadWav(const std::string& path);
 
-// A mono file of 16-bit PCM samples.
+// Mono files of 16-bit PCM and of float samples.
 bool WriteWav16(const std::string& path, int rate, const std::vector<int16_t>& samples);
+bool WriteWavFloat(const std::string& path, int rate, const std::vector<float>& samples);
 
 }  // namespace zqtest
