@@ -66,11 +66,19 @@ public:
         Concurrency::critical_section::scoped_lock lock(m_csPacket);
         return fill(*m_pSyncHost);
     }
-    // Render thread, inside WithQueue at each refill: the frames its device still holds plus
-    // those queued, for the monitoring path's rate control.
-    void NoteRenderDepth(size_t frames) {
-        if (m_pRateControl) m_pRateControl->ObserveDepth(frames);
+    // Render thread, inside WithQueue at each refill: the frames its device still holds and
+    // those queued, for the monitoring path's rate control, which may drop the oldest of the
+    // queued ones (at start-up, and after the device ran dry). False: nothing is to be moved
+    // into the device this time (start-up: too little has come yet).
+    bool NoteRefill(CCircularBuffer& queue, size_t devicePadding, size_t blockAlign) {
+        if (!m_pRateControl) return true;
+        const CMonitorDepthControl::Refill refill =
+            m_pRateControl->ObserveRefill(devicePadding, queue.GetCount() / blockAlign);
+        queue.Skip(refill.dropFrames * blockAlign);
+        return !refill.hold;
     }
+    // Tests and benchmarks: the rate control of the path to the render device, or null.
+    const CMonitorRateControl* RateControl() const { return m_pRateControl.get(); }
     // Tests and benchmarks: visit(input feed, output feed) with the packet lock held.
     template <typename Visit>
     decltype(auto) WithFeeds(Visit&& visit) {

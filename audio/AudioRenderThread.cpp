@@ -53,7 +53,7 @@ void CAudioRender::RenderLoop(CAudioCapture* capture) {
         // One refill under the capture engine's packet lock: the capture thread queues more
         // only between refills.
         capture->WithQueue([&](CCircularBuffer& queue) {
-            capture->NoteRenderDepth(queued + queue.GetCount() / blockAlign);
+            if (!capture->NoteRefill(queue, queued, blockAlign)) return;
             const UINT32 frames = std::min<UINT32>(free, static_cast<UINT32>(queue.GetCount() / blockAlign));
             if (frames == 0) return;
             BYTE* data = nullptr;

@@ -32,6 +32,14 @@ size_t CCircularBuffer::Write(const void* src, size_t n) {
     return k;
 }
 
+size_t CCircularBuffer::Skip(size_t n) {
+    const size_t k = std::min(n, m_nCount);
+    if (k == 0) return 0;
+    m_nReadPos = (m_nReadPos + k) % m_nCapacity;
+    m_nCount -= k;
+    return k;
+}
+
 size_t CCircularBuffer::Read(void* dst, size_t n) {
     if (n == 0 || dst == nullptr) return 0;
     const size_t k = std::min(n, m_nCount);

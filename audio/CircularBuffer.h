@@ -25,6 +25,8 @@ public:
     size_t Write(const void* src, size_t n);
     // Removes up to n bytes into dst; returns how many were removed.
     size_t Read(void* dst, size_t n);
+    // Removes up to n bytes unread; returns how many were removed.
+    size_t Skip(size_t n);
 
     size_t GetReadPos() const { return m_nReadPos; }
     size_t GetWritePos() const { return m_nWritePos; }

@@ -65,39 +65,39 @@ std::unique_ptr<CMonitorRateControl> CMonitorRateControl::Create(const WAVEFORMA
     std::vector<float> silence(static_cast<size_t>(kMaxPacketFrames) * ENGINE_CHANNELS, 0.0f);
     const float* out = nullptr;
     if (swr_set_compensation(stage->m_pContext.get(), 0, kCompensationDistance) < 0 ||
-        stage->Process(silence.data(), kMaxPacketFrames, &out) < 0)
+        stage->Convert(silence.data(), kMaxPacketFrames, &out) < 0)
         return nullptr;
     return stage;
 }
 
 CMonitorRateControl::CMonitorRateControl(SwrContextPtr context, uint32_t renderRate)
     : m_pContext(std::move(context)),
-      m_dRenderRate(renderRate),
-      m_vecOutput(static_cast<size_t>(kMaxPacketFrames + kOutputSlackFrames) * ENGINE_CHANNELS) {}
+      m_vecOutput(static_cast<size_t>(kMaxPacketFrames + kOutputSlackFrames) * ENGINE_CHANNELS),
+      m_control(renderRate, renderRate / 100) {}  // the device period: the streams' 10 ms
 
-void CMonitorRateControl::ObserveDepth(size_t depthFrames) {
-    m_nWindowMin = std::min(m_nWindowMin, depthFrames);
-    if (++m_nWindowRefills < kWindowRefills) return;
-    m_dWindowDepthMs = static_cast<double>(m_nWindowMin) * 1000.0 / m_dRenderRate;
-    m_nWindowMin = SIZE_MAX;
-    m_nWindowRefills = 0;
+double CMonitorRateControl::Now() {
+    LARGE_INTEGER counter{};
+    LARGE_INTEGER frequency{};
+    QueryPerformanceCounter(&counter);
+    QueryPerformanceFrequency(&frequency);
+    return frequency.QuadPart > 0 ? static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart)
+                                  : 0.0;
 }
 
-void CMonitorRateControl::Correct(double depthMs) {
-    // Proportional: a drift of d ppm settles d / gain ms off the target (0.15 ms at 300 ppm),
-    // and a backlog drains at up to the bound, then ever more gently.
-    const double ppm = std::clamp((kTargetDepthMs - depthMs) * kGainPpmPerMs, -kMaxCorrectionPpm, kMaxCorrectionPpm);
-    const int delta = static_cast<int>(std::lround(ppm * 1e-6 * kCompensationDistance));
-    if (swr_set_compensation(m_pContext.get(), delta, kCompensationDistance) == 0)
-        m_dCorrectionPpm = delta * 1e6 / kCompensationDistance;
+CMonitorDepthControl::Refill CMonitorRateControl::ObserveRefill(size_t devicePadding, size_t queued) {
+    return m_control.OnRefill(Now(), devicePadding, queued);
 }
 
 int CMonitorRateControl::Process(const float* engineFrames, int count, const float** output) {
-    if (m_dWindowDepthMs >= 0.0) {
-        Correct(m_dWindowDepthMs);
-        m_dWindowDepthMs = -1.0;
-    }
     const int frames = std::min(count, kMaxPacketFrames);  // beyond the sizing: the rest is left out
+    const double ppm = m_control.OnPacket(Now(), static_cast<double>(frames) / ENGINE_SAMPLE_RATE);
+    const int compensation = static_cast<int>(std::lround(ppm * 1e-6 * kCompensationDistance));
+    if (compensation != m_nCompensation && swr_set_compensation(m_pContext.get(), compensation, kCompensationDistance) == 0)
+        m_nCompensation = compensation;
+    return Convert(engineFrames, frames, output);
+}
+
+int CMonitorRateControl::Convert(const float* engineFrames, int frames, const float** output) {
     uint8_t* out[1] = {reinterpret_cast<uint8_t*>(m_vecOutput.data())};
     const uint8_t* in[1] = {reinterpret_cast<const uint8_t*>(engineFrames)};
     const int produced =

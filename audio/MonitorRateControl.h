@@ -1,24 +1,17 @@
 // The monitoring path's rate control: a small libswresample stage of the render path's own, in
 // the engine format, that the capture thread passes each packet through before the render
-// device's conversion. It keeps the render queue near its steady depth: the capture and render
-// devices run on clocks of their own (a USB device may be 100 ppm off or more), so with a fixed
-// conversion the queue slowly fills up (delay, then dropped audio) or runs dry (underruns),
-// and a backlog left by a held-up render thread would never drain.
-//
-// How: at each refill the render thread reports the depth it finds, the frames its device still
-// holds plus those queued for it. Over every window of refills the smallest depth is compared
-// with the depth the design's threads settle at (one device period: when the render thread
-// wakes, the device has just taken the period it plays, and the next one waits) and a
-// millisecond more, which a faster render clock eats into without running dry; the stage then produces proportionally more or fewer frames through
-// swr_set_compensation, within a bound that keeps the pitch change small. The render
-// resampler is never touched, the queue's rules (its bound, the newest audio dropped when
-// full, the oldest played first) stay as they are, and nothing changes when the stream
-// threads wake.
+// device's conversion. The capture and render devices run on clocks of their own (a USB device
+// may be 100 ppm off or more): with a fixed conversion the render queue slowly fills up (delay,
+// then dropped audio) or runs dry (underruns). The stage produces a little more or fewer frames
+// than come in (swr_set_compensation), as its depth controller decides from what the render
+// thread finds at each refill (MonitorDepthControl.h: the filter, the target, the bounds). The
+// render resampler is never touched, and the queue's rules (its bound, the newest audio dropped
+// when full, the oldest played first) stay as they are.
 //
 // Threads: made and freed by the host's thread (CAudioCapture::InstallRenderConversion); used
-// by the render thread (ObserveDepth) and the capture thread (Process), each under the
-// capture engine's packet lock. Allocates nothing after Create: its buffers and the
-// resampler's are sized and warmed there.
+// by the render thread (ObserveRefill) and the capture thread (Process), each under the
+// capture engine's packet lock. Both read the performance counter, which waits on nothing.
+// Allocates nothing after Create: its buffers and the resampler's are sized and warmed there.
 //
 // Off when the environment variable ZQ_MONITOR_RATE_CONTROL is "0" (or "off"): the capture
 // thread then forwards packets exactly as converted, as before this stage existed.
@@ -28,6 +21,7 @@
 #include <memory>
 #include <vector>
 
+#include "audio/MonitorDepthControl.h"
 #include "audio/ResamplerSetup.h"
 #include "zqPlatform.h"
 
@@ -41,30 +35,26 @@ public:
     // resampler cannot be made (packets then pass as they are).
     static std::unique_ptr<CMonitorRateControl> Create(const WAVEFORMATEX& renderFormat);
 
-    // Render thread, at each refill: the frames its device holds plus the frames queued.
-    void ObserveDepth(size_t depthFrames);
+    // Render thread, at each refill: devicePadding frames still in its device, queued frames
+    // waiting for it. Says what to drop from the queue first, and whether to play at all.
+    CMonitorDepthControl::Refill ObserveRefill(size_t devicePadding, size_t queued);
     // Capture thread: passes count engine-format frames through the stage; returns the frames
     // produced (in *output, valid until the next call), or -1 when the conversion failed.
     int Process(const float* engineFrames, int count, const float** output);
 
+    // The controller's state (correction, cushion, target), for tests and benchmarks.
+    const CMonitorDepthControl& Control() const { return m_control; }
     // The correction in force, in parts per million (positive: more frames than came in).
-    double CorrectionPpm() const { return m_dCorrectionPpm; }
-
-    // Tuning, in render-device time. Public so that tests can reason about the bounds.
-    static constexpr double kTargetDepthMs = 11.0;  // one 10 ms device period and a cushion
-    static constexpr int kWindowRefills = 10;       // refills over which the smallest depth counts
-    static constexpr double kGainPpmPerMs = 2000.0;        // correction per ms off the target
-    static constexpr double kMaxCorrectionPpm = 20000.0;   // 2 %: a third of a semitone at most
+    double CorrectionPpm() const { return m_control.CorrectionPpm(); }
 
 private:
     CMonitorRateControl(SwrContextPtr context, uint32_t renderRate);
-    void Correct(double depthMs);
+    static double Now();
+    // The stage's conversion alone, for at most kMaxPacketFrames frames.
+    int Convert(const float* engineFrames, int frames, const float** output);
 
     SwrContextPtr m_pContext;
-    const double m_dRenderRate;
     std::vector<float> m_vecOutput;
-    size_t m_nWindowMin = SIZE_MAX;
-    int m_nWindowRefills = 0;
-    double m_dWindowDepthMs = -1.0;  // a window's result the capture thread has yet to apply
-    double m_dCorrectionPpm = 0.0;
+    CMonitorDepthControl m_control;
+    int m_nCompensation = 0;  // the compensation set, in frames per kCompensationDistance
 };

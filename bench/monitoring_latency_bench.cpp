@@ -16,7 +16,15 @@
 // sounds f / rate after its stream started; the speaker plays the frames its stream takes at a
 // period during the period that follows.
 //
-// Run: bench/monitoring_latency_bench --benchmark_filter=steady (or underrun, drift).
+// - quality/<case>: a 1 kHz tone at -6 dBFS from a 48 kHz mono microphone to a 44.1 kHz stereo
+//   speaker for 20 s: quiet; each stream thread woken up to 8 ms late now and then (seeded);
+//   the speaker's clock 300 ppm fast or slow; both; the render thread held up for 50 ms at 10 s.
+//   Reports dropouts after the first second, the largest correction (ppm and cents) and its
+//   largest change over 100 ms, the worst pitch of the heard tone after 5 s (ppm), the worst
+//   10 ms window's SNR against a locally fitted sine, latency (median and worst, from a second
+//   run of the same case with impulses), speaker underruns after 5 s and the final cushion.
+//
+// Run: bench/monitoring_latency_bench --benchmark_filter=steady (or underrun, drift, quality).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -27,6 +35,8 @@
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
 #include "stepped_monitoring.h"
+#include "stepped_streams.h"
+#include "tone_quality.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/audio_machine.h"
 #include "zqplatform/vm/clock.h"
@@ -61,58 +71,69 @@ zqvm::EndpointSpec SpeakerSpec(const FormatPair& pair, double phaseMs, double pp
     zqvm::EndpointSpec endpointSpec;
     endpointSpec.name = L"Speakers";
     endpointSpec.rate = pair.speakerRate;
-    endpointSpec.keepSeconds = 12;
+    endpointSpec.keepSeconds = 25;
     endpointSpec.ppm = ppm;
     endpointSpec.phaseMs = phaseMs;
     return endpointSpec;
 }
 
-zqvm::EndpointSpec MicSpec(const FormatPair& pair) {
+zqvm::EndpointSpec MicSpec(const FormatPair& pair, bool tone) {
     zqvm::EndpointSpec endpointSpec;
     endpointSpec.name = L"Microphone";
     endpointSpec.rate = pair.micRate;
     endpointSpec.channels = pair.micChannels;
-    endpointSpec.source = zqvm::CaptureSource::Impulse(0.9, static_cast<uint32_t>(pair.micRate * kImpulseSpacing));
+    endpointSpec.source = tone ? zqvm::CaptureSource::ToneDbfs(1000.0, -6.0)
+                               : zqvm::CaptureSource::Impulse(0.9, static_cast<uint32_t>(pair.micRate * kImpulseSpacing));
     return endpointSpec;
 }
 
 // The monitoring path between one microphone and one speaker, driven period by period.
 class Rig {
 public:
-    Rig(const FormatPair& pair, double speakerPhaseMs, double speakerPpm)
-        : m_machine(SpeakerSpec(pair, speakerPhaseMs, speakerPpm), MicSpec(pair)),
+    Rig(const FormatPair& pair, double speakerPhaseMs, double speakerPpm, bool tone = false,
+        const zqvm::WakeJitter& jitter = {})
+        : m_machine(SpeakerSpec(pair, speakerPhaseMs, speakerPpm), MicSpec(pair, tone)),
           m_phaseMs(speakerPhaseMs),
           m_speaker(m_machine.speaker),
           m_speakerRate(pair.speakerRate * (1.0 + speakerPpm * 1e-6)),
           m_core(m_machine.core) {
+        // Each endpoint draws its own late wake-ups from its own seed.
+        zqvm::WakeJitter micJitter = jitter;
+        micJitter.seed = jitter.seed * 2 + 1;
+        zqvm::SetWakeJitter(m_machine.mic, micJitter);
+        zqvm::SetWakeJitter(m_speaker, jitter);
         m_start = zqvm::ClockNow();
         m_core->Start();
-        m_nextCapture = m_start + kPeriod;
-        m_nextRender = m_start + kPeriod + std::llround(speakerPhaseMs * 10000.0);
     }
 
     bool Started() const { return m_core->IsStarted(); }
     double Seconds() const { return static_cast<double>(zqvm::ClockNow() - m_start) / 1e7; }
 
-    // Runs the device periods up to `seconds` after the start, each stream thread done with its
-    // period before the next one comes. False when a thread did not get back to its wait.
+    // Runs the device periods up to `seconds` after the start, each stream thread done with what
+    // one expiry started before the next one comes. False when a thread did not get back to its wait.
     bool RunUntil(double seconds) {
-        const auto until = m_start + std::llround(seconds * 1e7);
-        HANDLE captureEvent = m_core->GetCaptureEngine()->m_CaptureAudioSamplesReadyEvent.get();
-        HANDLE renderEvent = m_core->GetRenderEngine()->m_RenderAudioSamplesReadyEvent.get();
-        while (std::min(m_nextCapture, m_nextRender) <= until) {
-            const int64_t next = std::min(m_nextCapture, m_nextRender);
-            zqvm::AdvanceClock(next - zqvm::ClockNow());
-            if (next == m_nextCapture) {
-                m_nextCapture += kPeriod;
-                if (!zqvm::WaitUntilWaitedOn(captureEvent, kWaitMs)) return false;
-            }
-            if (next == m_nextRender) {
-                m_nextRender += kPeriod;
-                if (!zqvm::WaitUntilWaitedOn(renderEvent, kWaitMs)) return false;
-            }
-        }
-        return true;
+        return zqtest::StepStreamsUntil(m_start + std::llround(seconds * 1e7),
+                                        {m_core->GetCaptureEngine()->m_CaptureAudioSamplesReadyEvent.get(),
+                                         m_core->GetRenderEngine()->m_RenderAudioSamplesReadyEvent.get()},
+                                        kWaitMs);
+    }
+
+    // The rate control's correction and cushion now, read under the packet lock its threads hold.
+    std::pair<double, double> Control() const {
+        CAudioCapture* capture = m_core->GetCaptureEngine();
+        return capture->WithQueue([capture](CCircularBuffer&) {
+            const CMonitorRateControl* stage = capture->RateControl();
+            return stage ? std::make_pair(stage->Control().CorrectionPpm(), stage->Control().CushionMs())
+                         : std::make_pair(0.0, 0.0);
+        });
+    }
+
+    // The first channel of what the speaker played, as far as it keeps it.
+    std::vector<float> Heard() const {
+        const std::vector<float> played = zqvm::RenderedFrames(m_speaker);
+        std::vector<float> left(played.size() / 2);
+        for (size_t i = 0; i < left.size(); ++i) left[i] = played[2 * i];
+        return left;
     }
 
     // Latencies, in ms, of the impulses the speaker played from `fromSeconds` on, as far as the
@@ -150,8 +171,6 @@ private:
     double m_speakerRate;
     CZQCoreAudio* m_core;
     int64_t m_start = 0;
-    int64_t m_nextCapture = 0;
-    int64_t m_nextRender = 0;
 };
 
 void SteadyState(benchmark::State& state, FormatPair pair, double phaseMs) {
@@ -217,6 +236,97 @@ void Drift(benchmark::State& state, FormatPair pair, double ppm) {
     }
 }
 
+struct QualityCase {
+    const char* name;
+    double speakerPpm;
+    bool jitter;
+    bool stall;
+};
+
+const QualityCase kQualityCases[] = {
+    {"quiet", 0.0, false, false},          {"jitter_8ms", 0.0, true, false},
+    {"drift_+300ppm", 300.0, false, false}, {"drift_-300ppm", -300.0, false, false},
+    {"jitter_8ms_drift_+300ppm", 300.0, true, false}, {"stall_50ms", 0.0, false, true},
+};
+
+// Each stream thread: now and then (one period in ten) woken up to 8 ms late.
+zqvm::WakeJitter QualityJitter(bool on) {
+    zqvm::WakeJitter jitter;
+    if (on) {
+        jitter.randomMaxMs = 8.0;
+        jitter.probability = 0.1;
+        jitter.seed = 19;
+    }
+    return jitter;
+}
+
+// Runs one case to 20 s; with `sample`, reads the controller every 100 ms on the way.
+bool RunQualityCase(Rig& rig, const QualityCase& c, std::vector<std::pair<double, double>>* sample) {
+    constexpr double kSeconds = 20.0;
+    for (double t = 0.1; t <= kSeconds + 1e-9; t += 0.1) {
+        if (c.stall && std::fabs(t - 10.0) < 1e-9) rig.HoldRenderThread(5);
+        if (!rig.RunUntil(t)) return false;
+        if (sample) sample->push_back(rig.Control());
+    }
+    return true;
+}
+
+void Quality(benchmark::State& state, QualityCase c) {
+    const FormatPair pair{"48k>44.1k_mono", 48000, 1, 44100};
+    for (auto _ : state) {
+        std::vector<std::pair<double, double>> control;
+        std::vector<float> heard;
+        uint64_t lateUnderruns = 0;
+        {
+            Rig rig(pair, 5.0, c.speakerPpm, true, QualityJitter(c.jitter));
+            uint64_t underrunsAt5s = 0;
+            if (!rig.Started() || !rig.RunUntil(5.0)) {
+                state.SkipWithError("the streams did not run");
+                return;
+            }
+            underrunsAt5s = rig.Underruns();
+            if (!RunQualityCase(rig, c, &control)) {
+                state.SkipWithError("the streams did not run");
+                return;
+            }
+            lateUnderruns = rig.Underruns() - underrunsAt5s;
+            heard = rig.Heard();
+        }
+        std::vector<double> latencies;
+        {
+            Rig rig(pair, 5.0, c.speakerPpm, false, QualityJitter(c.jitter));
+            if (!rig.Started() || !RunQualityCase(rig, c, nullptr)) {
+                state.SkipWithError("the streams did not run");
+                return;
+            }
+            latencies = rig.Latencies(1.0);
+        }
+        // The first second of the tone is left out. The listener hears the speaker's frames at
+        // its own clock's rate.
+        const size_t skip = std::min(heard.size(), static_cast<size_t>(pair.speakerRate));
+        const zqtest::ToneQuality quality =
+            zqtest::MeasureToneQuality(std::vector<float>(heard.begin() + static_cast<long>(skip), heard.end()),
+                                       pair.speakerRate * (1.0 + c.speakerPpm * 1e-6), 1000.0);
+        double largest = 0.0, largestStep = 0.0;
+        for (size_t i = 0; i < control.size(); ++i) {
+            largest = std::max(largest, std::fabs(control[i].first));
+            if (i > 0) largestStep = std::max(largestStep, std::fabs(control[i].first - control[i - 1].first));
+        }
+        double steadyPitch = 0.0;  // the heard tone's worst pitch from 5 s on (windows of 100 ms)
+        for (size_t w = 40; w < quality.pitchPpm.size(); ++w) steadyPitch = std::max(steadyPitch, std::fabs(quality.pitchPpm[w]));
+        state.counters["dropouts"] = static_cast<double>(quality.dropouts);
+        state.counters["corr_max_ppm"] = largest;
+        state.counters["corr_max_cents"] = zqtest::PpmToCents(largest);
+        state.counters["corr_step_ppm"] = largestStep;
+        state.counters["pitch_after5s_ppm"] = steadyPitch;
+        state.counters["worst_snr_db"] = quality.worstSnrDb;
+        state.counters["latency_med_ms"] = Median(latencies);
+        state.counters["latency_max_ms"] = latencies.empty() ? NAN : *std::max_element(latencies.begin(), latencies.end());
+        state.counters["underruns_after5s"] = static_cast<double>(lateUnderruns);
+        state.counters["cushion_ms"] = control.empty() ? NAN : control.back().second;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -237,6 +347,10 @@ int main(int argc, char** argv) {
             benchmark::RegisterBenchmark(name.c_str(), Drift, pair, ppm)->Iterations(1)->Unit(benchmark::kSecond);
         }
     }
+    for (const QualityCase& c : kQualityCases)
+        benchmark::RegisterBenchmark((std::string("quality/") + c.name).c_str(), Quality, c)
+            ->Iterations(1)
+            ->Unit(benchmark::kSecond);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();

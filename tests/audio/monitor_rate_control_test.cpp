@@ -1,8 +1,13 @@
-// The monitoring path's rate control: the stage on its own (its correction follows the depth
-// the render thread reports, within its bound), the switch in the environment, and the whole
-// path on the stepped clock with a speaker whose clock runs slow, or a render thread held up.
+// The monitoring path's rate control through the whole path on the stepped clock: microphone,
+// capture thread, rate control, render queue, render thread, speaker. The clocks drift, the
+// stream threads are woken late (seeded, so every run is the same) and the render thread is
+// held up; the checks are the bounds a listener relies on: the correction's size and its
+// steps, no underrun once started, the latency held, no start-up drain, a stall recovered at
+// once.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 #include <vector>
 
@@ -11,7 +16,7 @@
 #include "audio/MonitorRateControl.h"
 #include "audio_fixture.h"
 #include "scoped_environment.h"
-#include "zqplatform/vm/thread_waits.h"
+#include "stepped_streams.h"
 
 namespace {
 
@@ -19,150 +24,197 @@ using zqtest::AudioMachineTest;
 using zqtest::ScopedEnvironment;
 
 constexpr const char* kSwitch = CMonitorRateControl::kDisableVariable;
+constexpr int64_t kMs = 10000;  // platform-clock units
 
-WAVEFORMATEX SpeakerFormat(uint32_t rate) {
-    WAVEFORMATEX format{};
-    format.wFormatTag = WAVE_FORMAT_IEEE_FLOAT;
-    format.nChannels = 2;
-    format.nSamplesPerSec = rate;
-    format.wBitsPerSample = 32;
-    format.nBlockAlign = 8;
-    format.nAvgBytesPerSec = rate * 8;
-    return format;
-}
+struct Snapshot {
+    double seconds;
+    double ppm;
+    double cushionMs;
+    double targetMs;
+    size_t queuedFrames;  // what waits to be heard: the device's frames and the queue's
+};
 
-// Frames the stage produces from `packets` packets of 480, each after a window's worth of
-// refills that found `depthFrames`.
-int64_t FramesThrough(CMonitorRateControl& stage, int packets, size_t depthFrames) {
-    std::vector<float> packet(480 * 2, 0.25f);
-    int64_t produced = 0;
-    for (int p = 0; p < packets; ++p) {
-        stage.ObserveDepth(depthFrames);
-        const float* out = nullptr;
-        const int n = stage.Process(packet.data(), 480, &out);
-        EXPECT_GE(n, 0);
-        produced += n;
-    }
-    return produced;
-}
-
-TEST(MonitorRateControl, TheCorrectionFollowsTheDepthWithinItsBound) {
-    ScopedEnvironment on(kSwitch, "1");
-    const WAVEFORMATEX format = SpeakerFormat(48000);
-    std::unique_ptr<CMonitorRateControl> stage = CMonitorRateControl::Create(format);
-    ASSERT_NE(stage, nullptr);
-    const int packets = 1000;  // ten seconds
-    const double in = 480.0 * packets;
-
-    // At the target depth the stage passes the frames on, apart from its filter's few.
-    const size_t target = 528;  // 11 ms at 48 kHz
-    EXPECT_NEAR(static_cast<double>(FramesThrough(*stage, packets, target)), in, 64.0);
-    EXPECT_DOUBLE_EQ(stage->CorrectionPpm(), 0.0);
-
-    // Half a millisecond too deep (a slow render clock's creep): 1000 ppm fewer frames. The
-    // first window still runs at the correction before it, so it is counted apart.
-    FramesThrough(*stage, 10, target + 24);
-    EXPECT_NEAR(stage->CorrectionPpm(), -1000.0, 0.1);
-    EXPECT_NEAR(static_cast<double>(FramesThrough(*stage, packets, target + 24)), in * (1 - 1000e-6), 8.0);
-
-    // A backlog of 100 ms drains at the bound, not faster.
-    FramesThrough(*stage, 10, target + 4800);
-    EXPECT_DOUBLE_EQ(stage->CorrectionPpm(), -CMonitorRateControl::kMaxCorrectionPpm);
-    // (libswresample applies large corrections a little short of what was asked: 1.96 %.)
-    EXPECT_NEAR(static_cast<double>(FramesThrough(*stage, packets, target + 4800)), in * (1 - 0.02), in * 0.001);
-
-    // Too shallow (a fast render clock): more frames.
-    FramesThrough(*stage, 10, target - 24);
-    EXPECT_NEAR(stage->CorrectionPpm(), 1000.0, 0.1);
-    EXPECT_NEAR(static_cast<double>(FramesThrough(*stage, packets, target - 24)), in * (1 + 1000e-6), 8.0);
-}
-
-// The whole monitoring path on the stepped clock: the speaker's periods end 5 ms after the
-// microphone's, so each half-period step wakes one stream thread, which the test waits for.
 class RateControlledMonitoring : public AudioMachineTest {
 protected:
-    void Start(const char* rateControl, double speakerPpm) {
+    // A microphone and a speaker with the given clock errors; jitter for both stream threads.
+    void Start(const char* rateControl, uint32_t micRate, uint32_t speakerRate, double speakerPpm,
+               const zqvm::WakeJitter& jitter = {}, uint32_t heldRenderPeriods = 0) {
         environment = std::make_unique<ScopedEnvironment>(kSwitch, rateControl);
         zqvm::EndpointSpec speakerSpec;
         speakerSpec.flow = eRender;
         speakerSpec.name = L"Speakers (test)";
+        speakerSpec.rate = speakerRate;
         speakerSpec.ppm = speakerPpm;
         speakerSpec.phaseMs = 5.0;
         speakerSpec.defaultFor = {eConsole, eMultimedia, eCommunications};
         speaker = zqvm::AddEndpoint(speakerSpec);
-        mic = AddCapture(44100, 1, zqvm::SampleFormat::Float32, zqvm::CaptureSource::Tone(440, 0.5));
+        mic = AddCapture(micRate, 1, zqvm::SampleFormat::Float32, zqvm::CaptureSource::Tone(440, 0.5));
+        zqvm::WakeJitter micJitter = jitter;
+        micJitter.seed = jitter.seed + 1000;
+        ASSERT_TRUE(zqvm::SetWakeJitter(mic, micJitter));
+        ASSERT_TRUE(zqvm::SetWakeJitter(speaker, jitter));
         core->Init(window->Handle());
         ASSERT_TRUE(core->SetCaptureDevice(Device(mic)));
+        if (heldRenderPeriods != 0) {
+            ASSERT_TRUE(zqvm::HoldStreamEvents(speaker, heldRenderPeriods));
+        }
+        start = zqvm::ClockNow();
         core->Start();
         ASSERT_TRUE(core->IsStarted());
-        zqvm::AdvanceClock(50000);  // from here each step ends a capture period, then a render one
     }
 
-    // Runs the given number of device periods, each stream thread done before the next step.
-    void Run(int periods) {
-        HANDLE captureReady = core->GetCaptureEngine()->m_CaptureAudioSamplesReadyEvent.get();
-        HANDLE renderReady = core->GetRenderEngine()->m_RenderAudioSamplesReadyEvent.get();
-        for (int i = 0; i < periods; ++i) {
-            zqvm::AdvanceClock(50000);
-            ASSERT_TRUE(zqvm::WaitUntilWaitedOn(captureReady, 5000));
-            zqvm::AdvanceClock(50000);
-            ASSERT_TRUE(zqvm::WaitUntilWaitedOn(renderReady, 5000));
+    // Runs to `seconds` after the start, every expiry in turn, with a snapshot every 10 ms.
+    void RunUntil(double seconds) {
+        CAudioCapture* capture = core->GetCaptureEngine();
+        const std::initializer_list<HANDLE> events = {capture->m_CaptureAudioSamplesReadyEvent.get(),
+                                                      core->GetRenderEngine()->m_RenderAudioSamplesReadyEvent.get()};
+        const int64_t until = start + std::llround(seconds * 1e7);
+        while (zqvm::ClockNow() < until) {
+            const int64_t next = std::min(until, zqvm::ClockNow() + 10 * kMs);
+            ASSERT_TRUE(zqtest::StepStreamsUntil(next, events, zqtest::kStreamWaitMs));
+            history.push_back(Take());
         }
     }
 
-    // What waits to be heard: the frames queued for the render thread and those its device holds.
-    size_t QueuedFrames() {
+    Snapshot Take() {
         UINT32 padding = 0;
         EXPECT_EQ(core->GetRenderEngine()->m_spRenderAudioClient->GetCurrentPadding(&padding), S_OK);
-        return padding +
-               core->GetCaptureEngine()->WithQueue([](CCircularBuffer& queue) { return queue.GetCount() / 8; });
+        CAudioCapture* capture = core->GetCaptureEngine();
+        Snapshot snapshot = capture->WithQueue([&](CCircularBuffer& queue) {
+            const CMonitorRateControl* stage = capture->RateControl();
+            Snapshot s{};
+            s.queuedFrames = queue.GetCount() / 8;
+            if (stage != nullptr) {
+                s.ppm = stage->Control().CorrectionPpm();
+                s.cushionMs = stage->Control().CushionMs();
+                s.targetMs = stage->Control().TargetMs();
+            }
+            return s;
+        });
+        snapshot.seconds = static_cast<double>(zqvm::ClockNow() - start) / 1e7;
+        snapshot.queuedFrames += padding;
+        return snapshot;
+    }
+
+    const CMonitorDepthControl& Control() { return core->GetCaptureEngine()->RateControl()->Control(); }
+
+    // The bounds a listener relies on, over the whole history: the correction never beyond
+    // 2000 ppm, and never more than 100 ppm apart within 100 ms.
+    void ExpectCorrectionBounds() {
+        for (size_t i = 0; i < history.size(); ++i) {
+            ASSERT_LE(std::fabs(history[i].ppm), CMonitorDepthControl::kMaxCorrectionPpm) << "at " << history[i].seconds;
+            for (size_t j = i + 1; j < history.size() && history[j].seconds - history[i].seconds <= 0.1 + 1e-9; ++j)
+                ASSERT_LE(std::fabs(history[j].ppm - history[i].ppm), 100.0)
+                    << "from " << history[i].seconds << " s to " << history[j].seconds << " s";
+        }
+    }
+
+    // The correction's worst distance from `ppm` from `fromSeconds` on.
+    double WorstCorrectionOff(double ppm, double fromSeconds) const {
+        double worst = 0.0;
+        for (const Snapshot& s : history)
+            if (s.seconds >= fromSeconds) worst = std::max(worst, std::fabs(s.ppm - ppm));
+        return worst;
     }
 
     std::unique_ptr<ScopedEnvironment> environment;
     std::wstring speaker;
     std::wstring mic;
+    int64_t start = 0;
+    std::vector<Snapshot> history;
 };
 
-TEST_F(RateControlledMonitoring, ASlowSpeakerClockNeitherFillsTheQueueNorDropsAudio) {
-    Start("1", -1000.0);
-    Run(200);
-    const size_t settled = QueuedFrames();
-    Run(6000);  // a minute: the slow speaker leaves 48 frames a second behind
-    EXPECT_LE(QueuedFrames(), settled + 48) << "the queue stays within a millisecond of where it settled";
+// Each stream thread woken up to 8 ms late, one period in ten.
+zqvm::WakeJitter Jitter(uint32_t seed) {
+    zqvm::WakeJitter jitter;
+    jitter.randomMaxMs = 8.0;
+    jitter.probability = 0.1;
+    jitter.seed = seed;
+    return jitter;
+}
+
+struct DriftCase {
+    uint32_t micRate, speakerRate;
+    double speakerPpm;
+    double steadyFromSeconds;  // from when the correction holds the clocks' difference within 100 ppm
+};
+
+class DriftingMonitoring : public RateControlledMonitoring, public testing::WithParamInterface<DriftCase> {};
+
+// Up to 1000 ppm, as far as a device clock may be off: the controller comes to hold the
+// clocks' difference, and the latency stays where it started.
+TEST_P(DriftingMonitoring, IsFollowedWithinTheBoundsAtAConstantLatency) {
+    const DriftCase c = GetParam();
+    Start("1", c.micRate, c.speakerRate, c.speakerPpm);
+    RunUntil(5.0);
+    const uint64_t underruns = zqvm::UnderrunFrames(speaker);
+    const double settledMs = history.back().queuedFrames * 1000.0 / c.speakerRate;
+    RunUntil(120.0);
+    ExpectCorrectionBounds();
+    EXPECT_LE(WorstCorrectionOff(c.speakerPpm, c.steadyFromSeconds), 100.0) << "steady state: the clocks' difference";
+    EXPECT_EQ(zqvm::UnderrunFrames(speaker), underruns);
     EXPECT_EQ(core->GetCaptureEngine()->QueueDroppedFrames(), 0u);
-    const uint64_t underruns = zqvm::Underruns(speaker);
-    Run(100);
-    EXPECT_EQ(zqvm::Underruns(speaker), underruns);
+    for (const Snapshot& s : history) {
+        if (s.seconds >= 5.0) ASSERT_NEAR(s.queuedFrames * 1000.0 / c.speakerRate, settledMs, 2.0) << "at " << s.seconds;
+    }
 }
 
-TEST_F(RateControlledMonitoring, AFastSpeakerClockNeverRunsDry) {
-    Start("1", 1000.0);
-    Run(200);
-    const uint64_t underruns = zqvm::Underruns(speaker);
-    const size_t settled = QueuedFrames();
-    Run(6000);  // a minute: the fast speaker takes 48 frames a second more than it gets
-    EXPECT_EQ(zqvm::Underruns(speaker), underruns);
-    EXPECT_GE(QueuedFrames() + 48, settled) << "the queue stays within a millisecond of where it settled";
+INSTANTIATE_TEST_SUITE_P(Clocks, DriftingMonitoring,
+                         // At 1000 ppm the loop overshoots by some 200 ppm and settles by 20 s.
+                         testing::Values(DriftCase{48000, 44100, 1000.0, 20.0}, DriftCase{44100, 48000, -1000.0, 20.0},
+                                         DriftCase{48000, 48000, 300.0, 5.0}, DriftCase{96000, 48000, -300.0, 5.0}));
+
+TEST_F(RateControlledMonitoring, LateWakeUpsAreAbsorbedByTheCushionNotByThePitch) {
+    Start("1", 48000, 44100, 300.0, Jitter(7));
+    RunUntil(5.0);
+    const uint64_t underruns = zqvm::UnderrunFrames(speaker);
+    RunUntil(60.0);
+    ExpectCorrectionBounds();
+    EXPECT_EQ(zqvm::UnderrunFrames(speaker), underruns) << "no underrun once the cushion has adapted";
+    EXPECT_EQ(core->GetCaptureEngine()->QueueDroppedFrames(), 0u);
+    // The latency grew by what late threads need (a packet, a cushion step), no more.
+    EXPECT_GE(Control().TargetMs(), 10.0 + 10.0 + CMonitorDepthControl::kInitialCushionMs);
+    EXPECT_LE(Control().TargetMs(), 10.0 + 10.0 + 8.0 + CMonitorDepthControl::kInitialCushionMs + 2 * CMonitorDepthControl::kCushionStepMs);
 }
 
-TEST_F(RateControlledMonitoring, WithoutItTheSameSpeakerBuildsABacklog) {
-    Start("0", -1000.0);
-    Run(200);
-    const size_t settled = QueuedFrames();
-    Run(6000);
-    EXPECT_GE(QueuedFrames(), settled + 2800) << "a minute at 1000 ppm leaves 2880 frames behind, for good";
+TEST_F(RateControlledMonitoring, WhatCameBeforeTheFirstRefillIsDroppedNotDrained) {
+    // The render thread's first 100 ms held up: the capture has queued them when it first refills.
+    Start("1", 48000, 44100, 0.0, {}, 10);
+    RunUntil(0.2);
+    EXPECT_GT(Control().DroppedFrames(), 4 * 441u);
+    const double startMs = history.back().queuedFrames * 1000.0 / 44100;
+    RunUntil(10.0);
+    ExpectCorrectionBounds();
+    EXPECT_LE(WorstCorrectionOff(0.0, 0.0), 50.0) << "no drain at a changed pitch";
+    EXPECT_NEAR(history.back().queuedFrames * 1000.0 / 44100, startMs, 0.5) << "the latency it starts at is the one it keeps";
 }
 
-TEST_F(RateControlledMonitoring, TheBacklogOfAHeldUpRenderThreadDrainsWithinFiveSeconds) {
-    Start("1", 0.0);
-    Run(200);
-    const size_t settled = QueuedFrames();
+TEST_F(RateControlledMonitoring, AHeldUpRenderThreadIsResynchronisedAndTheCushionComesBack) {
+    Start("1", 48000, 48000, 0.0);
+    RunUntil(5.0);
+    const size_t settled = history.back().queuedFrames;
     ASSERT_TRUE(zqvm::HoldStreamEvents(speaker, 5));
-    Run(10);
-    EXPECT_GE(QueuedFrames(), settled + 2000) << "50 ms held up leave a backlog";
-    Run(490);
-    EXPECT_LE(QueuedFrames(), settled + 96) << "back within 2 ms";
+    RunUntil(5.2);
+    EXPECT_EQ(Control().DryRefills(), 1u);
+    EXPECT_DOUBLE_EQ(Control().CushionMs(), CMonitorDepthControl::kInitialCushionMs + CMonitorDepthControl::kCushionStepMs);
+    EXPECT_LE(history.back().queuedFrames, settled + 48 * CMonitorDepthControl::kCushionStepMs + 48)
+        << "the backlog of 50 ms is dropped, not played late";
+    const uint64_t underruns = zqvm::UnderrunFrames(speaker);
+    RunUntil(120.0);
+    ExpectCorrectionBounds();
+    EXPECT_EQ(zqvm::UnderrunFrames(speaker), underruns);
+    EXPECT_LT(Control().CushionMs(), CMonitorDepthControl::kInitialCushionMs + 0.2) << "back over a quiet two minutes";
+    EXPECT_NEAR(static_cast<double>(history.back().queuedFrames), static_cast<double>(settled), 12.0);
     EXPECT_EQ(core->GetCaptureEngine()->QueueDroppedFrames(), 0u);
+}
+
+TEST_F(RateControlledMonitoring, WithoutItASlowSpeakerBuildsABacklog) {
+    Start("0", 44100, 48000, -1000.0);
+    RunUntil(2.0);
+    EXPECT_EQ(core->GetCaptureEngine()->RateControl(), nullptr);
+    const size_t settled = history.back().queuedFrames;
+    RunUntil(62.0);
+    EXPECT_GE(history.back().queuedFrames, settled + 2800) << "a minute at 1000 ppm leaves 2880 frames behind, for good";
 }
 
 }  // namespace

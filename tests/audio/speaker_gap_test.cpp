@@ -14,7 +14,7 @@
 
 namespace {
 
-using zqtest::AudioMachineTest;
+using zqtest::ExactMonitoringTest;
 
 constexpr int64_t kHalfPeriod = 50000;
 
@@ -35,7 +35,8 @@ std::vector<std::pair<size_t, size_t>> SilentRuns(const std::vector<float>& samp
     return runs;
 }
 
-class SpeakerGap : public AudioMachineTest {};
+// The queue as the engines leave it, refilled at every period from the first.
+class SpeakerGap : public ExactMonitoringTest {};
 
 TEST_F(SpeakerGap, AHeldUpRenderThreadLeavesSilenceInTheRecordedOutput) {
     const std::wstring speaker = AddRender(48000, 2, zqvm::SampleFormat::Float32);

@@ -102,6 +102,11 @@ bool HoldStreamEvents(const std::wstring& id, uint32_t periods) {
     return true;
 }
 
+bool SetWakeJitter(const std::wstring& id, const WakeJitter& jitter) {
+    const std::shared_ptr<EndpointState> endpoint = Find(id);
+    return endpoint && endpoint->SetWakeJitter(jitter);
+}
+
 bool SetCaptureSource(const std::wstring& id, const CaptureSource& source, std::string* error) {
     const std::shared_ptr<EndpointState> endpoint = Find(id);
     if (!endpoint || endpoint->flow != eCapture) return false;

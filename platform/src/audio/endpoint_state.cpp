@@ -58,6 +58,29 @@ bool EndpointState::TakeHeldEvent() {
     return held != 0;
 }
 
+bool EndpointState::SetWakeJitter(const zqvm::WakeJitter& jitter) {
+    constexpr double kPeriodMs = 10.0;
+    if (!(jitter.delayMs >= 0.0) || !(jitter.randomMaxMs >= 0.0) || !(jitter.delayMs + jitter.randomMaxMs < kPeriodMs) ||
+        !(jitter.probability >= 0.0 && jitter.probability <= 1.0))
+        return false;
+    std::lock_guard lock(m_jitterLock);
+    m_jitter = jitter;
+    m_jitterRandom.seed(jitter.seed);
+    return true;
+}
+
+int64_t EndpointState::TakeWakeDelay() {
+    std::lock_guard lock(m_jitterLock);
+    double ms = m_jitter.delayMs;
+    if (m_jitter.probability > 0.0 && m_jitter.randomMaxMs > 0.0) {
+        // Both draws every period, so that the sequence does not depend on which periods hit.
+        const double draw = std::uniform_real_distribution<double>(0.0, 1.0)(m_jitterRandom);
+        const double amount = std::uniform_real_distribution<double>(0.0, m_jitter.randomMaxMs)(m_jitterRandom);
+        if (draw < m_jitter.probability) ms += amount;
+    }
+    return std::llround(ms * 10000.0);
+}
+
 void EndpointState::SetPeaks(const float* channelPeaks) {
     float peak = 0.0f;
     for (size_t c = 0; c < format.Channels(); ++c) {

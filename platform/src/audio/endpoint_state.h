@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <string>
 
 #include "audio_format.h"
@@ -16,6 +17,7 @@
 #include "failure_rules.h"
 #include "render_sink.h"
 #include "session.h"
+#include "zqplatform/vm/audio_machine.h"
 
 namespace zqplatform::audio {
 
@@ -58,6 +60,10 @@ public:
     // the current period is one of them, counting it off.
     std::atomic<uint32_t> heldEvents{0};
     bool TakeHeldEvent();
+    // How late this period's event is to be set (zqvm::SetWakeJitter), in 100-ns units; the
+    // device clocks call it once per period.
+    bool SetWakeJitter(const zqvm::WakeJitter& jitter);
+    int64_t TakeWakeDelay();
 
     // Meter: the peaks of the last period of a running stream, per channel and overall.
     void SetPeaks(const float* channelPeaks);
@@ -71,6 +77,9 @@ public:
     std::atomic<uint64_t> renderPeriods{0};
 
 private:
+    std::mutex m_jitterLock;  // the settings and the generator: clocks of several streams draw
+    zqvm::WakeJitter m_jitter;
+    std::mt19937 m_jitterRandom;
     std::mutex m_sourceLock;
     ResolvedSource m_source;
     std::atomic<uint64_t> m_sourceVersion{1};

@@ -29,11 +29,14 @@ Stream::~Stream() {
     // Nobody else holds the stream now, but the clock may be running a tick: cancel waits for it.
     bool started;
     uint64_t clockId;
+    uint64_t wakeId;
     {
         std::lock_guard lock(m_lock);
         started = std::exchange(m_started, false);
         clockId = std::exchange(m_clockId, 0);
+        wakeId = std::exchange(m_wakeId, 0);
     }
+    StopClock(wakeId);
     if (started) {
         StopClock(clockId);
         if (m_endpoint.runningStreams.fetch_sub(1, std::memory_order_relaxed) == 1) m_endpoint.ClearPeaks();
@@ -143,15 +146,18 @@ HRESULT Stream::Start() {
 
 HRESULT Stream::Stop() {
     uint64_t clockId;
+    uint64_t wakeId;
     {
         std::lock_guard lock(m_lock);
         if (!m_initialized) return AUDCLNT_E_NOT_INITIALIZED;
         if (!m_started) return S_FALSE;
         m_started = false;
         clockId = std::exchange(m_clockId, 0);
+        wakeId = std::exchange(m_wakeId, 0);
     }
     // Outside m_lock: cancelling waits for a tick under way, and a tick takes m_lock.
     StopClock(clockId);
+    StopClock(wakeId);
     if (m_endpoint.runningStreams.fetch_sub(1, std::memory_order_relaxed) == 1) m_endpoint.ClearPeaks();
     m_endpoint.session->StreamStopped();
     return S_OK;
@@ -281,6 +287,30 @@ uint32_t Stream::NextPeriodFrames() {
     return frames;
 }
 
+void Stream::Signal(HANDLE event) {
+    if (event == nullptr || m_endpoint.TakeHeldEvent()) return;
+    const int64_t delay = m_endpoint.TakeWakeDelay();
+    if (delay == 0) {
+        SetEvent(event);
+        return;
+    }
+    // A late wake-up is an expiry of its own on the platform clock, so a stepped test meets it
+    // between the periods, as a loaded machine would. The delays stay under a period: the wake
+    // of one period has come before the next period's is scheduled.
+    std::lock_guard lock(m_lock);
+    if (m_started && m_wakeId == 0) m_wakeId = ScheduleOnClock(zqvm::ClockNow() + delay, 0, [this] { DelayedWake(); });
+}
+
+void Stream::DelayedWake() {
+    HANDLE event;
+    {
+        std::lock_guard lock(m_lock);
+        m_wakeId = 0;
+        event = m_started ? m_event : nullptr;
+    }
+    if (event != nullptr) SetEvent(event);
+}
+
 void Stream::Tick() {
     if (!m_binding.Valid()) return;  // the device went away: its clock signals nothing more
     uint32_t frames;
@@ -345,7 +375,7 @@ void Stream::CaptureTick(uint32_t frames) {
         m_devicePosition += frames;
         event = m_event;
     }
-    if (event != nullptr && !m_endpoint.TakeHeldEvent()) SetEvent(event);
+    Signal(event);
 }
 
 void Stream::RenderTick(uint32_t frames) {
@@ -378,7 +408,7 @@ void Stream::RenderTick(uint32_t frames) {
     m_endpoint.sink.NotePeriod(frames, played);
     m_endpoint.renderPeriods.fetch_add(1, std::memory_order_release);
     NotifyProgress();
-    if (event != nullptr && !m_endpoint.TakeHeldEvent()) SetEvent(event);
+    Signal(event);
 }
 
 }  // namespace zqplatform::audio

@@ -58,6 +58,9 @@ private:
     };
 
     void Tick();
+    // Sets the period's event: at once, late (zqvm::SetWakeJitter) or, while held, not at all.
+    void Signal(HANDLE event);
+    void DelayedWake();
     void CaptureTick(uint32_t frames);
     void RenderTick(uint32_t frames);
     // Frames in the next device period (m_lock held): the rate / 100, corrected by the
@@ -84,6 +87,7 @@ private:
     bool m_emptyGet = false;  // capture: the last GetBuffer found nothing; ReleaseBuffer(0) may follow
     HANDLE m_event = nullptr;  // our own duplicate of the client's event
     uint64_t m_clockId = 0;
+    uint64_t m_wakeId = 0;  // a late wake-up scheduled on the clock, not yet run
     uint32_t m_bufferFrames = 0;
     uint32_t m_maxPacketFrames = 0;
     uint32_t m_queuedFrames = 0;  // padding

@@ -27,17 +27,18 @@ ClockEngine& ClockEngine::Instance() {
 ClockEngine::ClockEngine() { std::thread([this] { ClockThreadMain(); }).detach(); }
 
 int64_t ClockEngine::NowLocked() const {
-    return m_mode == zqvm::ClockMode::Stepped ? m_steppedNow : Monotonic() + m_offset;
+    return m_mode.load(std::memory_order_acquire) == zqvm::ClockMode::Stepped
+               ? m_steppedNow.load(std::memory_order_acquire)
+               : Monotonic() + m_offset.load(std::memory_order_acquire);
 }
 
-int64_t ClockEngine::Now() {
-    std::lock_guard lock(m_lock);
-    return NowLocked();
-}
+int64_t ClockEngine::Now() { return NowLocked(); }
 
-zqvm::ClockMode ClockEngine::Mode() {
+zqvm::ClockMode ClockEngine::Mode() { return m_mode.load(std::memory_order_acquire); }
+
+int64_t ClockEngine::EarliestDue() {
     std::lock_guard lock(m_lock);
-    return m_mode;
+    return m_queue.empty() ? kMaxInt64 : m_queue.begin()->first;
 }
 
 void ClockEngine::SetMode(zqvm::ClockMode mode) {
@@ -46,10 +47,10 @@ void ClockEngine::SetMode(zqvm::ClockMode mode) {
     // The clock carries on from where it stands, so it never jumps, in either direction.
     const int64_t now = NowLocked();
     if (mode == zqvm::ClockMode::Stepped)
-        m_steppedNow = now;
+        m_steppedNow.store(now, std::memory_order_release);
     else
-        m_offset = now - Monotonic();
-    m_mode = mode;
+        m_offset.store(now - Monotonic(), std::memory_order_release);
+    m_mode.store(mode, std::memory_order_release);
     m_clockThreadWake.notify_one();
 }
 
@@ -59,17 +60,22 @@ bool ClockEngine::Advance(int64_t delta) {
     if (m_mode != zqvm::ClockMode::Stepped) return false;
     // From inside a callback the wait for an idle dispatcher below would never end.
     if (m_runningId != 0 && m_runningThread == std::this_thread::get_id()) return false;
-    const int64_t target = delta > kMaxInt64 - m_steppedNow ? kMaxInt64 : m_steppedNow + delta;
+    const int64_t steppedNow = m_steppedNow.load(std::memory_order_relaxed);
+    const int64_t target = delta > kMaxInt64 - steppedNow ? kMaxInt64 : steppedNow + delta;
     for (;;) {
         m_idle.wait(lock, [this] { return m_runningId == 0; });
         if (m_mode != zqvm::ClockMode::Stepped) return true;  // switched meanwhile: real time takes over
         if (m_queue.empty() || m_queue.begin()->first > target) break;
         // Callbacks see the clock at their own due time, as they would in real time.
-        m_steppedNow = std::max(m_steppedNow, m_queue.begin()->first);
+        AdvanceSteppedTo(m_queue.begin()->first);
         DispatchEarliest(lock);
     }
-    m_steppedNow = std::max(m_steppedNow, target);
+    AdvanceSteppedTo(target);
     return true;
+}
+
+void ClockEngine::AdvanceSteppedTo(int64_t time) {
+    if (time > m_steppedNow.load(std::memory_order_relaxed)) m_steppedNow.store(time, std::memory_order_release);
 }
 
 uint64_t ClockEngine::Schedule(int64_t firstDue, int64_t period, ClockCallback callback) {
@@ -159,7 +165,7 @@ void ClockEngine::ClockThreadMain() {
             DispatchEarliest(lock);
             continue;
         }
-        const int64_t monotonicDue = due - m_offset;
+        const int64_t monotonicDue = due - m_offset.load(std::memory_order_relaxed);
         if (monotonicDue > kMaxInt64 / 100) {
             m_clockThreadWake.wait(lock);  // beyond what a time point can hold: wait for a change
             continue;

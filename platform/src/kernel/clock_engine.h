@@ -6,6 +6,7 @@
 // under m_lock, so a callback may set events and schedule or cancel callbacks.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -27,6 +28,8 @@ public:
     zqvm::ClockMode Mode();
     int64_t Now();
     bool Advance(int64_t delta);
+    // The due time of the earliest expiry waiting to run; INT64_MAX when none waits.
+    int64_t EarliestDue();
     uint64_t Schedule(int64_t firstDue, int64_t period, ClockCallback callback);
     void Cancel(uint64_t id);
 
@@ -45,6 +48,8 @@ private:
     ClockEngine();
     void ClockThreadMain();
     int64_t NowLocked() const;
+    // Stepped mode, m_lock held: the clock moves to time unless it is already past it.
+    void AdvanceSteppedTo(int64_t time);
     // Runs the earliest entry's callback with m_lock released, then re-arms or drops it.
     void DispatchEarliest(std::unique_lock<std::mutex>& lock);
     static int64_t NextDue(int64_t due, int64_t period, int64_t now);
@@ -52,9 +57,12 @@ private:
     std::mutex m_lock;
     std::condition_variable m_clockThreadWake;  // schedule, mode or dispatcher changes
     std::condition_variable m_idle;             // a callback run has finished
-    zqvm::ClockMode m_mode = zqvm::ClockMode::RealTime;
-    int64_t m_offset = 0;       // real-time mode: clock = monotonic + offset
-    int64_t m_steppedNow = 0;   // stepped mode: the clock
+    // Written under m_lock, read without it: Now() is called from the stream threads (through
+    // QueryPerformanceCounter), which must not wait on the clock's lock. A mode switch writes
+    // the new mode's time first, so a reader that sees the new mode sees its time too.
+    std::atomic<zqvm::ClockMode> m_mode{zqvm::ClockMode::RealTime};
+    std::atomic<int64_t> m_offset{0};      // real-time mode: clock = monotonic + offset
+    std::atomic<int64_t> m_steppedNow{0};  // stepped mode: the clock
     uint64_t m_nextId = 1;
     EntryMap m_entries;
     std::set<QueueKey> m_queue;  // entries not running, earliest first

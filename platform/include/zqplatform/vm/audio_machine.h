@@ -133,6 +133,21 @@ ZQPLATFORM_API bool SetEndpointClock(const std::wstring& id, double ppm, double 
 // event is set again from the period after those.
 ZQPLATFORM_API bool HoldStreamEvents(const std::wstring& id, uint32_t periods);
 
+// Late wake-ups of the threads of the endpoint's streams, as a loaded machine schedules them:
+// each device period's event is set that much after the period ends, while the device keeps
+// its own time. Every period is late by delayMs; besides, with the given probability per
+// period, by a further amount drawn uniformly from (0, randomMaxMs] by a generator seeded with
+// seed, so a run is repeated exactly. The sum stays under one device period (longer stalls:
+// HoldStreamEvents). Takes effect from the next period; all zero: on time again. Out of range
+// (negative, a sum of 10 ms or more, a probability outside 0..1): false, nothing changes.
+struct WakeJitter {
+    double delayMs = 0.0;
+    double randomMaxMs = 0.0;
+    double probability = 0.0;
+    uint32_t seed = 1;
+};
+ZQPLATFORM_API bool SetWakeJitter(const std::wstring& id, const WakeJitter& jitter);
+
 // ---- capture -------------------------------------------------------------------------------
 // Takes effect from the next device period of running streams.
 ZQPLATFORM_API bool SetCaptureSource(const std::wstring& id, const CaptureSource& source,

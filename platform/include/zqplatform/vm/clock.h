@@ -20,5 +20,9 @@ ZQPLATFORM_API int64_t ClockNow();
 // falls due on the way, in time order (those due at the same time in the order they were set).
 // Returns false in real-time mode.
 ZQPLATFORM_API bool AdvanceClock(int64_t delta100ns);
+// The time the earliest scheduled expiry falls due (a device period, a delayed stream wake-up,
+// a timer), INT64_MAX when nothing is scheduled: a driver that steps to each expiry in turn
+// lets every thread it wakes finish before the next one comes.
+ZQPLATFORM_API int64_t NextClockDue();
 
 }  // namespace zqvm

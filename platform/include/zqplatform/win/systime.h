@@ -12,4 +12,8 @@ ZQPLATFORM_API void GetSystemTime(LPSYSTEMTIME lpSystemTime);
 ZQPLATFORM_API BOOL SystemTimeToFileTime(const SYSTEMTIME* lpSystemTime, LPFILETIME lpFileTime);
 ZQPLATFORM_API DWORD GetTickCount();
 ZQPLATFORM_API ULONGLONG GetTickCount64();
+// A monotonic counter of QueryPerformanceFrequency ticks a second, readable without waiting
+// on any lock (the stream threads read it).
+ZQPLATFORM_API BOOL QueryPerformanceCounter(LARGE_INTEGER* lpPerformanceCount);
+ZQPLATFORM_API BOOL QueryPerformanceFrequency(LARGE_INTEGER* lpFrequency);
 }

@@ -1,0 +1,119 @@
+// The monitoring path's depth controller: see MonitorDepthControl.h.
+#include "audio/MonitorDepthControl.h"
+
+#include <algorithm>
+#include <cmath>
+
+CMonitorDepthControl::CMonitorDepthControl(uint32_t renderRate, uint32_t periodFrames)
+    : m_dRate(renderRate), m_dPeriodFrames(periodFrames) {}
+
+double CMonitorDepthControl::TargetFrames() const {
+    double structure = m_dWaitMax;
+    if (m_bPhaseMoved) structure = std::max(structure, m_dPacketSeconds);
+    return m_dPeriodFrames + (structure + m_dCushionMs / 1000.0) * m_dRate;
+}
+
+double CMonitorDepthControl::TargetMs() const { return TargetFrames() * 1000.0 / m_dRate; }
+
+void CMonitorDepthControl::TrackStructure(double now, double waited) {
+    if (!m_bStarted) {
+        m_dWaitMin = m_dWaitMax = waited;
+        return;
+    }
+    // A long wait (a capture thread woken late) is remembered, and forgotten slowly; once the
+    // phase has moved, TargetFrames keeps a whole packet whatever it decays to.
+    const double decayed = m_dWaitMax - kStructureDecayMsPerSecond / 1000.0 * (now - m_dLastRefill);
+    m_dWaitMax = std::max(waited, decayed);
+    m_dWaitMin = std::min(m_dWaitMin, waited);
+    if (m_dWaitMax - m_dWaitMin > kPhaseMovedMs / 1000.0) m_bPhaseMoved = true;
+}
+
+void CMonitorDepthControl::AdaptCushion(double now, double marginFrames) {
+    m_dQuietMinMargin = std::min(m_dQuietMinMargin, marginFrames);
+    if (now - m_dQuietSince < kQuietSeconds) return;
+    const double cushionFrames = m_dCushionMs / 1000.0 * m_dRate;
+    if (!m_bDryInWindow && m_dQuietMinMargin >= cushionFrames / 2) {
+        const double shrink = std::exp(-(now - m_dQuietSince) / kCushionShrinkSeconds);
+        m_dCushionMs = kInitialCushionMs + (m_dCushionMs - kInitialCushionMs) * shrink;
+    }
+    m_dQuietSince = now;
+    m_dQuietMinMargin = 1e300;
+    m_bDryInWindow = false;
+}
+
+CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t devicePadding, size_t queued) {
+    if (!m_bQueued) return Refill{0, true};  // nothing has come yet: nothing to measure or play
+    const double waited = std::max(0.0, now - m_dLastQueued);
+    const double waitedFrames = waited * m_dRate;
+    double depth = static_cast<double>(devicePadding + queued);
+    // Run dry: the device has nothing left, and took more since the last refill than it was
+    // given then (a device that took exactly what it had has not missed anything yet).
+    const bool dry = m_bStarted && devicePadding == 0 &&
+                     m_dLastDepth + kDryToleranceFrames < (now - m_dLastRefill) * m_dRate;
+    if (dry) {
+        ++m_nDryRefills;
+        m_bDryInWindow = true;
+        m_bResync = true;
+        m_dCushionMs = std::min(kMaxCushionMs, m_dCushionMs + kCushionStepMs);
+    }
+    TrackStructure(now, waited);
+
+    Refill refill;
+    if (m_bResync) {
+        // Keep what the target asks for at this point between two packets, drop the rest. At
+        // start-up, wait (the device plays silence, as it would anyway) until that much is here.
+        const double keep = std::max(TargetFrames() - waitedFrames, static_cast<double>(devicePadding));
+        if (depth < keep) {
+            m_dLastRefill = now;
+            m_dLastDepth = depth;
+            return Refill{0, true};
+        }
+        if (depth > keep) refill.dropFrames = std::min(queued, static_cast<size_t>(depth - keep));
+        depth -= static_cast<double>(refill.dropFrames);
+        m_nDroppedFrames += refill.dropFrames;
+        m_dFilteredFrames = depth + waitedFrames;
+        m_dReferenceMs = TargetMs();  // there already: nothing left to move by pitch
+        if (!m_bStarted) m_dQuietSince = now;
+        m_bStarted = true;
+        m_bResync = false;
+    } else {
+        const double alpha = std::min(1.0, (now - m_dLastRefill) / kFilterSeconds);
+        m_dFilteredFrames += alpha * (depth + waitedFrames - m_dFilteredFrames);
+    }
+    m_dLastRefill = now;
+    m_dLastDepth = depth;
+    AdaptCushion(now, depth - m_dPeriodFrames);
+    return refill;
+}
+
+double CMonitorDepthControl::OnPacket(double now, double packetSeconds) {
+    m_bQueued = true;
+    m_dLastQueued = now;
+    if (packetSeconds > 0.0) m_dPacketSeconds = packetSeconds;
+    if (!m_bStarted) return m_dCorrectionPpm;
+
+    // The reference the PI holds the depth at follows the target through the feed-forward part
+    // alone, by what that part has moved the depth, so a new target winds up no integral.
+    const double pendingMs = TargetMs() - m_dReferenceMs;
+    const double feedForward = std::clamp(pendingMs * kFeedForwardPpmPerMs, -kMaxCorrectionPpm, kMaxCorrectionPpm);
+    const double errorMs = FilteredDepthMs() - m_dReferenceMs;
+    const double step = kMaxSlewPpmPerSecond * packetSeconds;
+    const auto limit = [&](double ppm) {
+        return std::clamp(std::clamp(ppm, -kMaxCorrectionPpm, kMaxCorrectionPpm), m_dCorrectionPpm - step,
+                          m_dCorrectionPpm + step);
+    };
+    // Too deep: fewer frames (a negative correction), and the other way round.
+    const double integral = m_dIntegralPpm + kIntegralPpmPerMsSecond * errorMs * packetSeconds;
+    const double feedback = -(kProportionalPpmPerMs * errorMs + integral);
+    const double wanted = feedback + feedForward;
+    const double applied = limit(wanted);
+    // The integral winds on only while the output follows it, or while it works back from a limit.
+    if (applied == wanted || std::fabs(integral) < std::fabs(m_dIntegralPpm)) m_dIntegralPpm = integral;
+    // What the feed-forward part got of the output, in its own direction, moves the reference:
+    // 1 ppm for a second adds a microsecond of depth.
+    const double moved = feedForward >= 0 ? std::clamp(applied - feedback, 0.0, feedForward)
+                                          : std::clamp(applied - feedback, feedForward, 0.0);
+    m_dReferenceMs += moved * packetSeconds * 1e-3;
+    m_dCorrectionPpm = applied;
+    return applied;
+}
