@@ -100,8 +100,9 @@ public:
     uint64_t QueueDroppedFrames() const { return m_nQueueDroppedFrames.load(std::memory_order_relaxed); }
 
     // The capture thread's work for one packet of the open device, under m_csPacket; public so
-    // that benchmarks can time it alone.
-    void ProcessPacket(const BYTE* data, UINT32 frames);
+    // that benchmarks can time it alone. recordedAt: the packet's time stamp from GetBuffer
+    // (0: none).
+    void ProcessPacket(const BYTE* data, UINT32 frames, UINT64 recordedAt = 0);
 
     CComPtr<IMMDevice> m_spCaptureDevice;
     CComPtr<IAudioClient> m_spCaptureAudioClient;
@@ -121,7 +122,7 @@ public:
 
 private:
     void CaptureLoop();
-    void ForwardToRender(const float* engineFrames, int count);
+    void ForwardToRender(const float* engineFrames, int count, UINT64 recordedAt);
     void SizePacketBuffers(UINT32 frames);
 
     CAudioSharedMem m_AudioSharedCapture;

@@ -49,9 +49,10 @@ void CAudioCapture::CaptureLoop() {
         BYTE* data = nullptr;
         UINT32 frames = 0;
         DWORD flags = 0;
+        UINT64 recordedAt = 0;  // performance counter, 100-ns units: the packet's first frame
         // A device that was pulled fails here and signals no more: the thread then just waits
         // for its shutdown event.
-        const HRESULT got = m_spCaptureClient->GetBuffer(&data, &frames, &flags, nullptr, nullptr);
+        const HRESULT got = m_spCaptureClient->GetBuffer(&data, &frames, &flags, nullptr, &recordedAt);
         if (FAILED(got)) {
             watch.Failed(L"IAudioCaptureClient::GetBuffer", got);
             continue;
@@ -59,7 +60,7 @@ void CAudioCapture::CaptureLoop() {
         watch.Passed();
 
         const UINT32 usable = m_nFrameSize == 0 ? 0 : std::min<UINT32>(frames, m_nBufferFrames / static_cast<UINT32>(m_nFrameSize));
-        if (usable != 0 && (flags & AUDCLNT_BUFFERFLAGS_SILENT) == 0 && data != nullptr) ProcessPacket(data, frames);
+        if (usable != 0 && (flags & AUDCLNT_BUFFERFLAGS_SILENT) == 0 && data != nullptr) ProcessPacket(data, frames, recordedAt);
         const HRESULT hr = m_spCaptureClient->ReleaseBuffer(frames);
         if (FAILED(hr)) {
             g_pCore->LogError(L"Unable to release capture buffer: %x!\n", hr);
@@ -68,7 +69,7 @@ void CAudioCapture::CaptureLoop() {
     }
 }
 
-void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames) {
+void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames, UINT64 recordedAt) {
     Concurrency::critical_section::scoped_lock lock(m_csPacket);
     // Every channel of the copy carries the first channel of the frame, in the device's sample
     // format, so the capture resampler (configured from the mix format) reads it as it expects,
@@ -96,19 +97,19 @@ void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames) {
 
     m_AudioSharedCapture.WritePacket(engineFrames, static_cast<uint32_t>(count));
     m_AudioSharedRender.WritePacket(engineFrames, static_cast<uint32_t>(count));
-    ForwardToRender(engineFrames, count);
+    ForwardToRender(engineFrames, count, recordedAt);
 }
 
 // With m_csPacket held: the render engine installs and withdraws its conversion under the same
 // lock.
-void CAudioCapture::ForwardToRender(const float* engineFrames, int count) {
+void CAudioCapture::ForwardToRender(const float* engineFrames, int count, UINT64 recordedAt) {
     const WAVEFORMATEX* mix = m_pRenderFormat;
     SwrContext* context = m_pRenderResampler;
     if (mix == nullptr || !IsUsable(context)) return;
     // The queue holds the render device's own frames, so its frame size is the device's.
     const size_t blockAlign = mix->nBlockAlign;
     if (m_pRateControl != nullptr) {  // keeps the queue near its steady depth (MonitorRateControl.h)
-        count = m_pRateControl->Process(engineFrames, count, &engineFrames);
+        count = m_pRateControl->Process(engineFrames, count, recordedAt, &engineFrames);
         if (count < 0) return;
     }
     const int64_t capacity = av_rescale_rnd(count + swr_get_delay(context, ENGINE_SAMPLE_RATE),

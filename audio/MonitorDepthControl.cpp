@@ -76,9 +76,18 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
         if (!m_bStarted) m_dQuietSince = now;
         m_bStarted = true;
         m_bResync = false;
+        m_dWindowStart = now;
+        m_dWindowMinFrames = 1e300;
     } else {
-        const double alpha = std::min(1.0, (now - m_dLastRefill) / kFilterSeconds);
-        m_dFilteredFrames += alpha * (depth + waitedFrames - m_dFilteredFrames);
+        // A late render thread finds the depth at arrival too deep by its lateness, never too
+        // shallow: the smallest of a window's refills is the one woken on time.
+        m_dWindowMinFrames = std::min(m_dWindowMinFrames, depth + waitedFrames);
+        if (now - m_dWindowStart >= kWindowSeconds) {
+            const double alpha = std::min(1.0, (now - m_dWindowStart) / kFilterSeconds);
+            m_dFilteredFrames += alpha * (m_dWindowMinFrames - m_dFilteredFrames);
+            m_dWindowStart = now;
+            m_dWindowMinFrames = 1e300;
+        }
     }
     m_dLastRefill = now;
     m_dLastDepth = depth;

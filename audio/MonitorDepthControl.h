@@ -52,10 +52,11 @@ class CMonitorDepthControl {
 public:
     static constexpr double kMaxCorrectionPpm = 2000.0;      // 0.2 %: 3.5 cents
     static constexpr double kMaxSlewPpmPerSecond = 900.0;    // under 100 ppm per 100 ms of output
-    static constexpr double kProportionalPpmPerMs = 800.0;
-    static constexpr double kIntegralPpmPerMsSecond = 300.0;
+    static constexpr double kProportionalPpmPerMs = 1200.0;
+    static constexpr double kIntegralPpmPerMsSecond = 700.0;
     static constexpr double kFeedForwardPpmPerMs = 1000.0;
-    static constexpr double kFilterSeconds = 0.3;
+    static constexpr double kWindowSeconds = 0.1;
+    static constexpr double kFilterSeconds = 0.2;
     static constexpr double kInitialCushionMs = 1.0;
     static constexpr double kCushionStepMs = 2.0;
     static constexpr double kMaxCushionMs = 20.0;
@@ -110,6 +111,8 @@ private:
     double m_dLastRefill = 0.0;
     double m_dLastDepth = 0.0;  // frames the last refill left for the device (after its drop)
     double m_dFilteredFrames = 0.0;
+    double m_dWindowStart = 0.0;  // the current window of refills, and its smallest depth at arrival
+    double m_dWindowMinFrames = 1e300;
     double m_dWaitMin = 0.0;  // seconds between a packet and a refill, fewest and most seen
     double m_dWaitMax = 0.0;
     bool m_bPhaseMoved = false;

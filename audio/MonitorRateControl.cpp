@@ -88,9 +88,15 @@ CMonitorDepthControl::Refill CMonitorRateControl::ObserveRefill(size_t devicePad
     return m_control.OnRefill(Now(), devicePadding, queued);
 }
 
-int CMonitorRateControl::Process(const float* engineFrames, int count, const float** output) {
+int CMonitorRateControl::Process(const float* engineFrames, int count, UINT64 recordedAt, const float** output) {
     const int frames = std::min(count, kMaxPacketFrames);  // beyond the sizing: the rest is left out
-    const double ppm = m_control.OnPacket(Now(), static_cast<double>(frames) / ENGINE_SAMPLE_RATE);
+    const double packetSeconds = static_cast<double>(frames) / ENGINE_SAMPLE_RATE;
+    // The packet came in when the device had recorded it, however late this thread woke: that
+    // time keeps the capture thread's wake-ups out of what the controller measures.
+    const double now = Now();
+    const double complete = static_cast<double>(recordedAt) * 1e-7 + packetSeconds;
+    const bool plausible = recordedAt != 0 && complete <= now + 0.001 && complete >= now - 1.0;
+    const double ppm = m_control.OnPacket(plausible ? complete : now, packetSeconds);
     const int compensation = static_cast<int>(std::lround(ppm * 1e-6 * kCompensationDistance));
     if (compensation != m_nCompensation && swr_set_compensation(m_pContext.get(), compensation, kCompensationDistance) == 0)
         m_nCompensation = compensation;

@@ -40,7 +40,9 @@ public:
     CMonitorDepthControl::Refill ObserveRefill(size_t devicePadding, size_t queued);
     // Capture thread: passes count engine-format frames through the stage; returns the frames
     // produced (in *output, valid until the next call), or -1 when the conversion failed.
-    int Process(const float* engineFrames, int count, const float** output);
+    // recordedAt: the packet's stamp from IAudioCaptureClient::GetBuffer (performance counter
+    // in 100-ns units, when its first frame was recorded; 0 or implausible: now is taken).
+    int Process(const float* engineFrames, int count, UINT64 recordedAt, const float** output);
 
     // The controller's state (correction, cushion, target), for tests and benchmarks.
     const CMonitorDepthControl& Control() const { return m_control; }

@@ -313,7 +313,8 @@ void Quality(benchmark::State& state, QualityCase c) {
             if (i > 0) largestStep = std::max(largestStep, std::fabs(control[i].first - control[i - 1].first));
         }
         double steadyPitch = 0.0;  // the heard tone's worst pitch from 5 s on (windows of 100 ms)
-        for (size_t w = 40; w < quality.pitchPpm.size(); ++w) steadyPitch = std::max(steadyPitch, std::fabs(quality.pitchPpm[w]));
+        for (size_t w = 40; w < quality.pitchPpm.size(); ++w)
+            if (!std::isnan(quality.pitchPpm[w])) steadyPitch = std::max(steadyPitch, std::fabs(quality.pitchPpm[w]));
         state.counters["dropouts"] = static_cast<double>(quality.dropouts);
         state.counters["corr_max_ppm"] = largest;
         state.counters["corr_max_cents"] = zqtest::PpmToCents(largest);

@@ -26,11 +26,15 @@ using zqtest::ScopedEnvironment;
 constexpr const char* kSwitch = CMonitorRateControl::kDisableVariable;
 constexpr int64_t kMs = 10000;  // platform-clock units
 
+// The path and its controller at one moment, read under the packet lock the stream threads hold.
 struct Snapshot {
     double seconds;
     double ppm;
     double cushionMs;
     double targetMs;
+    uint64_t dryRefills;
+    uint64_t droppedFrames;
+    bool rateControlled;
     size_t queuedFrames;  // what waits to be heard: the device's frames and the queue's
 };
 
@@ -84,10 +88,14 @@ protected:
             const CMonitorRateControl* stage = capture->RateControl();
             Snapshot s{};
             s.queuedFrames = queue.GetCount() / 8;
+            s.rateControlled = stage != nullptr;
             if (stage != nullptr) {
-                s.ppm = stage->Control().CorrectionPpm();
-                s.cushionMs = stage->Control().CushionMs();
-                s.targetMs = stage->Control().TargetMs();
+                const CMonitorDepthControl& control = stage->Control();
+                s.ppm = control.CorrectionPpm();
+                s.cushionMs = control.CushionMs();
+                s.targetMs = control.TargetMs();
+                s.dryRefills = control.DryRefills();
+                s.droppedFrames = control.DroppedFrames();
             }
             return s;
         });
@@ -95,8 +103,6 @@ protected:
         snapshot.queuedFrames += padding;
         return snapshot;
     }
-
-    const CMonitorDepthControl& Control() { return core->GetCaptureEngine()->RateControl()->Control(); }
 
     // The bounds a listener relies on, over the whole history: the correction never beyond
     // 2000 ppm, and never more than 100 ppm apart within 100 ms.
@@ -155,13 +161,14 @@ TEST_P(DriftingMonitoring, IsFollowedWithinTheBoundsAtAConstantLatency) {
     EXPECT_EQ(zqvm::UnderrunFrames(speaker), underruns);
     EXPECT_EQ(core->GetCaptureEngine()->QueueDroppedFrames(), 0u);
     for (const Snapshot& s : history) {
-        if (s.seconds >= 5.0) ASSERT_NEAR(s.queuedFrames * 1000.0 / c.speakerRate, settledMs, 2.0) << "at " << s.seconds;
+        if (s.seconds < 5.0) continue;
+        ASSERT_NEAR(s.queuedFrames * 1000.0 / c.speakerRate, settledMs, 2.0) << "at " << s.seconds;
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Clocks, DriftingMonitoring,
                          // At 1000 ppm the loop overshoots by some 200 ppm and settles by 20 s.
-                         testing::Values(DriftCase{48000, 44100, 1000.0, 20.0}, DriftCase{44100, 48000, -1000.0, 20.0},
+                         testing::Values(DriftCase{48000, 44100, 1000.0, 5.0}, DriftCase{44100, 48000, -1000.0, 5.0},
                                          DriftCase{48000, 48000, 300.0, 5.0}, DriftCase{96000, 48000, -300.0, 5.0}));
 
 TEST_F(RateControlledMonitoring, LateWakeUpsAreAbsorbedByTheCushionNotByThePitch) {
@@ -173,15 +180,16 @@ TEST_F(RateControlledMonitoring, LateWakeUpsAreAbsorbedByTheCushionNotByThePitch
     EXPECT_EQ(zqvm::UnderrunFrames(speaker), underruns) << "no underrun once the cushion has adapted";
     EXPECT_EQ(core->GetCaptureEngine()->QueueDroppedFrames(), 0u);
     // The latency grew by what late threads need (a packet, a cushion step), no more.
-    EXPECT_GE(Control().TargetMs(), 10.0 + 10.0 + CMonitorDepthControl::kInitialCushionMs);
-    EXPECT_LE(Control().TargetMs(), 10.0 + 10.0 + 8.0 + CMonitorDepthControl::kInitialCushionMs + 2 * CMonitorDepthControl::kCushionStepMs);
+    EXPECT_GE(history.back().targetMs, 10.0 + 10.0 + CMonitorDepthControl::kInitialCushionMs);
+    EXPECT_LE(history.back().targetMs,
+              10.0 + 10.0 + 8.0 + CMonitorDepthControl::kInitialCushionMs + 2 * CMonitorDepthControl::kCushionStepMs);
 }
 
 TEST_F(RateControlledMonitoring, WhatCameBeforeTheFirstRefillIsDroppedNotDrained) {
     // The render thread's first 100 ms held up: the capture has queued them when it first refills.
     Start("1", 48000, 44100, 0.0, {}, 10);
     RunUntil(0.2);
-    EXPECT_GT(Control().DroppedFrames(), 4 * 441u);
+    EXPECT_GT(history.back().droppedFrames, 4 * 441u);
     const double startMs = history.back().queuedFrames * 1000.0 / 44100;
     RunUntil(10.0);
     ExpectCorrectionBounds();
@@ -195,15 +203,15 @@ TEST_F(RateControlledMonitoring, AHeldUpRenderThreadIsResynchronisedAndTheCushio
     const size_t settled = history.back().queuedFrames;
     ASSERT_TRUE(zqvm::HoldStreamEvents(speaker, 5));
     RunUntil(5.2);
-    EXPECT_EQ(Control().DryRefills(), 1u);
-    EXPECT_DOUBLE_EQ(Control().CushionMs(), CMonitorDepthControl::kInitialCushionMs + CMonitorDepthControl::kCushionStepMs);
+    EXPECT_EQ(history.back().dryRefills, 1u);
+    EXPECT_DOUBLE_EQ(history.back().cushionMs, CMonitorDepthControl::kInitialCushionMs + CMonitorDepthControl::kCushionStepMs);
     EXPECT_LE(history.back().queuedFrames, settled + 48 * CMonitorDepthControl::kCushionStepMs + 48)
         << "the backlog of 50 ms is dropped, not played late";
     const uint64_t underruns = zqvm::UnderrunFrames(speaker);
     RunUntil(120.0);
     ExpectCorrectionBounds();
     EXPECT_EQ(zqvm::UnderrunFrames(speaker), underruns);
-    EXPECT_LT(Control().CushionMs(), CMonitorDepthControl::kInitialCushionMs + 0.2) << "back over a quiet two minutes";
+    EXPECT_LT(history.back().cushionMs, CMonitorDepthControl::kInitialCushionMs + 0.2) << "back over a quiet two minutes";
     EXPECT_NEAR(static_cast<double>(history.back().queuedFrames), static_cast<double>(settled), 12.0);
     EXPECT_EQ(core->GetCaptureEngine()->QueueDroppedFrames(), 0u);
 }
@@ -211,7 +219,7 @@ TEST_F(RateControlledMonitoring, AHeldUpRenderThreadIsResynchronisedAndTheCushio
 TEST_F(RateControlledMonitoring, WithoutItASlowSpeakerBuildsABacklog) {
     Start("0", 44100, 48000, -1000.0);
     RunUntil(2.0);
-    EXPECT_EQ(core->GetCaptureEngine()->RateControl(), nullptr);
+    EXPECT_FALSE(history.back().rateControlled);
     const size_t settled = history.back().queuedFrames;
     RunUntil(62.0);
     EXPECT_GE(history.back().queuedFrames, settled + 2800) << "a minute at 1000 ppm leaves 2880 frames behind, for good";

@@ -2,6 +2,7 @@
 // run fast or slow by some ppm and start its periods in a phase of its own, and its stream
 // events may be held while the device plays on.
 #include <algorithm>
+#include <vector>
 
 #include "vae_fixture.h"
 
@@ -76,6 +77,74 @@ TEST_F(DeviceClockTest, HeldStreamEventsAreNotSetWhileTheDevicePlaysOn) {
     EXPECT_TRUE(stream.Signalled()) << "the fourth period sets the event again";
     ASSERT_EQ(stream.client->Stop(), S_OK);
     EXPECT_FALSE(zqvm::HoldStreamEvents(L"no such endpoint", 1));
+}
+
+TEST_F(DeviceClockTest, LateWakeUpsSetTheEventLaterWhileTheDeviceKeepsTime) {
+    const std::wstring id = Add(eCapture, 48000, 1, SampleFormat::Float32, zqvm::CaptureSource::Tone(440, 0.5));
+    TestStream stream(id);
+    CComPtr<IAudioCaptureClient> capture = stream.Get<IAudioCaptureClient>();
+    ASSERT_EQ(stream.client->Start(), S_OK);
+    zqvm::WakeJitter fixed;
+    fixed.delayMs = 3.0;
+    ASSERT_TRUE(zqvm::SetWakeJitter(id, fixed));
+    const int64_t periodEnd = zqvm::ClockNow() + kPeriod;
+    Step();
+    EXPECT_FALSE(stream.Signalled()) << "the period has ended, its wake-up is 3 ms away";
+    EXPECT_EQ(zqvm::NextClockDue(), periodEnd + 30000);
+    ASSERT_TRUE(zqvm::AdvanceClock(30000));
+    EXPECT_TRUE(stream.Signalled());
+    // The packet was recorded on time: its stamp is its first frame's time, one period back.
+    BYTE* data = nullptr;
+    UINT32 frames = 0;
+    DWORD flags = 0;
+    UINT64 recordedAt = 0;
+    ASSERT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, &recordedAt), S_OK);
+    EXPECT_EQ(recordedAt, static_cast<UINT64>(periodEnd - kPeriod));
+    ASSERT_EQ(capture->ReleaseBuffer(frames), S_OK);
+    LARGE_INTEGER counter{}, frequency{};
+    ASSERT_TRUE(QueryPerformanceCounter(&counter));
+    ASSERT_TRUE(QueryPerformanceFrequency(&frequency));
+    EXPECT_EQ(counter.QuadPart, zqvm::ClockNow()) << "the counter is the stepped platform clock";
+    EXPECT_EQ(frequency.QuadPart, 10000000);
+
+    // Seeded: the same seed makes the same sequence of delays, and about the given share of
+    // periods is late.
+    zqvm::WakeJitter random;
+    random.randomMaxMs = 8.0;
+    random.probability = 0.25;
+    random.seed = 5;
+    int64_t nextEnd = periodEnd + kPeriod;
+    const auto delays = [&] {
+        EXPECT_TRUE(zqvm::SetWakeJitter(id, random));
+        std::vector<int64_t> late;
+        for (int period = 0; period < 200; ++period, nextEnd += kPeriod) {
+            EXPECT_TRUE(zqvm::AdvanceClock(nextEnd - zqvm::ClockNow()));
+            int64_t delay = 0;
+            if (!stream.Signalled()) {  // the wake-up is the next expiry, within the period
+                delay = zqvm::NextClockDue() - nextEnd;
+                EXPECT_GT(delay, 0);
+                EXPECT_LE(delay, 80000) << "never beyond 8 ms";
+                EXPECT_TRUE(zqvm::AdvanceClock(delay));
+                EXPECT_TRUE(stream.Signalled());
+            }
+            late.push_back(delay);
+            EXPECT_EQ(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), S_OK);
+            EXPECT_EQ(capture->ReleaseBuffer(frames), S_OK);
+        }
+        return late;
+    };
+    const std::vector<int64_t> first = delays();
+    EXPECT_EQ(delays(), first);
+    const auto lateCount = std::count_if(first.begin(), first.end(), [](int64_t d) { return d > 0; });
+    EXPECT_GT(lateCount, 30);
+    EXPECT_LT(lateCount, 70);
+    ASSERT_EQ(stream.client->Stop(), S_OK);
+
+    zqvm::WakeJitter tooLate;
+    tooLate.delayMs = 6.0;
+    tooLate.randomMaxMs = 4.0;
+    EXPECT_FALSE(zqvm::SetWakeJitter(id, tooLate)) << "a period or more: that is a held event";
+    EXPECT_FALSE(zqvm::SetWakeJitter(L"no such endpoint", fixed));
 }
 
 TEST_F(DeviceClockTest, TheMachineDescriptionGivesEachEndpointItsClock) {

@@ -95,6 +95,7 @@ ToneQuality MeasureToneQuality(const std::vector<float>& samples, double rate, d
 
     // Dropouts: a tone crosses zero, but never stays near it for half a millisecond.
     const auto dropoutFrames = static_cast<size_t>(rate * kDropoutSeconds);
+    std::vector<size_t> dropoutEnds;
     size_t run = 0;
     for (size_t i = 0; i <= n; ++i) {
         if (i < n && std::fabs(x[i]) < kSilence) {
@@ -104,6 +105,7 @@ ToneQuality MeasureToneQuality(const std::vector<float>& samples, double rate, d
         if (run >= dropoutFrames) {
             ++quality.dropouts;
             quality.longestSilentFrames = std::max(quality.longestSilentFrames, run);
+            dropoutEnds.push_back(i);
         }
         run = 0;
     }
@@ -112,9 +114,14 @@ ToneQuality MeasureToneQuality(const std::vector<float>& samples, double rate, d
     const std::vector<double> phases = BlockPhases(x, n, rate, frequencyHz);
     const double blockSeconds = std::max<size_t>(1, static_cast<size_t>(rate * kPhaseBlockSeconds)) / rate;
     const auto perWindow = static_cast<size_t>(std::lround(kPitchWindowSeconds / blockSeconds));
+    const double windowFrames = static_cast<double>(perWindow) * blockSeconds * rate;
     for (size_t w = 0; w + perWindow <= phases.size(); w += perWindow) {
         const double offsetHz = Slope(&phases[w], perWindow) / (2.0 * std::numbers::pi * blockSeconds);
-        const double ppm = offsetHz / frequencyHz * 1e6;
+        double ppm = offsetHz / frequencyHz * 1e6;
+        // A window with a dropout in it has no pitch to speak of: the dropout is counted already.
+        const double begin = static_cast<double>(quality.pitchPpm.size()) * windowFrames;
+        for (size_t end : dropoutEnds)
+            if (static_cast<double>(end) >= begin && static_cast<double>(end) < begin + windowFrames + rate * 0.01) ppm = NAN;
         quality.pitchPpm.push_back(ppm);
         if (std::fabs(ppm) > std::fabs(quality.worstPitchPpm)) quality.worstPitchPpm = ppm;
     }
@@ -125,7 +132,8 @@ ToneQuality MeasureToneQuality(const std::vector<float>& samples, double rate, d
     for (size_t start = 0; start + clickFrames <= n; start += clickFrames) {
         const size_t window = std::min(quality.pitchPpm.size() - 1,
                                        static_cast<size_t>(static_cast<double>(start) / rate / kPitchWindowSeconds));
-        const double hz = quality.pitchPpm.empty() ? frequencyHz : frequencyHz * (1.0 + quality.pitchPpm[window] * 1e-6);
+        const double ppm = quality.pitchPpm.empty() || std::isnan(quality.pitchPpm[window]) ? 0.0 : quality.pitchPpm[window];
+        const double hz = frequencyHz * (1.0 + ppm * 1e-6);
         quality.worstSnrDb = std::min(quality.worstSnrDb, FittedSnrDb(x + start, clickFrames, 2.0 * std::numbers::pi * hz / rate));
     }
     return quality;

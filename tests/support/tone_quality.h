@@ -15,7 +15,7 @@ struct ToneQuality {
     size_t longestSilentFrames = 0;   // the longest of them
     double worstPitchPpm = 0.0;       // largest deviation from the nominal frequency, either sign
     double worstSnrDb = 0.0;          // lowest 10 ms window SNR
-    std::vector<double> pitchPpm;     // per 100 ms window, in order
+    std::vector<double> pitchPpm;     // per 100 ms window, in order; NaN where a dropout ends
 };
 
 // One channel of a recording at rate frames per second, expected to hold a tone of nominal

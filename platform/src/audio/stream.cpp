@@ -347,7 +347,10 @@ void Stream::CaptureTick(uint32_t frames) {
     const bool silent = m_generator.Generate(samples, frames, m_channels, m_endpoint.format.Rate(), m_endpoint.fed);
     Meter(samples, frames);  // the endpoint's level, before this stream's session volume
     ApplySessionVolume(samples, frames);
-    const auto now = static_cast<uint64_t>(zqvm::ClockNow());
+    // As Windows stamps a packet: the performance counter (100-ns units) when its first frame
+    // was recorded, one period before the period that ends now.
+    const auto firstFrameTime = static_cast<uint64_t>(
+        zqvm::ClockNow() - static_cast<int64_t>(frames) * 10000000 / static_cast<int64_t>(m_endpoint.format.Rate()));
 
     HANDLE event;
     {
@@ -368,7 +371,7 @@ void Stream::CaptureTick(uint32_t frames) {
             m_endpoint.format.ToDevice(samples, PacketData(slot), size_t{frames} * m_channels);
             DWORD flags = silent ? AUDCLNT_BUFFERFLAGS_SILENT : 0;
             if (std::exchange(m_discontinuity, false)) flags |= AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY;
-            m_packets[slot] = Packet{frames, flags, m_devicePosition, now};
+            m_packets[slot] = Packet{frames, flags, m_devicePosition, firstFrameTime};
             ++m_count;
             m_queuedFrames += frames;
         }

@@ -54,7 +54,7 @@ private:
         uint32_t frames;
         DWORD flags;
         uint64_t position;  // device position of its first frame
-        uint64_t qpc;       // platform clock when it was captured
+        uint64_t qpc;       // platform clock when its first frame was recorded
     };
 
     void Tick();
