@@ -15,17 +15,27 @@ double CMonitorDepthControl::TargetFrames() const {
 
 double CMonitorDepthControl::TargetMs() const { return TargetFrames() * 1000.0 / m_dRate; }
 
-void CMonitorDepthControl::TrackStructure(double now, double waited) {
+void CMonitorDepthControl::TrackStructure(double now, double below) {
     if (!m_bStarted) {
-        m_dWaitMin = m_dWaitMax = waited;
+        m_dWaitMax = below;
         return;
     }
-    // A long wait (a capture thread woken late) is remembered, and forgotten slowly; once the
-    // phase has moved, TargetFrames keeps a whole packet whatever it decays to.
+    // A long wait (a missing packet) is remembered, and forgotten slowly; once the phase has
+    // moved, TargetFrames keeps a whole packet whatever it decays to.
     const double decayed = m_dWaitMax - kStructureDecayMsPerSecond / 1000.0 * (now - m_dLastRefill);
-    m_dWaitMax = std::max(waited, decayed);
-    m_dWaitMin = std::min(m_dWaitMin, waited);
-    if (m_dWaitMax - m_dWaitMin > kPhaseMovedMs / 1000.0) m_bPhaseMoved = true;
+    m_dWaitMax = std::max(below, decayed);
+}
+
+void CMonitorDepthControl::TrackPhase(double windowMinWaited) {
+    // The wait at the window's earliest refill: the phase between the two threads' periods,
+    // without the render thread's late wake-ups. When it moves, the clocks drift apart.
+    if (m_dPhaseMin > m_dPhaseMax) {
+        m_dPhaseMin = m_dPhaseMax = windowMinWaited;
+        return;
+    }
+    m_dPhaseMin = std::min(m_dPhaseMin, windowMinWaited);
+    m_dPhaseMax = std::max(m_dPhaseMax, windowMinWaited);
+    if (m_dPhaseMax - m_dPhaseMin > kPhaseMovedMs / 1000.0) m_bPhaseMoved = true;
 }
 
 void CMonitorDepthControl::AdaptCushion(double now, double marginFrames) {
@@ -56,7 +66,10 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
         m_bResync = true;
         m_dCushionMs = std::min(kMaxCushionMs, m_dCushionMs + kCushionStepMs);
     }
-    TrackStructure(now, waited);
+    // How far below the held depth at arrival this refill finds the depth: the time since the
+    // last packet at a refill on time, a packet more where one is missing, and no more where
+    // the render thread is late (it finds the depth at arrival deeper by as much as it waited).
+    TrackStructure(now, m_bResync ? waited : std::max(0.0, (m_dFilteredFrames - depth) / m_dRate));
 
     Refill refill;
     if (m_bResync) {
@@ -78,15 +91,19 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
         m_bResync = false;
         m_dWindowStart = now;
         m_dWindowMinFrames = 1e300;
+        m_dWindowMinWaited = 1e300;
     } else {
         // A late render thread finds the depth at arrival too deep by its lateness, never too
         // shallow: the smallest of a window's refills is the one woken on time.
         m_dWindowMinFrames = std::min(m_dWindowMinFrames, depth + waitedFrames);
+        m_dWindowMinWaited = std::min(m_dWindowMinWaited, waited);
         if (now - m_dWindowStart >= kWindowSeconds) {
             const double alpha = std::min(1.0, (now - m_dWindowStart) / kFilterSeconds);
             m_dFilteredFrames += alpha * (m_dWindowMinFrames - m_dFilteredFrames);
+            TrackPhase(m_dWindowMinWaited);
             m_dWindowStart = now;
             m_dWindowMinFrames = 1e300;
+            m_dWindowMinWaited = 1e300;
         }
     }
     m_dLastRefill = now;
@@ -95,9 +112,9 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
     return refill;
 }
 
-double CMonitorDepthControl::OnPacket(double now, double packetSeconds) {
+double CMonitorDepthControl::OnPacket(double complete, double packetSeconds) {
     m_bQueued = true;
-    m_dLastQueued = now;
+    m_dLastQueued = complete;
     if (packetSeconds > 0.0) m_dPacketSeconds = packetSeconds;
     if (!m_bStarted) return m_dCorrectionPpm;
 

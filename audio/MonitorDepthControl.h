@@ -7,10 +7,12 @@
 // and those queued for it. That depth is a sawtooth: a capture packet adds a period at once, the
 // device takes it away bit by bit, and where the refill falls between two packets moves with
 // the clocks' drift and with every late wake-up of either thread. Acting on it as it stands
-// turns each such move into pitch. So the controller adds to it the time since the capture
-// thread last queued a packet (in frames played meanwhile): the depth as it was when that packet
-// came in, which stays put however the two threads' wake-ups fall. That "depth at arrival" is
-// low-passed (kFilterSeconds) and held at a target by a PI controller.
+// turns each such move into pitch. So the controller adds to it the time since the last packet
+// queued was complete at the microphone (its capture stamp, so a capture thread woken late
+// changes nothing), in frames played meanwhile: the depth as it was when that packet came in,
+// which stays put however the two threads' wake-ups fall. A render thread woken late still
+// finds it deeper by its lateness, never shallower, so each window of kWindowSeconds gives its
+// smallest value; those are low-passed (kFilterSeconds) and held at a target by a PI controller.
 //
 // What it aims at. The depth at a refill must cover the device period that follows, or the
 // device runs dry. It is lowest at refills that come longest after a packet, so the target is
@@ -26,8 +28,9 @@
 //   more latency and no dropouts, and an idle one keeps the lowest latency.
 //
 // How it corrects. The PI controller (kProportionalPpmPerMs, kIntegralPpmPerMsSecond: natural
-// frequency 0.32 rad/s, a period of about 20 s, damping 0.63; the filter's 0.5 s sit well
-// inside it) gives the correction in ppm of the frames passed on. In steady state the integral
+// frequency 0.95 rad/s, a period of about 6.6 s, damping 0.84, so a clock 1000 ppm off is held
+// within 100 ppm 5 s after start; the window and the filter's 0.1 s sit well inside it) gives
+// the correction in ppm of the frames passed on. In steady state the integral
 // holds the clocks' difference and the proportional part only what the filtered depth still
 // wanders. A new target (more structure, a bigger cushion) is reached by a feed-forward part
 // (kFeedForwardPpmPerMs of what is still to move), and the PI's reference follows the target by
@@ -52,11 +55,11 @@ class CMonitorDepthControl {
 public:
     static constexpr double kMaxCorrectionPpm = 2000.0;      // 0.2 %: 3.5 cents
     static constexpr double kMaxSlewPpmPerSecond = 900.0;    // under 100 ppm per 100 ms of output
-    static constexpr double kProportionalPpmPerMs = 1200.0;
-    static constexpr double kIntegralPpmPerMsSecond = 700.0;
+    static constexpr double kProportionalPpmPerMs = 1600;
+    static constexpr double kIntegralPpmPerMsSecond = 900;
     static constexpr double kFeedForwardPpmPerMs = 1000.0;
     static constexpr double kWindowSeconds = 0.1;
-    static constexpr double kFilterSeconds = 0.2;
+    static constexpr double kFilterSeconds = 0.1;
     static constexpr double kInitialCushionMs = 1.0;
     static constexpr double kCushionStepMs = 2.0;
     static constexpr double kMaxCushionMs = 20.0;
@@ -79,9 +82,10 @@ public:
     // Render thread, at each refill at time now (seconds, any origin, the same clock as
     // OnPacket's): devicePadding frames still in the device, queued frames waiting for it.
     Refill OnRefill(double now, size_t devicePadding, size_t queued);
-    // Capture thread: a packet of packetSeconds of audio is queued at time now. Returns the
+    // Capture thread: a packet of packetSeconds of audio, complete at the microphone at time
+    // complete (its capture stamp, or the time it is queued), is queued now. Returns the
     // correction to pass it on with, in ppm (positive: more frames than came in).
-    double OnPacket(double now, double packetSeconds);
+    double OnPacket(double complete, double packetSeconds);
 
     double CorrectionPpm() const { return m_dCorrectionPpm; }
     double CushionMs() const { return m_dCushionMs; }
@@ -94,7 +98,8 @@ public:
 
 private:
     double TargetFrames() const;
-    void TrackStructure(double now, double waited);
+    void TrackStructure(double now, double below);
+    void TrackPhase(double windowMinWaited);
     void AdaptCushion(double now, double marginFrames);
 
     const double m_dRate;
@@ -113,8 +118,10 @@ private:
     double m_dFilteredFrames = 0.0;
     double m_dWindowStart = 0.0;  // the current window of refills, and its smallest depth at arrival
     double m_dWindowMinFrames = 1e300;
-    double m_dWaitMin = 0.0;  // seconds between a packet and a refill, fewest and most seen
-    double m_dWaitMax = 0.0;
+    double m_dWindowMinWaited = 1e300;
+    double m_dWaitMax = 0.0;  // seconds a refill found the depth below the depth at arrival, most
+    double m_dPhaseMin = 1.0;  // the waits at each window's earliest refill, fewest and most
+    double m_dPhaseMax = 0.0;
     bool m_bPhaseMoved = false;
     double m_dCushionMs = kInitialCushionMs;
     double m_dQuietSince = 0.0;        // start of the current quiet window

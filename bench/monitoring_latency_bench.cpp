@@ -7,7 +7,7 @@
 //   microphone's, median of the impulses from 2 s to 6 s;
 // - underrun/<pair>: the render thread held up for 50 ms at 3 s; latency before it, and 5 s
 //   after it;
-// - drift/<pair>/<±300>ppm: one simulated hour with the speaker's clock that much fast or slow;
+// - drift/<pair>/<±300, ±1000>ppm: one simulated hour with the speaker's clock that much fast or slow;
 //   latency over the first seconds and the last seconds, frames the capture thread dropped
 //   (render queue full) and speaker underruns after the start-up.
 //
@@ -24,11 +24,16 @@
 //   10 ms window's SNR against a locally fitted sine, latency (median and worst, from a second
 //   run of the same case with impulses), speaker underruns after 5 s and the final cushion.
 //
-// Run: bench/monitoring_latency_bench --benchmark_filter=steady (or underrun, drift, quality).
+// - realtime/<pair>: the path on the real clock for 20 s: latency, underruns, final cushion.
+//
+// Run: bench/monitoring_latency_bench --benchmark_filter=steady (or underrun, drift, quality,
+// realtime).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <thread>
 #include <string>
 #include <vector>
 
@@ -91,8 +96,8 @@ zqvm::EndpointSpec MicSpec(const FormatPair& pair, bool tone) {
 class Rig {
 public:
     Rig(const FormatPair& pair, double speakerPhaseMs, double speakerPpm, bool tone = false,
-        const zqvm::WakeJitter& jitter = {})
-        : m_machine(SpeakerSpec(pair, speakerPhaseMs, speakerPpm), MicSpec(pair, tone)),
+        const zqvm::WakeJitter& jitter = {}, zqvm::ClockMode mode = zqvm::ClockMode::Stepped)
+        : m_machine(SpeakerSpec(pair, speakerPhaseMs, speakerPpm), MicSpec(pair, tone), mode),
           m_phaseMs(speakerPhaseMs),
           m_speaker(m_machine.speaker),
           m_speakerRate(pair.speakerRate * (1.0 + speakerPpm * 1e-6)),
@@ -328,6 +333,29 @@ void Quality(benchmark::State& state, QualityCase c) {
     }
 }
 
+// The same path on the real clock, as on a machine (quiet, or with other load: run it beside a
+// busy loop): latency of the impulses from 2 s to 20 s, speaker underruns after 2 s, and the
+// cushion the rate control settled at.
+void RealTime(benchmark::State& state) {
+    const FormatPair pair{"48k>44.1k_mono", 48000, 1, 44100};
+    for (auto _ : state) {
+        Rig rig(pair, 5.0, 0.0, false, {}, zqvm::ClockMode::RealTime);
+        if (!rig.Started()) {
+            state.SkipWithError("the streams did not run");
+            return;
+        }
+        const auto start = std::chrono::steady_clock::now();
+        std::this_thread::sleep_until(start + std::chrono::seconds(2));  // the run's length, not a sync
+        const uint64_t underruns = rig.Underruns();
+        std::this_thread::sleep_until(start + std::chrono::seconds(20));
+        const std::vector<double> latencies = rig.Latencies(2.0);
+        state.counters["latency_med_ms"] = Median(latencies);
+        state.counters["latency_max_ms"] = latencies.empty() ? NAN : *std::max_element(latencies.begin(), latencies.end());
+        state.counters["underruns_after2s"] = static_cast<double>(rig.Underruns() - underruns);
+        state.counters["cushion_ms"] = rig.Control().second;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -343,8 +371,9 @@ int main(int argc, char** argv) {
             ->Unit(benchmark::kMillisecond);
     }
     for (const FormatPair& pair : kPairs) {
-        for (double ppm : {300.0, -300.0}) {
-            const std::string name = std::string("drift/") + pair.name + (ppm > 0 ? "/+300ppm" : "/-300ppm");
+        for (double ppm : {300.0, -300.0, 1000.0, -1000.0}) {
+            const std::string name = std::string("drift/") + pair.name + "/" + (ppm > 0 ? "+" : "") +
+                                     std::to_string(static_cast<int>(ppm)) + "ppm";
             benchmark::RegisterBenchmark(name.c_str(), Drift, pair, ppm)->Iterations(1)->Unit(benchmark::kSecond);
         }
     }
@@ -352,6 +381,10 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark((std::string("quality/") + c.name).c_str(), Quality, c)
             ->Iterations(1)
             ->Unit(benchmark::kSecond);
+    benchmark::RegisterBenchmark("realtime/48k>44.1k_mono", RealTime)
+        ->Iterations(1)
+        ->Unit(benchmark::kSecond)
+        ->UseRealTime();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();

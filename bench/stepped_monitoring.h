@@ -10,11 +10,13 @@
 #include "zqplatform/vm/clock.h"
 
 struct SteppedMonitoring {
-    // speaker is made the default of every role; mic is opened as the capture device.
-    SteppedMonitoring(zqvm::EndpointSpec speakerSpec, zqvm::EndpointSpec micSpec) {
+    // speaker is made the default of every role; mic is opened as the capture device. With
+    // ClockMode::RealTime the devices run on the real clock instead, as on a machine.
+    SteppedMonitoring(zqvm::EndpointSpec speakerSpec, zqvm::EndpointSpec micSpec,
+                      zqvm::ClockMode mode = zqvm::ClockMode::Stepped) {
         CoInitializeEx(nullptr, COINIT_MULTITHREADED);
         zqvm::Reset();
-        zqvm::SetClockMode(zqvm::ClockMode::Stepped);
+        zqvm::SetClockMode(mode);
         speakerSpec.flow = eRender;
         speakerSpec.defaultFor = {eConsole, eMultimedia, eCommunications};
         speaker = zqvm::AddEndpoint(speakerSpec);
