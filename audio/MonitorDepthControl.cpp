@@ -40,7 +40,7 @@ void CMonitorDepthControl::TrackPhase(double windowMinWaited) {
 
 void CMonitorDepthControl::AdaptCushion(double now, double marginFrames) {
     m_dQuietMinMargin = std::min(m_dQuietMinMargin, marginFrames);
-    if (now - m_dQuietSince < kQuietSeconds) return;
+    if (now - m_dQuietSince < kQuietSeconds - kTimeTolerance) return;
     const double cushionFrames = m_dCushionMs / 1000.0 * m_dRate;
     if (!m_bDryInWindow && m_dQuietMinMargin >= cushionFrames / 2) {
         const double shrink = std::exp(-(now - m_dQuietSince) / kCushionShrinkSeconds);
@@ -97,7 +97,7 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
         // shallow: the smallest of a window's refills is the one woken on time.
         m_dWindowMinFrames = std::min(m_dWindowMinFrames, depth + waitedFrames);
         m_dWindowMinWaited = std::min(m_dWindowMinWaited, waited);
-        if (now - m_dWindowStart >= kWindowSeconds) {
+        if (now - m_dWindowStart >= kWindowSeconds - kTimeTolerance) {
             const double alpha = std::min(1.0, (now - m_dWindowStart) / kFilterSeconds);
             m_dFilteredFrames += alpha * (m_dWindowMinFrames - m_dFilteredFrames);
             TrackPhase(m_dWindowMinWaited);

@@ -70,6 +70,9 @@ public:
     // Frames a device may take beyond what it was given before it counts as run dry: the
     // rounding of the times at which the two threads read the clock.
     static constexpr double kDryToleranceFrames = 2.0;
+    // Times are seconds of a counter that may have run for days: a window of whole periods must
+    // close at the same refill however the subtraction rounds.
+    static constexpr double kTimeTolerance = 1e-4;
 
     // renderRate: the render device's frames per second; periodFrames: its device period.
     CMonitorDepthControl(uint32_t renderRate, uint32_t periodFrames);
