@@ -18,12 +18,17 @@ double CMonitorDepthControl::TargetMs() const { return TargetFrames() * 1000.0 /
 void CMonitorDepthControl::TrackStructure(double now, double below) {
     if (!m_bStarted) {
         m_dWaitMax = below;
+        m_dWaitMaxSeen = now;
         return;
     }
-    // A long wait (a missing packet) is remembered, and forgotten slowly; once the phase has
-    // moved, TargetFrames keeps a whole packet whatever it decays to.
-    const double decayed = m_dWaitMax - kStructureDecayMsPerSecond / 1000.0 * (now - m_dLastRefill);
-    m_dWaitMax = std::max(below, decayed);
+    // A long wait (a missing packet) is remembered, and forgotten slowly once it has not come
+    // back for kStructureHoldSeconds (a decay that every recurrence undid would keep the target,
+    // and with it the pitch, moving); once the phase has moved, TargetFrames keeps a whole
+    // packet whatever it decays to.
+    if (below >= m_dWaitMax - kStructureRecurMs / 1000.0) m_dWaitMaxSeen = now;
+    if (now - m_dWaitMaxSeen > kStructureHoldSeconds)
+        m_dWaitMax -= kStructureDecayMsPerSecond / 1000.0 * (now - m_dLastRefill);
+    m_dWaitMax = std::max(below, m_dWaitMax);
 }
 
 void CMonitorDepthControl::TrackPhase(double windowMinWaited) {
@@ -86,6 +91,7 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
         m_nDroppedFrames += refill.dropFrames;
         m_dFilteredFrames = depth + waitedFrames;
         m_dReferenceMs = TargetMs();  // there already: nothing left to move by pitch
+        m_dResyncedAt = now;
         if (!m_bStarted) m_dQuietSince = now;
         m_bStarted = true;
         m_bResync = false;
@@ -120,8 +126,11 @@ double CMonitorDepthControl::OnPacket(double complete, double packetSeconds) {
 
     // The reference the PI holds the depth at follows the target through the feed-forward part
     // alone, by what that part has moved the depth, so a new target winds up no integral.
+    // Right after a resynchronisation the target is reached at full speed; later, in steady
+    // state, gently, so that a changed target is not heard.
     const double pendingMs = TargetMs() - m_dReferenceMs;
-    const double feedForward = std::clamp(pendingMs * kFeedForwardPpmPerMs, -kMaxCorrectionPpm, kMaxCorrectionPpm);
+    const double reach = complete - m_dResyncedAt < kSettleSeconds ? kMaxCorrectionPpm : kSteadyFeedForwardPpm;
+    const double feedForward = std::clamp(pendingMs * kFeedForwardPpmPerMs, -reach, reach);
     const double errorMs = FilteredDepthMs() - m_dReferenceMs;
     const double step = kMaxSlewPpmPerSecond * packetSeconds;
     const auto limit = [&](double ppm) {

@@ -16,11 +16,14 @@
 //
 // What it aims at. The depth at a refill must cover the device period that follows, or the
 // device runs dry. It is lowest at refills that come longest after a packet, so the target is
-// one device period, plus the longest such wait (the packet structure), plus a cushion:
-// - the packet structure: the longest wait seen. While the two threads keep the same phase it
-//   is that wait; once the phase is seen to move (drift, or a late thread), a refill can come up
-//   to a whole packet after the last one, so it is at least a packet. A wait longer than that (a
-//   capture thread woken late) raises it at once; it comes back by kStructureDecayMsPerSecond.
+// one device period, plus the packet structure, plus a cushion:
+// - the packet structure: the most a refill has found the depth below the held depth at
+//   arrival. While the two devices' periods keep their phase that is the time from a packet to
+//   the next refill; where a packet is still missing at a refill (its capture thread woken
+//   late) it is a packet more, and it is raised at once; it comes back by
+//   kStructureDecayMsPerSecond once it has not recurred for kStructureHoldSeconds. Once the phase is seen to move (by more than kPhaseMovedMs at
+//   each window's earliest refill: the clocks drift apart), a refill can come up to a whole
+//   packet after the last one, so it is at least a packet.
 // - the cushion: kInitialCushionMs for what nothing foresees; kCushionStepMs more each time the
 //   device is found run dry, up to kMaxCushionMs; back towards the initial one with a time
 //   constant of kCushionShrinkSeconds, over each kQuietSeconds in which the device never ran
@@ -29,12 +32,14 @@
 //
 // How it corrects. The PI controller (kProportionalPpmPerMs, kIntegralPpmPerMsSecond: natural
 // frequency 0.95 rad/s, a period of about 6.6 s, damping 0.84, so a clock 1000 ppm off is held
-// within 100 ppm 5 s after start; the window and the filter's 0.1 s sit well inside it) gives
+// within 100 ppm 5 s after start; the window and the filter's 0.2 s sit well inside it) gives
 // the correction in ppm of the frames passed on. In steady state the integral
 // holds the clocks' difference and the proportional part only what the filtered depth still
 // wanders. A new target (more structure, a bigger cushion) is reached by a feed-forward part
-// (kFeedForwardPpmPerMs of what is still to move), and the PI's reference follows the target by
-// what that part has moved, so a target step winds up no integral. The sum is bounded at
+// (kFeedForwardPpmPerMs of what is still to move; at most kSteadyFeedForwardPpm from
+// kSettleSeconds after the last resynchronisation, so that steady state hears nothing of it),
+// and the PI's reference follows the target by what that part has moved, so a target step
+// winds up no integral. The sum is bounded at
 // kMaxCorrectionPpm and moves by at most kMaxSlewPpmPerSecond of output.
 //
 // Start-up and dropouts. At the first refill, whatever the capture delivered beyond the target
@@ -55,11 +60,13 @@ class CMonitorDepthControl {
 public:
     static constexpr double kMaxCorrectionPpm = 2000.0;      // 0.2 %: 3.5 cents
     static constexpr double kMaxSlewPpmPerSecond = 900.0;    // under 100 ppm per 100 ms of output
-    static constexpr double kProportionalPpmPerMs = 1600;
-    static constexpr double kIntegralPpmPerMsSecond = 900;
+    static constexpr double kProportionalPpmPerMs = 1600.0;
+    static constexpr double kIntegralPpmPerMsSecond = 900.0;
     static constexpr double kFeedForwardPpmPerMs = 1000.0;
+    static constexpr double kSteadyFeedForwardPpm = 30.0;  // from kSettleSeconds after a resync
+    static constexpr double kSettleSeconds = 5.0;
     static constexpr double kWindowSeconds = 0.1;
-    static constexpr double kFilterSeconds = 0.1;
+    static constexpr double kFilterSeconds = 0.2;
     static constexpr double kInitialCushionMs = 1.0;
     static constexpr double kCushionStepMs = 2.0;
     static constexpr double kMaxCushionMs = 20.0;
@@ -67,6 +74,8 @@ public:
     static constexpr double kQuietSeconds = 10.0;
     static constexpr double kPhaseMovedMs = 0.25;
     static constexpr double kStructureDecayMsPerSecond = 0.1;
+    static constexpr double kStructureHoldSeconds = 60.0;
+    static constexpr double kStructureRecurMs = 0.5;  // a wait this close to the longest renews it
     // Frames a device may take beyond what it was given before it counts as run dry: the
     // rounding of the times at which the two threads read the clock.
     static constexpr double kDryToleranceFrames = 2.0;
@@ -123,6 +132,7 @@ private:
     double m_dWindowMinFrames = 1e300;
     double m_dWindowMinWaited = 1e300;
     double m_dWaitMax = 0.0;  // seconds a refill found the depth below the depth at arrival, most
+    double m_dWaitMaxSeen = 0.0;  // when a wait that long last came
     double m_dPhaseMin = 1.0;  // the waits at each window's earliest refill, fewest and most
     double m_dPhaseMax = 0.0;
     bool m_bPhaseMoved = false;
@@ -136,5 +146,6 @@ private:
     // The controller.
     double m_dIntegralPpm = 0.0;
     double m_dReferenceMs = 0.0;  // where the PI holds the depth: the target, or on its way there
+    double m_dResyncedAt = 0.0;   // the last start-up or resynchronisation
     double m_dCorrectionPpm = 0.0;
 };
