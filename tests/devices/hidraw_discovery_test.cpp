@@ -306,7 +306,7 @@ TEST_P(HidrawUart, ANonAsciiMicrophoneIsListedNamedAndPairedInEitherLocale) {
     for (const char* name : zqtest::kHostLocales) {
         SCOPED_TRACE(name);
         const zqtest::ScopedLocale locale(name);
-        if (!locale.Set()) continue;  // the "C" locale is always there; a system may lack the other
+        if (!locale.Set()) GTEST_SKIP() << "this system has no locale " << name;  // "C" is always there
         recorder->Clear();
         core->Init(window->Handle());
         CWMAudioDevice* record = Listed(L"KV1-ÜMLAUT-1");
