@@ -6,8 +6,22 @@
 #include "core/NotificationClient.h"
 #include "zqCoreAudio.h"
 
+// Calls out of order are answered, not half-done: a member that needs the components does
+// nothing without them (before Init, after Shutdown) and says so in the log, and a second Init
+// leaves the running components alone. Run half, such a call would list microphones that no
+// Shutdown clears any more, or replace engines whose streams still run.
+bool CZQCoreAudio::HasComponents(const wchar_t* pszMember) {
+    if (m_pCapture != nullptr && m_pRender != nullptr && m_pAnalyzer != nullptr) return true;
+    LogWarning(L"CoreAudio: %s: not initialised (before Init or after Shutdown), nothing done", pszMember);
+    return false;
+}
+
 void CZQCoreAudio::Init(HWND hWnd) {
     LogInfo(L"CoreAudio: Init ...");
+    if (m_pCapture != nullptr || m_pRender != nullptr || m_pAnalyzer != nullptr || m_pNotifyClient != nullptr) {
+        LogWarning(L"CoreAudio: Init: initialised already (Shutdown first), nothing done");
+        return;
+    }
     m_hWnd = hWnd;
     m_pCapture = std::make_unique<CAudioCapture>();
     m_pRender = std::make_unique<CAudioRender>();
@@ -54,11 +68,10 @@ void CZQCoreAudio::Shutdown() {
 
 void CZQCoreAudio::Start() {
     LogInfo(L"CoreAudio: Start");
+    if (!HasComponents(L"Start")) return;
     if (IsStarted()) Stop();
-    if (m_pCapture != nullptr && m_pRender != nullptr) {
-        m_pRender->StartRender();
-        m_pCapture->StartCapture();
-    }
+    m_pRender->StartRender();
+    m_pCapture->StartCapture();
 }
 
 void CZQCoreAudio::Stop() {
@@ -75,45 +88,44 @@ bool CZQCoreAudio::IsStarted() {
 
 void CZQCoreAudio::Refresh() {
     LogInfo(L"CoreAudio: Refresh");
+    if (!HasComponents(L"Refresh")) return;
     if (IsStarted()) Stop();
     RebuildCapture();
 }
 
 void CZQCoreAudio::DestroyRender() {
     LogInfo(L"CoreAudio: DestroyRender ...");
-    if (m_pRender != nullptr) m_pRender->ReleaseAudioDevices();
+    if (HasComponents(L"DestroyRender")) m_pRender->ReleaseAudioDevices();
 }
 
 void CZQCoreAudio::RebuildRender() {
     LogInfo(L"CoreAudio: RebuildRender");
+    if (!HasComponents(L"RebuildRender")) return;
     DestroyRender();
-    if (m_pRender != nullptr) {
-        m_pRender->EnumerateAudioDevices();
-        IMMDevice* first = nullptr;
-        {
-            Concurrency::critical_section::scoped_lock lock(m_pRender->m_csDevices);
-            if (!m_pRender->m_Devices.empty()) first = m_pRender->m_Devices.front()->GetDevice();
-        }
-        // The record stays in the list while the device opens: nothing else rebuilds it meanwhile.
-        if (first != nullptr) m_pRender->SetAudioDevice(first);
+    m_pRender->EnumerateAudioDevices();
+    IMMDevice* first = nullptr;
+    {
+        Concurrency::critical_section::scoped_lock lock(m_pRender->m_csDevices);
+        if (!m_pRender->m_Devices.empty()) first = m_pRender->m_Devices.front()->GetDevice();
     }
+    // The record stays in the list while the device opens: nothing else rebuilds it meanwhile.
+    if (first != nullptr) m_pRender->SetAudioDevice(first);
     LogInfo(L"CoreAudio: RenderEngine Set Default Audio Device");
 }
 
 void CZQCoreAudio::DestroyCapture() {
     LogInfo(L"CoreAudio: DestroyCapture");
-    if (m_pCapture != nullptr) m_pCapture->ReleaseAudioDevices();
+    if (HasComponents(L"DestroyCapture")) m_pCapture->ReleaseAudioDevices();
 }
 
 void CZQCoreAudio::RebuildCapture() {
     LogInfo(L"CoreAudio: RebuildCapture");
+    if (!HasComponents(L"RebuildCapture")) return;
     DestroyCapture();
     ClearDeviceZQ();
     FillDevicesZQ();  // before the capture engine copies the list
-    if (m_pCapture != nullptr) {
-        m_pCapture->EnumerateAudioDevices();
-        m_pCapture->SetFirstAudioDevice();
-    }
+    m_pCapture->EnumerateAudioDevices();
+    m_pCapture->SetFirstAudioDevice();
 }
 
 void CZQCoreAudio::SetBypass(bool bBypass) {

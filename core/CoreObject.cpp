@@ -17,7 +17,9 @@ CZQCoreAudio::CZQCoreAudio()
       m_nWaveScale(480),
       m_nWhichFunction(2),
       m_dwSpectrumView(1),
-      m_pLog(nullptr) {
+      m_pLog(nullptr),
+      m_nLogEpoch(0),
+      m_nLogCalls{} {
     // The lists and m_SA are built by now; everything else reaches the core through g_pCore.
     g_pCore = this;
     LogInfo(L"CoreAudio: constructor");  // no log is attached yet: dropped

@@ -38,7 +38,11 @@
 // wParam 0: the microphone list was refreshed (sent), or the capture stream keeps failing
 // (posted); 1: a microphone was removed (posted).
 #define WM_AUDIO_DEVICE_CHANGED (WM_USER + 204)
-#define WM_SESSION_VOLUME_CHANGED (WM_USER + 210)  // posted; wParam: float bits of the volume, lParam: mute
+// Posted; wParam: float bits of the volume, lParam: mute. The render session's volume or mute
+// changed other than through SetRenderVol: by another program, or by the library itself, which
+// sets each render stream it opens (Init, RebuildRender, SetRenderDevice) to 0.5. A host that
+// keeps its own volume sets it again after those, and shows GetRenderVol() on this message.
+#define WM_SESSION_VOLUME_CHANGED (WM_USER + 210)
 
 class CAudioCapture;
 class CAudioRender;
@@ -129,6 +133,12 @@ public:
     CZQCoreAudio& operator=(const CZQCoreAudio&) = delete;
 
     // ---- lifecycle (host's thread) ----
+    // Init and Shutdown are called once each, in that order (Init again only after Shutdown).
+    // A second Init without Shutdown does nothing but log a warning. Start, Refresh, the Rebuild
+    // and Destroy members and FillDevicesZQ need what Init builds: before Init and after
+    // Shutdown they do nothing but log a warning (FillDevicesZQ returns false), list no
+    // microphone and leave nothing to free; Stop then only logs "CoreAudio: Stop", and
+    // SetCaptureDevice / SetRenderDevice return false.
     void Init(HWND hWnd);
     void Shutdown();
     bool IsInit();
@@ -170,7 +180,13 @@ public:
     void LogInfo(const wchar_t* format, ...);
     void LogWarning(const wchar_t* format, ...);
     void LogError(const wchar_t* format, ...);
-    // The log must outlive every call, or be detached with null first; never deleted here.
+    // Attaches the host's log (null detaches it); the core never deletes a log. Detaching is
+    // safe at any time: once SetLog returns, no call through the log attached before is under
+    // way and none can start, so the host may delete that log at once, even while its own
+    // threads or the library's go on logging (their lines go to the new log, or nowhere). To do
+    // so SetLog waits for the log calls already handing a line to the old log (each as short as
+    // one CZqLog::Log); it must therefore not be called from inside a CZqLog::Log. Otherwise
+    // the log must outlive the core object, whose destructor logs a last line.
     void SetLog(CZqLog* pLog);
     CStringW GetDbgTextFIFO();
 
@@ -184,6 +200,8 @@ public:
 
     // ---- the maker's microphones ----
     void ClearDeviceZQ();
+    // Lists the microphones present and not yet listed; true, or false when it did nothing
+    // because the core is not initialised.
     bool FillDevicesZQ();
     // The active capture endpoint of that container, with a reference the caller owns.
     IMMDevice* FindHidDevice(_GUID guidContainer, CStringW& strName);
@@ -205,7 +223,7 @@ public:
     int GetPluginCount();
     _ZQ_PLUGIN_INFO GetPlugin(int nIndex);
 
-    // ---- meters, volumes, mute, waveform peaks (any thread) ----
+    // ---- meters, volumes, mute, waveform peaks (any thread, at any time of the object's life) ----
     float GetPeakCapture();
     float GetPeakCaptureDBFS();
     float GetPeakRender();
@@ -216,11 +234,16 @@ public:
     float GetRenderVol();
     void MuteRender(bool bMute);
     bool IsRenderMute();
-    // Throws std::out_of_range for a place outside the history.
+    // Before Init and after Shutdown the meters and volumes read 0 and mute false. The
+    // waveform-peak place (0 to 4799, nIndex moved by nShift) outside the history throws
+    // std::out_of_range in every phase of the object's life, before Init and after Shutdown
+    // too; inside it, a place reads 0 while there is no analyzer.
     float GetDataPeakIn(int nIndex, int nShift);
     float GetDataPeakOut(int nIndex, int nShift);
 
-    // ---- spectrum (any thread); throw std::out_of_range outside 0..4095 ----
+    // ---- spectrum (any thread, at any time of the object's life) ----
+    // A bin outside 0..4095 throws std::out_of_range in every phase of the object's life; a bin
+    // inside reads 0 before Init and after Shutdown.
     float GetSpectrumAmpIn(int nIndex);
     float GetSpectrumAmpOut(int nIndex);
     float GetSpectrumAmpPeakIn(int nIndex);
@@ -234,6 +257,10 @@ private:
     void LoadPlugins();
     bool IsDeviceInConfig(const CStringW& strProduct);
     void LogV(zqLogEventType eType, const wchar_t* format, va_list args);
+    // Whether Init built the components and Shutdown has not destroyed them; when not, logs
+    // that pszMember does nothing. Host's thread (and the notification thread, which runs only
+    // while they exist).
+    bool HasComponents(const wchar_t* pszMember);
     // Appends copies of the microphone records to list, under the list's lock; returns how
     // many records the microphone list holds.
     size_t CopyMicrophones(std::vector<CWMAudioDevice*>& list);
@@ -264,7 +291,13 @@ private:
     std::atomic<int32_t> m_nWhichFunction;
     std::atomic<uint32_t> m_dwSpectrumView;
     CSecurityAttributesRW m_SA;
-    CZqLog* m_pLog;
+    // The host's log, reached by log calls admitted as the getters are (CoreLogging.cpp): each
+    // counts itself in for the current epoch; SetLog swaps the pointer, opens a new epoch and
+    // waits until the calls of the old one have left.
+    std::atomic<CZqLog*> m_pLog;
+    std::atomic<uint32_t> m_nLogEpoch;
+    std::atomic<int> m_nLogCalls[2];
+    Concurrency::critical_section m_csSetLog;  // one SetLog at a time
     // Serialises the microphone list, the publication of the product table and the removed
     // serial numbers between the notification thread and the host's thread.
     Concurrency::critical_section m_csHidDevices;

@@ -75,6 +75,8 @@ bool IsFoundBefore(const std::vector<BridgeFound>& bridges, DWORD dwIndex) {
 bool CZQCoreAudio::FillDevicesZQ() {
     Concurrency::critical_section::scoped_lock discovery(m_csDiscovery);
     LogInfo(L"CoreAudio: call FillDevicesZQ");
+    // Without the components no Shutdown would clear what it lists: false, nothing listed.
+    if (!HasComponents(L"FillDevicesZQ")) return false;
     DWORD dwCount = 0;
     const HID_UART_STATUS counted = HidUart_GetNumDevices(&dwCount, 0, 0);
     if (counted != HID_UART_SUCCESS) {

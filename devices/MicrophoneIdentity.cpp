@@ -2,6 +2,7 @@
 
 #include "core/FailureReport.h"
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -13,14 +14,24 @@ constexpr DWORD kValueChars = MAX_PATH;
 
 }  // namespace
 
+// The bridge library hands its USB strings over as narrow text, here as on Windows. They are read
+// as UTF-8, by one explicit conversion, never by the C runtime's locale: a host need not set a
+// locale, and in the default one every byte past 0x7F would become a character of its own, so
+// a serial number holding an "Ü" would come back garbled and would no longer name its
+// device's registry key, and a product so spelt would match no entry of the product table.
+// UTF-8 is also the one narrow encoding that holds every character a USB string descriptor (UTF-16
+// on the wire) can carry; ASCII strings, all most bridges carry, read alike under any rule.
+// MultiByteToWideChar with CP_UTF8 is the same call with the same result on Windows.
 CStringW BridgeTextToWide(const char* pBuffer, size_t nSize) {
     if (pBuffer == nullptr || nSize == 0) return CStringW();
-    // A copy with room for a NUL of our own: the bridge may have filled every byte.
-    std::vector<char> text(pBuffer, pBuffer + nSize);
-    text.push_back('\0');
-    CStringW strText;
-    strText.Format(L"%S", text.data());
-    return strText;
+    // Up to the first NUL, or every byte when the bridge filled the buffer without one.
+    const size_t nBytes = static_cast<size_t>(std::find(pBuffer, pBuffer + nSize, '\0') - pBuffer);
+    if (nBytes == 0) return CStringW();
+    const int nChars = MultiByteToWideChar(CP_UTF8, 0, pBuffer, static_cast<int>(nBytes), nullptr, 0);
+    if (nChars <= 0) return CStringW();
+    std::vector<wchar_t> text(static_cast<size_t>(nChars));
+    MultiByteToWideChar(CP_UTF8, 0, pBuffer, static_cast<int>(nBytes), text.data(), nChars);
+    return CStringW(text.data(), nChars);
 }
 
 HID_UART_STATUS ReadBridgeString(DWORD dwDevice, DWORD dwOption, CStringW& strText) {

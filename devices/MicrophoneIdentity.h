@@ -7,7 +7,8 @@
 #include "zqCoreAudio.h"
 
 // A bridge string buffer as wide text: the bytes up to the first NUL, or all nSize of them
-// when the bridge wrote none, converted by the C runtime's multibyte rules (as "%S" does).
+// when the bridge wrote none, read as UTF-8 (a byte that is not UTF-8 becomes U+FFFD), whatever
+// the C runtime's locale.
 CStringW BridgeTextToWide(const char* pBuffer, size_t nSize);
 
 // Reads string `dwOption` of bridge `dwDevice` (vendor and product 0: any HID device) into

@@ -3,7 +3,7 @@
 // report such strings with any status, a registry "ContainerID" value of any type, length and
 // content under a serial number taken from a bridge, and container identifier texts of any
 // characters; each is checked against what the helpers promise, in the "C" locale and in a
-// UTF-8 one.
+// UTF-8 one alike.
 #include <algorithm>
 #include <clocale>
 #include <cstddef>
@@ -35,31 +35,32 @@ constexpr size_t kValueBytes = MAX_PATH * sizeof(wchar_t);  // the reader's buff
 
 // ---- bridge string buffers ----
 
-// The text BridgeTextToWide must give for these bytes: up to the first NUL or the end. In the
-// "C" locale each byte is one character of the same code; in a multibyte locale a sequence
-// may make one character, so only the bound and the ASCII characters are certain.
-void CheckBridgeText(const char* bytes, size_t size, const CStringW& text, bool cLocale) {
+// The text BridgeTextToWide must give for these bytes: up to the first NUL or the end, read as
+// UTF-8 whatever the locale. ASCII bytes are their own characters; a text without U+FFFD (no
+// byte failed to decode) spells exactly those bytes in UTF-8.
+void CheckBridgeText(const char* bytes, size_t size, const CStringW& text) {
     const size_t textBytes = bytes == nullptr ? 0 : strnlen(bytes, size);
     FUZZ_CHECK(text.GetLength() >= 0 && static_cast<size_t>(text.GetLength()) <= textBytes);
     FUZZ_CHECK(std::wcslen(text.GetString()) == static_cast<size_t>(text.GetLength()));  // no NUL inside
     bool ascii = true;
     for (size_t i = 0; i < textBytes; ++i) ascii = ascii && static_cast<unsigned char>(bytes[i]) < 0x80;
-    if (cLocale || ascii) {
+    if (ascii) {
         FUZZ_CHECK(static_cast<size_t>(text.GetLength()) == textBytes);
         for (size_t i = 0; i < textBytes; ++i) {
             FUZZ_CHECK(text[static_cast<int>(i)] == static_cast<wchar_t>(static_cast<unsigned char>(bytes[i])));
         }
     }
+    if (text.Find(L'\uFFFD') < 0) FUZZ_CHECK(text.ToUtf8() == std::string(bytes == nullptr ? "" : bytes, textBytes));
     if (textBytes > 0) FUZZ_CHECK(!text.IsEmpty());
 }
 
 // A buffer of exactly `size` bytes on the heap, so that reading one byte past it is caught.
-void FuzzBridgeBuffer(FuzzedDataProvider& fdp, bool cLocale) {
+void FuzzBridgeBuffer(FuzzedDataProvider& fdp) {
     const size_t size = fdp.ConsumeBool() ? HID_UART_DEVICE_STRLEN : fdp.ConsumeIntegralInRange<size_t>(0, 300);
     const std::vector<char> bytes = fdp.ConsumeBytes<char>(size);
     std::unique_ptr<char[]> buffer(new char[bytes.size() == 0 ? 1 : bytes.size()]);
     if (!bytes.empty()) std::memcpy(buffer.get(), bytes.data(), bytes.size());
-    CheckBridgeText(buffer.get(), bytes.size(), BridgeTextToWide(buffer.get(), bytes.size()), cLocale);
+    CheckBridgeText(buffer.get(), bytes.size(), BridgeTextToWide(buffer.get(), bytes.size()));
     FUZZ_CHECK(BridgeTextToWide(nullptr, bytes.size()).IsEmpty());
 }
 
@@ -265,9 +266,9 @@ void CheckGuidText(const std::wstring& text) {
     }
 }
 
-// The C library's multibyte rules decide what a bridge's bytes read as: try the default "C"
-// locale and a UTF-8 one (when the system has it).
-bool UseLocale(bool utf8) {
+// Nothing discovery reads may depend on the C library's locale: try the default "C" locale and
+// a UTF-8 one (when the system has it).
+void UseLocale(bool utf8) {
     static const bool haveUtf8 = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
     static bool current = haveUtf8;
     const bool want = utf8 && haveUtf8;
@@ -275,7 +276,6 @@ bool UseLocale(bool utf8) {
         std::setlocale(LC_CTYPE, want ? "C.UTF-8" : "C");
         current = want;
     }
-    return !want;
 }
 
 }  // namespace
@@ -289,9 +289,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
 
     FuzzedDataProvider fdp(data, size);
-    const bool cLocale = UseLocale(fdp.ConsumeBool());
+    UseLocale(fdp.ConsumeBool());
 
-    FuzzBridgeBuffer(fdp, cLocale);
+    FuzzBridgeBuffer(fdp);
     const CStringW serial = FuzzBridge(fdp, bridge);
     const CStringW containerText = FuzzContainerIdValue(fdp, serial);
     CheckGuidText(std::wstring(containerText.GetString(), static_cast<size_t>(containerText.GetLength())));

@@ -16,6 +16,7 @@
 #else
 #  include "zqplatform/win/wintypes.h"
 #  include "zqplatform/win/wstring.h"
+#  include "zqplatform/win/stringapiset.h"
 #  include "zqplatform/win/systime.h"
 #  include "zqplatform/win/debugapi.h"
 #  include "zqplatform/win/interlocked.h"

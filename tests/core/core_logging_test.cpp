@@ -2,7 +2,10 @@
 // dropped without being formatted.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <ctime>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -141,6 +144,45 @@ TEST_F(CoreLogging, ConcurrentLoggingFromSeveralThreadsLosesNoEvent) {
         EXPECT_EQ(e.type, i % 3 == 0 ? zqLogEventError : zqLogEventInfo);
     }
     for (int count : seen) ASSERT_EQ(count, 1);
+}
+
+// The host detaches its log while its other threads go on logging through the core, and deletes
+// the log as soon as SetLog returns: no call may still be inside the old log (AddressSanitizer
+// sees one as a use after free). The logging threads run through several detachments, and the
+// lines logged after one reach the log attached next.
+TEST(CoreLogDetachment, OnceSetLogReturnsNoCallReachesTheOldLogWhileOtherThreadsLog) {
+    CZQCoreAudio core;
+    std::atomic<bool> stop{false};
+    std::atomic<long> logged{0};
+    std::vector<std::thread> hosts;
+    for (int t = 0; t < 2; ++t) {
+        hosts.emplace_back([&core, &stop, &logged, t] {
+            for (int i = 0; !stop.load(); ++i) {
+                core.LogInfo(L"CoreAudio: host thread %d line %d", t, i);
+                logged.fetch_add(1);
+            }
+        });
+    }
+    // Waits, bounded, until the threads have logged `more` lines from now on.
+    const auto waitForLines = [&logged](long more) {
+        const long until = logged.load() + more;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (logged.load() < until && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+        return logged.load() >= until;
+    };
+    for (int round = 0; round < 50; ++round) {
+        auto log = std::make_unique<LogRecorder>();
+        core.SetLog(&log->Log());
+        ASSERT_TRUE(waitForLines(200)) << "the host threads stopped logging";
+        core.SetLog(nullptr);
+        const size_t kept = log->Events().size();
+        ASSERT_TRUE(waitForLines(200));
+        EXPECT_EQ(log->Events().size(), kept) << "a line reached the detached log";
+        EXPECT_GT(kept, 0u);
+        log.reset();  // deleted at once, while the threads go on logging
+    }
+    stop.store(true);
+    for (std::thread& host : hosts) host.join();
 }
 
 TEST_F(CoreLogging, DebugTextFifoIsAlwaysEmpty) {

@@ -106,7 +106,7 @@ TEST_F(Bridges, ATimedOutStringQueryMayOrMayNotWriteTheBuffer) {
     EXPECT_TRUE(text.IsEmpty());
 }
 
-TEST(BridgeText, StopsAtTheFirstNulOrTheEndOfTheBuffer) {
+TEST(BridgeText, StopsAtTheFirstNulOrTheEndOfTheBufferAndReadsUtf8) {
     const char withNul[8] = {'K', 'V', '\0', 'x', 'y', 'z', 'w', 'v'};
     EXPECT_EQ(BridgeTextToWide(withNul, sizeof(withNul)), L"KV");
     const char noNul[4] = {'A', 'B', 'C', 'D'};
@@ -114,9 +114,12 @@ TEST(BridgeText, StopsAtTheFirstNulOrTheEndOfTheBuffer) {
     EXPECT_EQ(BridgeTextToWide(noNul, 2), L"AB");
     EXPECT_TRUE(BridgeTextToWide(noNul, 0).IsEmpty());
     EXPECT_TRUE(BridgeTextToWide(nullptr, 10).IsEmpty());
-    // Bytes that are no characters of the C locale still give one character each.
+    // UTF-8 whatever the C library's locale (the host sets none); a byte that is not UTF-8
+    // becomes U+FFFD.
+    const char umlaut[] = "S\xC3\xBC" "d \xF0\x9F\x8E\xA4";
+    EXPECT_EQ(BridgeTextToWide(umlaut, sizeof(umlaut)), L"S\u00FCd \U0001F3A4");
     const char high[3] = {'\xC4', '\xFF', '\0'};
-    EXPECT_EQ(BridgeTextToWide(high, sizeof(high)).GetLength(), 2);
+    EXPECT_EQ(BridgeTextToWide(high, sizeof(high)), L"\uFFFD\uFFFD");
 }
 
 TEST_F(Bridges, RemovingABridgeMovesTheLaterOnesDownAndBreaksItsOpenHandle) {

@@ -17,6 +17,7 @@
 #include "fuse_hidraw_folder.h"
 #include "microphone_machine.h"
 #include "scoped_environment.h"
+#include "scoped_locale.h"
 #include "zqplatform/vm/hidraw_device.h"
 #include "zqplatform/vm/registry.h"
 
@@ -179,11 +180,12 @@ protected:
     fs::path DevFolder() const { return fuse ? fuse->Path() : dev.Path(); }
     // A microphone at USB port `port` behind node hidraw<node>, and a capture endpoint of its USB
     // device's container.
-    std::shared_ptr<zqtest::BridgeChip> AddMicrophone(int node, int port, const char* serial) {
-        const fs::path usb = AddNode(node, port, "10c4", "eab0", serial);
+    std::shared_ptr<zqtest::BridgeChip> AddMicrophone(int node, int port, const char* serial,
+                                                      const char* productString = "KV-1 USB Microphone") {
+        const fs::path usb = AddNode(node, port, "10c4", "eab0", serial, productString);
         zqvm::EndpointSpec card;
         card.flow = eCapture;
-        card.name = std::wstring(L"Microphone (") + std::wstring(serial, serial + std::strlen(serial)) + L")";
+        card.name = L"Microphone (" + zqtest::Wide(serial) + L")";  // sysfs strings are UTF-8
         card.container = zqplatform::usb::ContainerIdOfUsbFolder(usb.string());
         EXPECT_FALSE(zqvm::AddEndpoint(card).empty());
         auto chip = std::make_shared<zqtest::BridgeChip>();
@@ -292,6 +294,33 @@ TEST_P(HidrawUart, ANodeThatNowAnswersForAnotherDeviceIsNotOpened) {
     HID_UART_DEVICE device = nullptr;
     EXPECT_EQ(HidUart_Open(&device, 0, 0x10C4, 0xEAB0), HID_UART_DEVICE_NOT_FOUND);
     EXPECT_TRUE(Told(L"hidraw: " + (DevFolder() / "hidraw0").wstring() + L": is no longer the device that was listed"));
+}
+
+// sysfs gives the USB strings in UTF-8: read so in any locale, the serial naming the instance key
+// its container is published under, so that the microphone pairs with its card.
+TEST_P(HidrawUart, ANonAsciiMicrophoneIsListedNamedAndPairedInEitherLocale) {
+    folder.Write("config.xml", R"(<config>
+  <product device_name="KV-1 Mikrofon Süd" friendly_name="KV-1 Grüß 🎤" api="5" fw="0x12" editor="kv1edit"/>
+</config>)");
+    AddMicrophone(0, 3, "KV1-ÜMLAUT-1", "KV-1 Mikrofon Süd");
+    for (const char* name : zqtest::kHostLocales) {
+        SCOPED_TRACE(name);
+        const zqtest::ScopedLocale locale(name);
+        if (!locale.Set()) GTEST_SKIP() << "this system has no locale " << name;  // "C" is always there
+        recorder->Clear();
+        core->Init(window->Handle());
+        CWMAudioDevice* record = Listed(L"KV1-ÜMLAUT-1");
+        ASSERT_NE(record, nullptr);
+        EXPECT_EQ(record->GetProduct(), CStringW(L"KV-1 Mikrofon Süd"));
+        EXPECT_EQ(record->GetFriendlyName(), CStringW(L"KV-1 Grüß 🎤")) << "named from config.xml";
+        EXPECT_EQ(record->GetName(), CStringW(L"Microphone (KV1-ÜMLAUT-1)")) << "paired with its card";
+        ASSERT_EQ(core->GetCaptureDeviceCount(), 1u);
+        EXPECT_EQ(core->GetCaptureDevice(0)->GetSN(), CStringW(L"KV1-ÜMLAUT-1"));
+        EXPECT_NE(core->GetCaptureDevice(0)->GetDevice(), nullptr);
+        EXPECT_TRUE(recorder->Contains(L"CoreAudio: KESTRAVON Mic [0]: SN: KV1-ÜMLAUT-1, Product: KV-1 Mikrofon Süd, "
+                                       L"Manufacturer: KESTRAVON, FriendlyName: KV-1 Grüß 🎤, API:5, FW:12"));
+        core->Shutdown();
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Nodes, HidrawUart, ::testing::Values(NodeKind::InProcess, NodeKind::Fuse),

@@ -39,7 +39,7 @@ Microphone MicrophoneMachineTest::AddMicrophone(const std::string& serial, const
     if (withEndpoint) {
         zqvm::EndpointSpec endpointSpec;
         endpointSpec.flow = eCapture;
-        endpointSpec.name = L"Microphone (" + std::wstring(serial.begin(), serial.end()) + L")";
+        endpointSpec.name = L"Microphone (" + Wide(serial) + L")";  // serials are UTF-8, as bridges give them
         endpointSpec.container = ContainerOf(serial);
         endpointSpec.source = zqvm::CaptureSource::Fed();
         std::string error;

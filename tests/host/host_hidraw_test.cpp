@@ -13,14 +13,18 @@
 namespace zqhosttest {
 namespace {
 
-TEST(HostHidraw, ListsTheMicrophoneBehindItsHidrawNodeInsteadOfTheDescriptionsBridge) {
+// A plain serial number, and one that is not ASCII (sysfs gives it in UTF-8; the host sets no
+// locale): read back as it is, in the summary and the log, and paired all the same.
+class HostHidraw : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(HostHidraw, ListsTheMicrophoneBehindItsHidrawNodeInsteadOfTheDescriptionsBridge) {
     zqtest::FuseHidrawFolder nodes;
     ZQ_REQUIRE_FUSE(nodes);
     nodes.Add("hidraw0", std::make_shared<zqtest::BridgeChip>());
     TestFolder folder;
     zqtest::FakeUsbBridge bridge;
     bridge.port = 2;
-    bridge.serial = "KV1-HIDRAW-0007";
+    bridge.serial = GetParam();
     zqtest::AddFakeUsbBridge(folder.Path("sys"), bridge);
     zqtest::ScopedEnvironment sysfsRoot("ZQ_SYSFS_ROOT", folder.Path("sys").c_str());
     zqtest::ScopedEnvironment devRoot("ZQ_DEV_ROOT", nodes.Path().c_str());
@@ -32,13 +36,23 @@ TEST(HostHidraw, ListsTheMicrophoneBehindItsHidrawNodeInsteadOfTheDescriptionsBr
     ASSERT_SUMMARY(result);
     const JsonValue& mics = (*result.json)["microphones"];
     ASSERT_EQ(mics.size(), 1u) << result.run.out;
-    EXPECT_EQ(mics[0]["serial"].String(), "KV1-HIDRAW-0007");
+    EXPECT_EQ(mics[0]["serial"].String(), GetParam());
+    EXPECT_EQ((*result.json)["capture_devices"][0]["serial"].String(), GetParam());
     EXPECT_EQ(mics[0]["api"].Number(), 5);
     EXPECT_EQ(mics[0]["fw"].Number(), 0x12);
     EXPECT_EQ(mics[0]["friendly_name"].String(), "KV-1");
     EXPECT_EQ(mics[0]["endpoint_name"].String(), endpointSpec.microphoneName);
     EXPECT_NEAR((*result.json)["levels"]["capture_dbfs"].Number(), -6.0, 0.5) << "the paired endpoint was opened";
+    const std::string log = ReadFile(folder.Path("zqmonitor.log"));
+    EXPECT_NE(log.find(std::string("CoreAudio: KESTRAVON Mic [0]: SN: ") + GetParam() + ", Product: KV-1 USB Microphone"),
+              std::string::npos)
+        << log;
 }
+
+INSTANTIATE_TEST_SUITE_P(Serials, HostHidraw, ::testing::Values("KV1-HIDRAW-0007", "KV1-ÜMLAUT-1"),
+                         [](const ::testing::TestParamInfo<const char*>& param) {
+                             return param.index == 0 ? std::string("Ascii") : std::string("NonAscii");
+                         });
 
 }  // namespace
 }  // namespace zqhosttest

@@ -14,7 +14,6 @@
 #include <sstream>
 
 namespace zqhosttest {
-namespace {
 
 std::string ReadFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -22,6 +21,8 @@ std::string ReadFile(const std::string& path) {
     text << file.rdbuf();
     return text.str();
 }
+
+namespace {
 
 }  // namespace
 

@@ -21,6 +21,9 @@ struct HostRun {
 // in the child, so only --machine chooses the machine.
 HostRun RunHost(const std::vector<std::string>& args, double timeoutSeconds = 60.0);
 
+// The whole file as bytes; empty when it cannot be read.
+std::string ReadFile(const std::string& path);
+
 // A fresh folder for one test's files (removed with its contents when the object goes).
 class TestFolder {
 public:

@@ -6,12 +6,14 @@
 #include <string>
 #include <string_view>
 
+#include "../strings/utf8.h"
 #include "zqplatform/win/com.h"
 
 namespace zqplatform::audio {
 
-std::wstring WideFromUtf8(std::string_view text);
-std::string Utf8FromWide(std::wstring_view text);
+// The platform's UTF-8 conversion (strings/utf8.h), under the names this engine has always used.
+using zqplatform::Utf8FromWide;
+using zqplatform::WideFromUtf8;
 // "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}", upper case, as Windows writes them.
 std::wstring GuidText(const GUID& guid);
 // With or without braces, either case.

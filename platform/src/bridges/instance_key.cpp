@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "../audio/text.h"
+#include "../strings/utf8.h"
 #include "zqplatform/vm/registry.h"
 #include "zqplatform/win/hiduart.h"
 
@@ -14,9 +15,9 @@ std::wstring InstanceKeyPath(WORD vid, WORD pid, std::string_view serial) {
     if (end == 0) return std::wstring();
     char prefix[64];
     std::snprintf(prefix, sizeof(prefix), "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_%04X&PID_%04X\\", vid, pid);
-    std::wstring path(prefix, prefix + std::char_traits<char>::length(prefix));
-    for (size_t i = 0; i < end; ++i) path += static_cast<wchar_t>(static_cast<unsigned char>(serial[i]));
-    return path;
+    // The serial as the system reads a bridge's string: UTF-8, by the platform's one conversion,
+    // so that the key is named by the very text discovery looks it up with.
+    return WideFromUtf8(prefix) + WideFromUtf8(serial.substr(0, end));
 }
 
 void PublishContainerId(const std::wstring& keyPath, const GUID& container) {

@@ -11,8 +11,8 @@
 
 namespace zqplatform::bridges {
 
-// The key's path, the serial taken up to its first NUL and HID_UART_DEVICE_STRLEN bytes at most,
-// each byte its own character; empty for an empty serial (no key can name the device).
+// The key's path, the serial taken up to its first NUL and HID_UART_DEVICE_STRLEN bytes at most
+// and read as UTF-8 (as the system reads the bridge's strings); empty for an empty serial (no key can name the device).
 std::wstring InstanceKeyPath(WORD vid, WORD pid, std::string_view serial);
 
 // Writes the container as "ContainerID" (REG_SZ, "{...}" upper case) under the key's path.

@@ -1,4 +1,4 @@
-// OutputDebugStringW: standard error, plus whichever recorders are listening.
+// OutputDebugStringW: standard error, one line per call, plus whichever recorders are listening.
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
@@ -65,7 +65,11 @@ void OutputDebugStringW(LPCWSTR lpOutputString) {
         }
     }
     if (echo) {
-        const std::string text = CStringW(lpOutputString).ToUtf8();
+        // Each call is a line of its own, as a debug viewer shows it: the system's texts do not all
+        // end in a newline, and a storm of them must not run together into one line. One write
+        // per line, so that lines of several threads do not interleave either.
+        std::string text = CStringW(lpOutputString).ToUtf8();
+        if (text.empty() || text.back() != '\n') text.push_back('\n');
         std::fwrite(text.data(), 1, text.size(), stderr);
     }
 }

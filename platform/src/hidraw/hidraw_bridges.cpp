@@ -12,6 +12,7 @@
 
 #include "../bridges/instance_key.h"
 #include "../faults/call_faults.h"
+#include "../strings/utf8.h"
 #include "../usb/usb_container.h"
 #include "hidraw_device.h"
 #include "hidraw_nodes.h"
@@ -90,7 +91,8 @@ Handles& TheHandles() {
     return *handles;
 }
 
-std::wstring Wide(const std::string& text) { return std::wstring(text.begin(), text.end()); }
+// Paths and reasons are UTF-8, as every narrow text here.
+std::wstring Wide(const std::string& text) { return WideFromUtf8(text); }
 
 void Tell(const std::wstring& line) { OutputDebugStringW((line + L"\n").c_str()); }
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "../strings/utf8.h"
 #include "zqplatform/vm/module_path.h"
 #include "zqplatform/win/libloader.h"
 
@@ -16,56 +17,14 @@ namespace {
 
 // UTF-8 of a wide path; nothing for a character that is not a Unicode scalar value.
 std::optional<std::string> Utf8Path(const std::wstring& path) {
-    std::string out;
-    out.reserve(path.size());
-    for (wchar_t wc : path) {
-        const auto c = static_cast<uint32_t>(wc);
-        if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return std::nullopt;
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
+    bool exact = true;
+    std::string narrow = zqplatform::Utf8FromWide(path, &exact);
+    if (!exact) return std::nullopt;
+    return narrow;
 }
 
 // Wide text of a UTF-8 path; a byte that does not decode stands for the character of its code.
-std::wstring WidePath(const std::string& path) {
-    std::wstring out;
-    const auto* s = reinterpret_cast<const unsigned char*>(path.data());
-    const size_t n = path.size();
-    for (size_t i = 0; i < n;) {
-        const unsigned char b = s[i];
-        size_t len = b < 0x80 ? 1 : (b >> 5) == 0x6 ? 2 : (b >> 4) == 0xE ? 3 : (b >> 3) == 0x1E ? 4 : 0;
-        uint32_t c = len == 1 ? b : len == 2 ? (b & 0x1Fu) : len == 3 ? (b & 0x0Fu) : (b & 0x07u);
-        bool ok = len != 0 && i + len <= n;
-        for (size_t k = 1; ok && k < len; ++k) {
-            ok = (s[i + k] & 0xC0) == 0x80;
-            c = (c << 6) | (s[i + k] & 0x3Fu);
-        }
-        static const uint32_t kMin[5] = {0, 0, 0x80, 0x800, 0x10000};
-        if (ok && (c < kMin[len] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))) ok = false;
-        if (!ok) {
-            out += static_cast<wchar_t>(b);
-            ++i;
-        } else {
-            out += static_cast<wchar_t>(c);
-            i += len;
-        }
-    }
-    return out;
-}
+std::wstring WidePath(const std::string& path) { return zqplatform::WideFromUtf8(path, zqplatform::BadUtf8::Keep); }
 
 std::wstring RunningExecutable() {
     std::string buffer(4096, '\0');

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <climits>
 
+#include "utf8.h"
 #include "zqplatform/win/wstring.h"
 
 namespace {
@@ -209,30 +210,7 @@ void CStringW::ReleaseBuffer(int newLength) {
     }
 }
 
-std::string CStringW::ToUtf8() const {
-    std::string out;
-    out.reserve(m_str.size());
-    for (wchar_t wc : m_str) {
-        uint32_t c = static_cast<uint32_t>(wc);
-        if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
+std::string CStringW::ToUtf8() const { return zqplatform::Utf8FromWide(m_str); }
 
 extern "C" int _wsplitpath_s(const wchar_t* path, wchar_t* drive, size_t driveSize, wchar_t* dir, size_t dirSize,
                              wchar_t* fname, size_t fnameSize, wchar_t* ext, size_t extSize) {
