@@ -63,7 +63,8 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
     double depth = static_cast<double>(devicePadding + queued);
     // Run dry: the device has nothing left, and took more since the last refill than it was
     // given then (a device that took exactly what it had has not missed anything yet).
-    const bool dry = m_bStarted && devicePadding == 0 &&
+    // Once: the refills that follow, until the resynchronisation is done, count no more.
+    const bool dry = m_bStarted && !m_bResync && devicePadding == 0 &&
                      m_dLastDepth + kDryToleranceFrames < (now - m_dLastRefill) * m_dRate;
     if (dry) {
         ++m_nDryRefills;
@@ -71,10 +72,19 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
         m_bResync = true;
         m_dCushionMs = std::min(kMaxCushionMs, m_dCushionMs + kCushionStepMs);
     }
+    // Beyond two packets since the last one, the capture has stopped (a device reopened, a
+    // stream restarted) rather than come late: nothing is measured then, and a
+    // resynchronisation waits for packets to come again.
+    if (waited > kStalledPackets * m_dPacketSeconds) {
+        m_dLastRefill = now;
+        m_dLastDepth = depth;
+        return Refill{0, m_bResync};
+    }
     // How far below the held depth at arrival this refill finds the depth: the time since the
     // last packet at a refill on time, a packet more where one is missing, and no more where
     // the render thread is late (it finds the depth at arrival deeper by as much as it waited).
-    TrackStructure(now, m_bResync ? waited : std::max(0.0, (m_dFilteredFrames - depth) / m_dRate));
+    const double below = m_bResync ? waited : (m_dFilteredFrames - depth) / m_dRate;
+    TrackStructure(now, std::clamp(below, 0.0, kStalledPackets * m_dPacketSeconds));
 
     Refill refill;
     if (m_bResync) {

@@ -76,6 +76,8 @@ public:
     static constexpr double kStructureDecayMsPerSecond = 0.1;
     static constexpr double kStructureHoldSeconds = 60.0;
     static constexpr double kStructureRecurMs = 0.5;  // a wait this close to the longest renews it
+    // Packets since the last one beyond which the capture counts as stopped, not late.
+    static constexpr double kStalledPackets = 2.0;
     // Frames a device may take beyond what it was given before it counts as run dry: the
     // rounding of the times at which the two threads read the clock.
     static constexpr double kDryToleranceFrames = 2.0;
