@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <pulse/error.h>
-#include <pulse/pulseaudio.h>
 #include <pulse/simple.h>
 
 #include <algorithm>
@@ -10,7 +9,6 @@
 #include <cmath>
 
 #include "tone_pitch.h"
-#include "zqplatform/vm/message_pump.h"
 
 namespace zqtest::pulse {
 
@@ -106,77 +104,6 @@ std::vector<double> ClickOnsets(const TimedRecording& recording, uint16_t channe
         }
     }
     return onsets;
-}
-
-bool SetDefaultSinkTimed(const std::string& sink, double* before, double* after) {
-    pa_mainloop* loop = pa_mainloop_new();
-    pa_context* context = pa_context_new(pa_mainloop_get_api(loop), "zqCoreAudio test");
-    bool done = false;
-    bool succeeded = false;
-    if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) >= 0) {
-        // Bounded: a server that does not answer fails the context within libpulse's time-out.
-        pa_context_state_t state = PA_CONTEXT_UNCONNECTED;
-        while ((state = pa_context_get_state(context)) != PA_CONTEXT_READY && PA_CONTEXT_IS_GOOD(state))
-            pa_mainloop_iterate(loop, 1, nullptr);
-        if (state == PA_CONTEXT_READY) {
-            struct Outcome {
-                bool* done;
-                bool* succeeded;
-            } outcome{&done, &succeeded};
-            *before = SteadySeconds();
-            pa_operation* operation = pa_context_set_default_sink(
-                context, sink.c_str(),
-                [](pa_context*, int success, void* data) {
-                    auto* o = static_cast<Outcome*>(data);
-                    *o->done = true;
-                    *o->succeeded = success != 0;
-                },
-                &outcome);
-            while (operation != nullptr && !done && PA_CONTEXT_IS_GOOD(pa_context_get_state(context)))
-                pa_mainloop_iterate(loop, 1, nullptr);
-            *after = SteadySeconds();
-            if (operation != nullptr) pa_operation_unref(operation);
-        }
-        pa_context_disconnect(context);
-    }
-    pa_context_unref(context);
-    pa_mainloop_free(loop);
-    return succeeded;
-}
-
-RespondingHost::RespondingHost(CZQCoreAudio& core, zqtest::MessageWindow& window) : m_core(core), m_window(window) {
-    m_window.OnMessage([this](const ReceivedMessage& message) {
-        if (message.message == WM_AUDIO_RENDER_CHANGED) m_rebuildPending = true;
-        if (message.message == WM_AUDIO_DEVICE_CHANGED) m_refreshPending = true;
-    });
-}
-
-RespondingHost::~RespondingHost() { m_window.OnMessage(nullptr); }
-
-bool RespondingHost::ServeUntil(const std::function<bool()>& done, DWORD timeoutMs) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
-        if (left <= 0) return done();
-        if (zqvm::PumpUntil([&] { return done() || m_rebuildPending || m_refreshPending; }, static_cast<DWORD>(left)) &&
-            done())
-            return true;
-        // The messages of one change that are queued already ask for the same work: one answer.
-        zqvm::PumpPending();
-        if (m_rebuildPending) {
-            m_rebuildPending = false;
-            ++m_rebuilds;
-            m_core.RebuildRender();
-            m_core.Start();
-        }
-        if (m_refreshPending) {
-            m_refreshPending = false;
-            ++m_refreshes;
-            m_core.Refresh();
-            m_core.Start();
-        }
-    }
 }
 
 }  // namespace zqtest::pulse
