@@ -110,8 +110,7 @@ TEST_F(PulseHost, MonitoredMicrophoneReachesTheSpeakerAtTheDesignedLevelWithoutG
 // What the listener hears, over seconds of real time on the server: the recorded monitor of the
 // speaker carries every gap the library left (a render stream that ran dry plays silence there).
 TEST_F(PulseHost, MonitoredToneHasNoGapAndStaysInTuneAfterStartUp) {
-    // The listener is there first, as on a desktop: the sink runs at the latency its monitor
-    // asks, instead of idling with half a second rendered ahead that a stream would wait out.
+    // The listener first, so that the recording holds the start as well.
     TimedRecorder listener("speaker48.monitor", 48000, 2, 6.0);
     ASSERT_TRUE(zqvm::PumpUntil([&] { return listener.Started(); }, 5000));
     core->Start();
@@ -148,7 +147,7 @@ TEST_F(PulseHost, ClickReachesTheSpeakerWithin30MsOfTheMicrophone) {
                        : 0.0f;
     });
     ASSERT_TRUE(feeder->Running());
-    // Both recorders first. The speaker's, as above; the microphone's keeps the pipe source
+    // Both recorders first. The speaker's as above; the microphone's keeps the pipe source
     // reading in real time, as a microphone delivers: with nobody recording it, the source
     // leaves the feeder's audio in the FIFO and hands the library a third of a second at once
     // when the capture stream starts, which no microphone does.
@@ -290,6 +289,39 @@ TEST_F(PulseHost, ANewDefaultSinkIsRebuiltOntoAndWhenItIsUnloadedTheRebuildPlays
     ASSERT_TRUE(core->IsStarted());
     ExpectMicrophoneAtSpeaker(1.0);  // sound flows again
     core->Stop();
+}
+
+// A default speaker switched under a running host: the host rebuilds on the message, and the
+// new sink plays the microphone within 30 ms of the server's switch.
+TEST_F(PulseHost, ANewDefaultSinkPlaysTheMicrophoneWithin30MsOfTheSwitch) {
+    const std::optional<uint32_t> module =
+        LoadModule("module-null-sink sink_name=zq_next rate=48000 channels=2 format=float32le");
+    ASSERT_TRUE(module);
+    RespondingHost host(*core, *window);
+    core->Start();
+    ASSERT_TRUE(core->IsStarted());
+    TimedRecorder next("zq_next.monitor", 48000, 2, 3.0);
+    // The server's own messages of the new sink answered, and the microphone heard, first.
+    ASSERT_TRUE(host.ServeUntil([&] { return next.Started() && core->GetPeakCaptureDBFS() > 0.4f; }, 5000));
+    const size_t rebuildsBefore = host.Rebuilds();
+    double before = 0.0;
+    double after = 0.0;
+    ASSERT_TRUE(SetDefaultSinkTimed("zq_next", &before, &after));
+    host.ServeUntil([&] { return SteadySeconds() > after + 1.0; }, 2000);
+    const TimedRecording heard = next.Finish();
+    EXPECT_EQ(rebuildsBefore + 1, host.Rebuilds()) << "one rebuild for the roles' messages together";
+    const float level = 0.5f * static_cast<float>(M_SQRT1_2) * 0.5f;
+    size_t first = 0;
+    while (first < heard.Count() && std::fabs(heard.frames[first * 2]) < level / 2) ++first;
+    ASSERT_LT(first, heard.Count()) << "no sound on the new default sink";
+    const double delay = heard.TimeOf(first) - before;
+    std::printf("the new default sink sounds %.1f ms after the switch (the switch took %.1f ms)\n", delay * 1e3,
+                (after - before) * 1e3);
+    RecordProperty("switch_to_sound_ms", std::to_string(delay * 1e3));
+    EXPECT_LE(delay, 0.030);
+    EXPECT_GT(delay, 0.0) << "sound before the switch: the datings are off";
+    core->Stop();
+    EXPECT_TRUE(UnloadModule(*module));
 }
 
 }  // namespace

@@ -1,14 +1,18 @@
 // What a listener of the monitoring path hears on the test server, measured: recordings of a
 // source whose samples carry the steady clock's time, the silent runs and the pitch of a
-// recorded tone, and the onsets of clicks.
+// recorded tone, the onsets of clicks, and a host that answers the library's messages as the
+// host application does.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "message_window.h"
+#include "zqCoreAudio.h"
 
 namespace zqtest::pulse {
 
@@ -61,5 +65,32 @@ std::vector<double> WindowPitches(const TimedRecording& recording, uint16_t chan
 // The steady-clock times at which clicks start on one channel: a sample above threshold after
 // at least gapFrames below it.
 std::vector<double> ClickOnsets(const TimedRecording& recording, uint16_t channel, float threshold, size_t gapFrames);
+
+// Makes a sink the server's default through a connection of the test's own, opened first, so
+// that the change itself happens between *before and *after (steady-clock seconds, a round trip
+// apart); false when the server refused.
+bool SetDefaultSinkTimed(const std::string& sink, double* before, double* after);
+
+// The host application's answers to the library's messages, on the test's thread: a new default
+// speaker rebuilds the render side, a changed device list refreshes, and the streams restart.
+class RespondingHost {
+public:
+    RespondingHost(CZQCoreAudio& core, zqtest::MessageWindow& window);
+    ~RespondingHost();
+    RespondingHost(const RespondingHost&) = delete;
+    RespondingHost& operator=(const RespondingHost&) = delete;
+    // Handles messages and answers them until done() holds or timeoutMs pass; done()'s answer.
+    bool ServeUntil(const std::function<bool()>& done, DWORD timeoutMs);
+    size_t Rebuilds() const { return m_rebuilds; }
+    size_t Refreshes() const { return m_refreshes; }
+
+private:
+    CZQCoreAudio& m_core;
+    zqtest::MessageWindow& m_window;
+    bool m_rebuildPending = false;
+    bool m_refreshPending = false;
+    size_t m_rebuilds = 0;
+    size_t m_refreshes = 0;
+};
 
 }  // namespace zqtest::pulse
