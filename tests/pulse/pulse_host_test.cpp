@@ -141,11 +141,8 @@ TEST_F(PulseHost, MonitoredToneHasNoGapAndStaysInTuneAfterStartUp) {
 TEST_F(PulseHost, ClickReachesTheSpeakerWithin30MsOfTheMicrophone) {
     feeder.reset();  // the tone's FIFO writer: clicks instead
     const uint64_t every = 48000 * 3 / 10;
-    feeder = std::make_unique<ToneFeeder>(std::getenv("ZQ_PULSE_MIC_FIFO"), 48000, 1, [every](uint64_t frame) {
-        const uint64_t at = frame % every;  // 1 ms of 4 kHz
-        return at < 48 ? 0.8f * static_cast<float>(std::sin(2.0 * M_PI * 4000.0 * static_cast<double>(at) / 48000.0))
-                       : 0.0f;
-    });
+    feeder = std::make_unique<ToneFeeder>(std::getenv("ZQ_PULSE_MIC_FIFO"), 48000, 1,
+                                          [every](uint64_t frame) { return ClickSample(frame, every, 48000.0); });
     ASSERT_TRUE(feeder->Running());
     // Both recorders first. The speaker's as above; the microphone's keeps the pipe source
     // reading in real time, as a microphone delivers: with nobody recording it, the source

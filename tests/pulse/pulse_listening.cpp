@@ -132,6 +132,12 @@ std::vector<double> WindowPitches(const TimedRecording& recording, uint16_t chan
     return pitches;
 }
 
+float ClickSample(uint64_t frame, uint64_t every, double rate) {
+    const uint64_t at = frame % every;
+    if (static_cast<double>(at) >= rate / 1000) return 0.0f;
+    return 0.8f * static_cast<float>(std::sin(2.0 * M_PI * 4000.0 * static_cast<double>(at) / rate));
+}
+
 std::vector<double> ClickOnsets(const TimedRecording& recording, uint16_t channel, float threshold, size_t gapFrames) {
     std::vector<double> onsets;
     size_t quiet = 0;

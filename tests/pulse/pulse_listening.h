@@ -62,6 +62,9 @@ size_t SilentRuns(const TimedRecording& recording, uint16_t channel, size_t begi
 // The tone's frequency in consecutive windows of one channel from frame begin on.
 std::vector<double> WindowPitches(const TimedRecording& recording, uint16_t channel, size_t begin, size_t windowFrames);
 
+// A click signal's sample: every `every` frames, 1 ms of a 4 kHz sine at 0.8; silence between.
+float ClickSample(uint64_t frame, uint64_t every, double rate);
+
 // The steady-clock times at which clicks start on one channel: a sample above threshold after
 // at least gapFrames below it.
 std::vector<double> ClickOnsets(const TimedRecording& recording, uint16_t channel, float threshold, size_t gapFrames);
