@@ -164,13 +164,14 @@ TEST_F(PulseServerLoss, ServerRestartedUnderARunningHostBringsTheSoundBackWithin
         ASSERT_TRUE(host.ServeUntil([&] { return kill(serverPid, 0) != 0; }, 5000)) << "the server did not go";
         feeder.reset();
         // A second without a server: the host's answers to the removals return, and the retries
-        // cost next to nothing (a busy loop would take most of a core).
+        // do not spin. A busy loop takes a whole core; the host with its threads and the
+        // retries take about 3 % of one (30 % in the sanitizer build, where every call is slow).
         const double cpuBefore = ProcessCpuSeconds();
         const double wallBefore = SteadySeconds();
         host.ServeUntil([&] { return SteadySeconds() > wallBefore + 1.0; }, 3000);
         const double cpuShare = (ProcessCpuSeconds() - cpuBefore) / (SteadySeconds() - wallBefore);
         std::printf("without a server: %.1f %% of a core\n", cpuShare * 100);
-        EXPECT_LT(cpuShare, 0.25);
+        EXPECT_LT(cpuShare, 0.6);
 
         const double restarting = SteadySeconds();
         ASSERT_EQ(0, std::system(("bash " ZQ_SOURCE_DIR "/scripts/pulse-server start " + folder + " >/dev/null").c_str()));
