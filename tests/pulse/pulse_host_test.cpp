@@ -2,6 +2,7 @@
 // host's window receiving the library's messages. The microphone is the server's kv1_mic, which
 // the test feeds with a tone; it belongs to the USB device of the simulated KV-1 bridge (the
 // bridge's container is derived from the same USB device folder), so discovery pairs the two.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include "log_recorder.h"
 #include "message_window.h"
 #include "pulse_fixture.h"
+#include "pulse_listening.h"
 #include "scoped_environment.h"
 #include "zqCoreAudio.h"
 #include "zqplatform/vm/bridges.h"
@@ -102,6 +104,75 @@ TEST_F(PulseHost, MonitoredMicrophoneReachesTheSpeakerAtTheDesignedLevelWithoutG
     RecordProperty("monitor_frequency_hz", std::to_string(left.frequency));
     EXPECT_GT(left.weakestBlock, 0.5) << "a gap in the monitored sound";
     EXPECT_GT(core->GetPeakCaptureDBFS(), 0.4f) << "the microphone's meter";
+    core->Stop();
+}
+
+// What the listener hears, over seconds of real time on the server: the recorded monitor of the
+// speaker carries every gap the library left (a render stream that ran dry plays silence there).
+TEST_F(PulseHost, MonitoredToneHasNoGapAndStaysInTuneAfterStartUp) {
+    // The listener first, so that the recording holds the start as well.
+    TimedRecorder listener("speaker48.monitor", 48000, 2, 6.0);
+    ASSERT_TRUE(zqvm::PumpUntil([&] { return listener.Started(); }, 5000));
+    core->Start();
+    ASSERT_TRUE(core->IsStarted());
+    const TimedRecording heard = listener.Finish();
+    ASSERT_EQ(size_t{6 * 48000}, heard.Count());
+    const size_t afterStartUp = 48000;  // the first second is start-up
+    const float level = 0.5f * static_cast<float>(M_SQRT1_2) * 0.5f;  // as ExpectMicrophoneAtSpeaker
+    for (uint16_t channel : {0, 1}) {
+        // A gap is 0.5 ms (24 frames) below a twentieth of the tone's level; a 1 kHz sine is
+        // that small for under one frame around each zero crossing.
+        EXPECT_EQ(0u, SilentRuns(heard, channel, afterStartUp, 24, level / 20)) << "channel " << channel;
+    }
+    double worstPpm = 0.0;
+    for (double pitch : WindowPitches(heard, 0, afterStartUp, 48000 / 4)) {
+        const double ppm = (pitch / 1000.0 - 1.0) * 1e6;
+        if (std::fabs(ppm) > std::fabs(worstPpm)) worstPpm = ppm;
+        EXPECT_NEAR(0.0, ppm, 2000.0) << "a quarter second's pitch, against the microphone's 1 kHz";
+    }
+    std::printf("monitored tone after start-up: worst quarter second %+.0f ppm\n", worstPpm);
+    RecordProperty("worst_pitch_ppm", std::to_string(worstPpm));
+    core->Stop();
+}
+
+// The monitoring latency, microphone in to speaker out: clicks, every 300 ms, dated where the
+// microphone's source delivers them and where the speaker renders them (both recorded from the
+// server, each dated by its own record latency).
+TEST_F(PulseHost, ClickReachesTheSpeakerWithin30MsOfTheMicrophone) {
+    feeder.reset();  // the tone's FIFO writer: clicks instead
+    const uint64_t every = 48000 * 3 / 10;
+    feeder = std::make_unique<ToneFeeder>(std::getenv("ZQ_PULSE_MIC_FIFO"), 48000, 1,
+                                          [every](uint64_t frame) { return ClickSample(frame, every, 48000.0); });
+    ASSERT_TRUE(feeder->Running());
+    // Both recorders first. The speaker's as above; the microphone's keeps the pipe source
+    // reading in real time, as a microphone delivers: with nobody recording it, the source
+    // leaves the feeder's audio in the FIFO and hands the library a third of a second at once
+    // when the capture stream starts, which no microphone does.
+    TimedRecorder speaker("speaker48.monitor", 48000, 2, 4.0);
+    TimedRecorder microphone("kv1_mic", 48000, 1, 4.0);
+    ASSERT_TRUE(zqvm::PumpUntil([&] { return speaker.Started() && microphone.Started(); }, 5000));
+    core->Start();
+    ASSERT_TRUE(core->IsStarted());
+    const TimedRecording said = microphone.Finish();
+    const TimedRecording heard = speaker.Finish();
+    const std::vector<double> sent = ClickOnsets(said, 0, 0.05f, 4800);
+    const std::vector<double> arrived = ClickOnsets(heard, 0, 0.02f, 4800);
+    std::vector<double> latencies;
+    // After the first second (start-up), each click the speaker plays within 200 ms of the microphone.
+    for (double start : sent) {
+        if (start < said.TimeOf(48000)) continue;
+        const auto match = std::find_if(arrived.begin(), arrived.end(), [&](double t) { return t >= start - 0.005; });
+        if (match != arrived.end() && *match < start + 0.2) latencies.push_back(*match - start);
+    }
+    ASSERT_GE(latencies.size(), 6u) << sent.size() << " clicks sent, " << arrived.size() << " heard";
+    std::sort(latencies.begin(), latencies.end());
+    const double median = latencies[latencies.size() / 2];
+    std::printf("%zu clicks said, %zu heard; ", sent.size(), arrived.size());
+    std::printf("monitoring latency over %zu clicks: median %.1f ms, %.1f to %.1f ms\n", latencies.size(),
+                median * 1e3, latencies.front() * 1e3, latencies.back() * 1e3);
+    RecordProperty("latency_median_ms", std::to_string(median * 1e3));
+    EXPECT_LE(median, 0.030) << "microphone to speaker";
+    EXPECT_GT(latencies.front(), 0.0) << "a click heard before it was said: the datings are off";
     core->Stop();
 }
 
@@ -215,6 +286,39 @@ TEST_F(PulseHost, ANewDefaultSinkIsRebuiltOntoAndWhenItIsUnloadedTheRebuildPlays
     ASSERT_TRUE(core->IsStarted());
     ExpectMicrophoneAtSpeaker(1.0);  // sound flows again
     core->Stop();
+}
+
+// A default speaker switched under a running host: the host rebuilds on the message, and the
+// new sink plays the microphone within 30 ms of the server's switch.
+TEST_F(PulseHost, ANewDefaultSinkPlaysTheMicrophoneWithin30MsOfTheSwitch) {
+    const std::optional<uint32_t> module =
+        LoadModule("module-null-sink sink_name=zq_next rate=48000 channels=2 format=float32le");
+    ASSERT_TRUE(module);
+    RespondingHost host(*core, *window);
+    core->Start();
+    ASSERT_TRUE(core->IsStarted());
+    TimedRecorder next("zq_next.monitor", 48000, 2, 3.0);
+    // The server's own messages of the new sink answered, and the microphone heard, first.
+    ASSERT_TRUE(host.ServeUntil([&] { return next.Started() && core->GetPeakCaptureDBFS() > 0.4f; }, 5000));
+    const size_t rebuildsBefore = host.Rebuilds();
+    double before = 0.0;
+    double after = 0.0;
+    ASSERT_TRUE(SetDefaultSinkTimed("zq_next", &before, &after));
+    host.ServeUntil([&] { return SteadySeconds() > after + 1.0; }, 2000);
+    const TimedRecording heard = next.Finish();
+    EXPECT_EQ(rebuildsBefore + 1, host.Rebuilds()) << "one rebuild for the roles' messages together";
+    const float level = 0.5f * static_cast<float>(M_SQRT1_2) * 0.5f;
+    size_t first = 0;
+    while (first < heard.Count() && std::fabs(heard.frames[first * 2]) < level / 2) ++first;
+    ASSERT_LT(first, heard.Count()) << "no sound on the new default sink";
+    const double delay = heard.TimeOf(first) - before;
+    std::printf("the new default sink sounds %.1f ms after the switch (the switch took %.1f ms)\n", delay * 1e3,
+                (after - before) * 1e3);
+    RecordProperty("switch_to_sound_ms", std::to_string(delay * 1e3));
+    EXPECT_LE(delay, 0.030);
+    EXPECT_GT(delay, 0.0) << "sound before the switch: the datings are off";
+    core->Stop();
+    EXPECT_TRUE(UnloadModule(*module));
 }
 
 }  // namespace

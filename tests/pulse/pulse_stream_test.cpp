@@ -5,61 +5,10 @@
 #include <thread>
 
 #include "pulse_fixture.h"
+#include "pulse_player.h"
 
 namespace zqtest::pulse {
 namespace {
-
-// Plays a sine on every channel of a render stream from a thread of its own, as the render
-// thread does: one refill per event, as much as the buffer has room for.
-class SinePlayer {
-public:
-    SinePlayer(EventStream& stream, double frequency, float amplitude) : m_stream(stream) {
-        m_render = m_stream.Get<IAudioRenderClient>();
-        m_thread = std::thread([this, frequency, amplitude] { Run(frequency, amplitude); });
-    }
-    ~SinePlayer() {
-        m_stop.store(true);
-        m_thread.join();
-    }
-    HRESULT LastError() const { return m_error.load(); }
-
-private:
-    void Run(double frequency, float amplitude) {
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        DWORD taskIndex = 0;
-        HANDLE task = AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);  // as the render thread
-        const WAVEFORMATEX& format = *m_stream.format;
-        const UINT32 bufferFrames = m_stream.bufferFrames;
-        uint64_t frame = 0;
-        while (!m_stop.load()) {
-            if (WaitForSingleObject(m_stream.event, 100) != WAIT_OBJECT_0) continue;
-            UINT32 padding = 0;
-            HRESULT hr = m_stream.client->GetCurrentPadding(&padding);
-            BYTE* data = nullptr;
-            const UINT32 frames = bufferFrames - padding;
-            if (SUCCEEDED(hr) && frames > 0) hr = m_render->GetBuffer(frames, &data);
-            if (FAILED(hr)) {
-                m_error.store(hr);
-                continue;
-            }
-            if (frames == 0) continue;
-            auto* samples = reinterpret_cast<float*>(data);
-            for (UINT32 i = 0; i < frames; ++i, ++frame) {
-                const float value = amplitude * static_cast<float>(std::sin(2.0 * M_PI * frequency * frame / format.nSamplesPerSec));
-                for (WORD c = 0; c < format.nChannels; ++c) samples[size_t{i} * format.nChannels + c] = value;
-            }
-            m_render->ReleaseBuffer(frames, 0);
-        }
-        if (task != nullptr) AvRevertMmThreadCharacteristics(task);
-        CoUninitialize();
-    }
-
-    EventStream& m_stream;
-    CComPtr<IAudioRenderClient> m_render;
-    std::atomic<bool> m_stop{false};
-    std::atomic<HRESULT> m_error{S_OK};
-    std::thread m_thread;
-};
 
 double Db(double ratio) { return 20.0 * std::log10(ratio); }
 
@@ -70,7 +19,7 @@ TEST_F(PulseStreams, RenderStreamPlaysAtTheSinksOwnRateAndReportsItsLatency) {
     EventStream stream(speaker, 300000);
     ASSERT_EQ(S_OK, stream.opened);
     EXPECT_EQ(1323u, stream.bufferFrames) << "30 ms at 44.1 kHz";
-    SinePlayer player(stream, 440.0, 0.5f);
+    StreamPlayer player(stream, StreamPlayer::Sine(440.0, 0.5f));
     ASSERT_EQ(S_OK, stream.client->Start());
     const std::vector<float> recorded = Record("speaker44.monitor", 44100, 2, 1.0);
     REFERENCE_TIME latency = 0;
@@ -167,7 +116,7 @@ TEST_P(PulseEdgeFormats, SinkPlaysAToneInItsOwnFormat) {
         ASSERT_EQ(S_OK, stream.opened);
         EXPECT_EQ(edge.rate, stream.format->nSamplesPerSec);
         EXPECT_EQ(edge.channels, stream.format->nChannels);
-        SinePlayer player(stream, 440.0, 0.5f);
+        StreamPlayer player(stream, StreamPlayer::Sine(440.0, 0.5f));
         ASSERT_EQ(S_OK, stream.client->Start());
         const std::vector<float> recorded = Record(name + ".monitor", edge.rate, edge.channels, 0.8);
         const ToneReading first = Analyse(recorded, edge.channels, 0, edge.rate, 0.3);
@@ -204,7 +153,7 @@ TEST_F(PulseStreams, UnloadingTheSinkInvalidatesItsStreamAndIsHeardAsARemoval) {
     CComPtr<IMMDevice> sink = Device(L"zq_going");
     EventStream stream(sink, 300000);
     ASSERT_EQ(S_OK, stream.opened);
-    SinePlayer player(stream, 440.0, 0.5f);
+    StreamPlayer player(stream, StreamPlayer::Sine(440.0, 0.5f));
     ASSERT_EQ(S_OK, stream.client->Start());
 
     ASSERT_TRUE(UnloadModule(*module));

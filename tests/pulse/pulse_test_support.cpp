@@ -128,7 +128,12 @@ std::vector<ReceivedMessage> MicrophoneRemovals(const MessageWindow& window) {
 }
 
 ToneFeeder::ToneFeeder(const std::string& fifo, uint32_t rate, uint16_t channels, double frequency, float amplitude)
-    : m_rate(rate), m_channels(channels), m_frequency(frequency), m_amplitude(amplitude) {
+    : ToneFeeder(fifo, rate, channels, [rate, frequency, amplitude](uint64_t frame) {
+          return amplitude * static_cast<float>(std::sin(2.0 * M_PI * frequency * static_cast<double>(frame) / rate));
+      }) {}
+
+ToneFeeder::ToneFeeder(const std::string& fifo, uint32_t rate, uint16_t channels, std::function<float(uint64_t)> generator)
+    : m_rate(rate), m_channels(channels), m_signal(std::move(generator)) {
     signal(SIGPIPE, SIG_IGN);  // a server that goes away must not end the test
     m_fd = open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (m_fd >= 0) m_thread = std::thread([this] { Run(); });
@@ -157,7 +162,7 @@ void ToneFeeder::PlayUntilStopped() {
     const auto start = std::chrono::steady_clock::now();
     for (uint64_t n = 0; !m_stop.load(); ++n) {
         for (uint32_t i = 0; i < blockFrames; ++i, ++frame) {
-            const float value = m_amplitude * static_cast<float>(std::sin(2.0 * M_PI * m_frequency * static_cast<double>(frame) / m_rate));
+            const float value = m_signal(frame);
             for (uint16_t c = 0; c < m_channels; ++c) block[size_t{i} * m_channels + c] = value;
         }
         const size_t bytes = block.size() * sizeof(float);

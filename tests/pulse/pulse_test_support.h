@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <thread>
@@ -56,10 +57,12 @@ void SetUpKv1Host(const std::filesystem::path& folder, const std::vector<int>& p
 // once at least one arrived within 5 s; empty when none did.
 std::vector<ReceivedMessage> MicrophoneRemovals(const MessageWindow& window);
 
-// Plays a sine into a FIFO (a pipe source's) in real time, in 10 ms blocks, until destroyed.
+// Plays a sine (or any signal, given sample by frame number) into a FIFO (a pipe source's) in
+// real time, in 10 ms blocks, until destroyed.
 class ToneFeeder {
 public:
     ToneFeeder(const std::string& fifo, uint32_t rate, uint16_t channels, double frequency, float amplitude);
+    ToneFeeder(const std::string& fifo, uint32_t rate, uint16_t channels, std::function<float(uint64_t)> generator);
     ~ToneFeeder();
     ToneFeeder(const ToneFeeder&) = delete;
     ToneFeeder& operator=(const ToneFeeder&) = delete;
@@ -71,8 +74,7 @@ private:
     int m_fd = -1;
     uint32_t m_rate;
     uint16_t m_channels;
-    double m_frequency;
-    float m_amplitude;
+    std::function<float(uint64_t)> m_signal;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };

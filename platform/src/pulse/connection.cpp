@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <thread>
 
 #include "../audio/text.h"
 #include "../usb/usb_container.h"
@@ -408,6 +409,7 @@ void Connection::ServerLost() {
         }
     }
     for (const std::wstring& id : gone) ReportGone(id);
+    Backend::Instance().ServerGone();
 }
 
 // ---- backend -------------------------------------------------------------------------------
@@ -437,6 +439,33 @@ std::shared_ptr<Connection> Backend::Connect(std::string* why, bool orLost) {
     }
     if (why != nullptr) *why = reason;
     return orLost ? m_current : nullptr;
+}
+
+void Backend::ServerGone() {
+    std::lock_guard lock(m_retryLock);
+    m_retryWanted = true;
+    if (!m_retryRunning) {
+        m_retryRunning = true;
+        // Never joined, as the backend is never destroyed: between losses it waits, costing nothing.
+        std::thread([this] { Reconnect(); }).detach();
+    }
+    m_retryWake.notify_one();
+}
+
+void Backend::Reconnect() {
+    std::unique_lock lock(m_retryLock);
+    for (;;) {
+        m_retryWake.wait(lock, [this] { return m_retryWanted; });
+        lock.unlock();
+        // Whoever enumerates meanwhile may connect first; then this try finds it alive.
+        const bool connected = Connect(nullptr) != nullptr;
+        lock.lock();
+        if (connected) {
+            m_retryWanted = false;
+        } else {
+            m_retryWake.wait_for(lock, kRetryInterval);
+        }
+    }
 }
 
 void Backend::Notify(std::function<void(IMMNotificationClient*)> call) {

@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
@@ -151,6 +152,13 @@ private:
 
 // What lives as long as the process: the notification thread and its clients, the session
 // event thread, and the connection now in use (replaced when the server went away).
+//
+// A server that goes away is waited for: from the loss on, a thread of the backend's own tries
+// to connect again every kRetryInterval (each try costs a socket connect, or the server's
+// time-out when it hangs) until a server answers, and stops trying then. The new connection's
+// first listing reports every endpoint as added, its defaults as changed: the system hears its
+// devices come back as it hears a device plugged in, and rebuilds. The stream threads take no
+// part; the streams of the lost connection stay invalid.
 class Backend {
 public:
     static Backend& Instance();
@@ -168,9 +176,14 @@ public:
 
     // Loop thread: tells every client registered now, on the notification thread.
     void Notify(std::function<void(IMMNotificationClient*)> call);
+    // Loop thread of a connection whose server went away: the retrying thread starts (or goes on).
+    void ServerGone();
+
+    static constexpr std::chrono::milliseconds kRetryInterval{300};
 
 private:
     Backend() = default;
+    void Reconnect();  // the retrying thread
 
     audio::EventDispatcher m_notifications;
     audio::EventDispatcher m_sessionEvents;
@@ -178,6 +191,11 @@ private:
     std::mutex m_lock;
     std::shared_ptr<Connection> m_current;
     std::string m_reported;  // the cause last written to the debug output
+
+    std::mutex m_retryLock;  // leaf
+    std::condition_variable m_retryWake;
+    bool m_retryWanted = false;   // retry lock
+    bool m_retryRunning = false;  // retry lock: the thread exists (it lives as long as the process)
 };
 
 std::wstring Widen(const char* text);

@@ -3,6 +3,8 @@
 
 #include <pulse/rtclock.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -13,6 +15,11 @@
 
 namespace zqplatform::pulse {
 namespace {
+
+int64_t SteadyNanoseconds() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
 
 uint32_t FramesIn(REFERENCE_TIME duration, uint32_t rate) {
     return static_cast<uint32_t>((static_cast<uint64_t>(duration) * rate + 9999999) / 10000000);
@@ -54,6 +61,7 @@ Stream::~Stream() {
 }
 
 void Stream::CloseLocked() {
+    m_kick.Close();
     if (m_timer != nullptr) {
         m_connection->Api()->time_free(m_timer);
         m_timer = nullptr;
@@ -63,6 +71,7 @@ void Stream::CloseLocked() {
         pa_stream_set_state_callback(m_stream, nullptr, nullptr);
         pa_stream_set_read_callback(m_stream, nullptr, nullptr);
         pa_stream_set_write_callback(m_stream, nullptr, nullptr);
+        pa_stream_set_latency_update_callback(m_stream, nullptr, nullptr);
         pa_stream_disconnect(m_stream);
         pa_stream_unref(m_stream);
         m_stream = nullptr;
@@ -120,19 +129,19 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
     else
         pa_stream_set_write_callback(m_stream, &Stream::OnWrite, this);
 
+    // What each side needs for 10 ms periods and no more (see stream.h): the server's latency
+    // is part of the depth the client keeps, so every millisecond asked for here is heard.
     const uint32_t periodBytes = m_packetFrames * m_blockAlign;
+    const uint32_t any = static_cast<uint32_t>(-1);
     pa_buffer_attr attributes;
-    attributes.maxlength = static_cast<uint32_t>(-1);
-    // The server holds twice the client's buffer: a render thread that is late once (a busy
-    // machine) is not heard as a gap.
-    attributes.tlength = m_capture ? static_cast<uint32_t>(-1) : 2 * m_bufferFrames * m_blockAlign;
-    attributes.prebuf = static_cast<uint32_t>(-1);
-    attributes.minreq = m_capture ? static_cast<uint32_t>(-1) : periodBytes;
-    attributes.fragsize = m_capture ? periodBytes : static_cast<uint32_t>(-1);
+    attributes.maxlength = any;
+    attributes.tlength = m_capture ? any : 2 * periodBytes;
+    attributes.prebuf = m_capture ? any : m_blockAlign;
+    attributes.minreq = m_capture ? any : std::max<uint32_t>(1, m_packetFrames / 2) * m_blockAlign;
+    attributes.fragsize = m_capture ? periodBytes : any;
     // Started by Start; never moved to another device; latency as asked, not the server's default.
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE |
-                                                      PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE |
-                                                      PA_STREAM_INTERPOLATE_TIMING);
+                                                      PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE);
     int connected;
     if (m_capture) {
         connected = pa_stream_connect_record(m_stream, m_endpoint.name.c_str(), &attributes, flags);
@@ -164,6 +173,11 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
             pa_context_set_source_output_mute(m_connection->Context(), m_serverIndex, m_session->ServerMute(), nullptr, nullptr));
     }
     if (!m_capture) {
+        pa_stream_set_latency_update_callback(m_stream, &Stream::OnTiming, this);
+        // Without the eventfd, what the render thread queues waits for the server's next
+        // request or the timer: later, not lost.
+        if (!m_kick.Open(m_connection->Api(), [this] { Push(false); }))
+            Report(m_endpoint, "cannot make the render stream's wake-up", std::strerror(errno));
         // The server asks for data only as its buffer drains; the timer also hands over what the
         // render thread queued meanwhile, one device period at a time.
         m_timer = pa_context_rttime_new(m_connection->Context(), pa_rtclock_now() + kDevicePeriod / 10, &Stream::OnTimer,
@@ -183,8 +197,19 @@ HRESULT Stream::BufferSize(UINT32* frames) const {
 HRESULT Stream::Padding(UINT32* frames) const {
     if (frames == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
-    *frames = static_cast<UINT32>(m_ring.Filled() / m_blockAlign);
+    const auto queued = static_cast<uint32_t>(m_ring.Filled() / m_blockAlign);
+    // Render: what the server holds too, as a desktop engine counts what it holds for the
+    // device; never more than the buffer, so free space is never negative.
+    *frames = m_capture ? queued : std::min(m_bufferFrames, queued + ServerHeldFrames());
     return S_OK;
+}
+
+uint32_t Stream::ServerHeldFrames() const {
+    const int64_t drainsAt = m_serverDrainsAt.load(std::memory_order_acquire);
+    if (drainsAt == 0) return 0;
+    const int64_t left = drainsAt - SteadyNanoseconds();
+    if (left <= 0) return 0;
+    return static_cast<uint32_t>(static_cast<uint64_t>(left) * m_endpoint.sampleSpec.rate / 1000000000u);
 }
 
 HRESULT Stream::Latency(REFERENCE_TIME* latency) {
@@ -224,6 +249,7 @@ HRESULT Stream::Start() {
     Connection::Locked lock(*m_connection);
     m_started.store(true, std::memory_order_release);
     m_session->state->StreamStarted();
+    m_serverDrainsAt.store(0, std::memory_order_release);
     if (!m_capture) Push();  // what the client queued before starting goes first
     return m_connection->Complete(pa_stream_cork(m_stream, 0, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
 }
@@ -234,6 +260,7 @@ HRESULT Stream::Stop() {
     Connection::Locked lock(*m_connection);
     m_started.store(false, std::memory_order_release);
     m_session->state->StreamStopped();
+    m_serverDrainsAt.store(0, std::memory_order_release);  // a corked stream's queue is not played
     // A stream whose device went away still stops, but says so.
     if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
     return m_connection->Complete(pa_stream_cork(m_stream, 1, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
@@ -245,6 +272,7 @@ HRESULT Stream::Reset() {
     if (m_held || m_requestHeld) return AUDCLNT_E_BUFFER_OPERATION_PENDING;
     Connection::Locked lock(*m_connection);  // the loop's thread is the ring's other side
     m_ring.Drain();
+    m_serverDrainsAt.store(0, std::memory_order_release);
     if (m_capture) m_position = 0;
     return m_connection->Complete(pa_stream_flush(m_stream, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
 }
@@ -337,6 +365,7 @@ HRESULT Stream::RenderReleaseBuffer(UINT32 frames, DWORD flags) {
         if ((flags & AUDCLNT_BUFFERFLAGS_SILENT) != 0) std::memset(m_ring.ContiguousWriteArea(bytes), 0, bytes);
         m_ring.CommitWrite(bytes);
     }
+    if (frames != 0 && m_started.load(std::memory_order_acquire)) m_kick.Kick();
     return S_OK;
 }
 
@@ -372,9 +401,14 @@ void Stream::OnRead(pa_stream*, size_t, void* self) { static_cast<Stream*>(self)
 
 void Stream::OnWrite(pa_stream*, size_t, void* self) { static_cast<Stream*>(self)->Push(); }
 
+void Stream::OnTiming(pa_stream*, void* self) { static_cast<Stream*>(self)->NoteServerTiming(); }
+
 void Stream::OnTimer(pa_mainloop_api*, pa_time_event* event, const struct timeval*, void* self) {
     auto* owner = static_cast<Stream*>(self);
     owner->Push();
+    // libpulse's own updates thin out to one every 1.5 s; the depth's clock is corrected more often.
+    if (++owner->m_ticks % kTimingTicks == 0 && owner->m_started.load(std::memory_order_acquire))
+        Connection::Forget(pa_stream_update_timing_info(owner->m_stream, nullptr, nullptr));
     pa_context_rttime_restart(owner->m_connection->Context(), event, pa_rtclock_now() + kDevicePeriod / 10);
 }
 
@@ -397,13 +431,14 @@ void Stream::Pull() {
     if (delivered) Signal();
 }
 
-void Stream::Push() {
+void Stream::Push(bool signal) {
     if (m_stream == nullptr || !m_started.load(std::memory_order_acquire) || m_invalid.load(std::memory_order_acquire))
         return;
     const size_t writable = pa_stream_writable_size(m_stream);
     if (writable == static_cast<size_t>(-1)) return;
     size_t left = std::min(writable, m_ring.Filled());
     left -= left % m_blockAlign;
+    size_t written = 0;
     while (left > 0) {
         size_t contiguous = 0;
         const uint8_t* data = m_ring.ReadArea(&contiguous);
@@ -412,9 +447,41 @@ void Stream::Push() {
         if (pa_stream_write(m_stream, data, bytes, nullptr, 0, PA_SEEK_RELATIVE) < 0) break;
         m_ring.CommitRead(bytes);
         left -= bytes;
+        written += bytes;
     }
+    if (written > 0) NoteServerWrite(written);
     // Room again, or the period passed: the render thread refills.
-    Signal();
+    if (signal) Signal();
+}
+
+void Stream::NoteServerTiming() {
+    if (m_stream == nullptr || !m_started.load(std::memory_order_acquire)) return;
+    const pa_timing_info* timing = pa_stream_get_timing_info(m_stream);
+    if (timing == nullptr || timing->write_index_corrupt != 0 || timing->read_index_corrupt != 0) return;
+    // The sink's part counts as much as the sink is configured to hold for its streams. A sink
+    // that was idle may still report what it rendered ahead before the stream came (half a
+    // second, on a null sink): that is the sink's past, not audio of ours waiting.
+    pa_usec_t sink = timing->sink_usec;
+    if (timing->configured_sink_usec != 0) sink = std::min(sink, timing->configured_sink_usec);
+    m_sinkPart = static_cast<int64_t>(sink) * 1000;
+    // write_index counts every write made so far (libpulse corrects it for writes that crossed
+    // the request); read_index is what the sink took. Behind it after an underrun: nothing held.
+    const int64_t queued = std::max<int64_t>(0, timing->write_index - timing->read_index) / m_blockAlign;
+    m_serverDrainsAt.store(SteadyNanoseconds() + FramesToNanoseconds(static_cast<uint64_t>(queued)) + m_sinkPart,
+                           std::memory_order_release);
+}
+
+void Stream::NoteServerWrite(size_t bytes) {
+    // Between timing updates: the server plays on by the clock; what it was given plays after
+    // what it holds, or after the sink's latency when it held nothing.
+    const int64_t now = SteadyNanoseconds();
+    const int64_t drainsAt = m_serverDrainsAt.load(std::memory_order_relaxed);
+    const int64_t from = drainsAt > now ? drainsAt : now + m_sinkPart;
+    m_serverDrainsAt.store(from + FramesToNanoseconds(bytes / m_blockAlign), std::memory_order_release);
+}
+
+int64_t Stream::FramesToNanoseconds(uint64_t frames) const {
+    return static_cast<int64_t>(frames * 1000000000u / m_endpoint.sampleSpec.rate);
 }
 
 }  // namespace zqplatform::pulse

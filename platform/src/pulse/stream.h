@@ -7,7 +7,26 @@
 // (and a timer of one device period, for when the server asks for nothing) moves what the ring
 // holds to the server; both then set the client's event. GetBuffer, ReleaseBuffer,
 // GetCurrentPadding and GetNextPacketSize touch only the ring and atomics: the capture and
-// render threads never take the main loop's lock, wait for the server or allocate.
+// render threads never take the main loop's lock, wait for the server or allocate. A render
+// ReleaseBuffer also kicks the loop (LoopKick, one eventfd write), so what was queued goes to
+// the server at once rather than at its next request.
+//
+// A render stream's padding is what a desktop engine's is: every frame not yet played, the
+// ring's and the server's. The server's part comes from its timing (the write index against
+// the sink's read index, plus the sink's configured latency), asked for every 100 ms by the
+// timer; the loop's thread turns each answer, and each write between answers, into one atomic,
+// the moment the server would run dry (m_serverDrainsAt), and the render thread counts down
+// from it with the clock alone. So the depth a client acts on is the latency the listener
+// hears, and it falls smoothly between the server's blocks instead of in steps. (libpulse's
+// interpolated latency is not used: after a stall its clock runs ahead of the writes and stays
+// there, reading 0.)
+//
+// What the server is asked to buffer (render): tlength of two device periods and minreq of half
+// of one, with PA_STREAM_ADJUST_LATENCY, so the server splits the two periods into a sink
+// latency of about half a period and its own queue; a client that queues more keeps the rest in
+// the ring (counted all the same). prebuf is one frame: like a desktop engine, the stream plays
+// what it is given as soon as it has any, also after an underrun, instead of waiting for a full
+// buffer (which would add its length to the latency for good). Capture: fragments of one period.
 //
 // The stream opens on its own device and does not follow the server's moves (a stream whose
 // device goes is killed, not moved); from then on, or once the server has gone, every call
@@ -20,6 +39,7 @@
 
 #include "byte_ring.h"
 #include "connection.h"
+#include "loop_kick.h"
 #include "session.h"
 
 namespace zqplatform::pulse {
@@ -67,8 +87,18 @@ private:
     static void OnRead(pa_stream* stream, size_t bytes, void* self);
     static void OnWrite(pa_stream* stream, size_t bytes, void* self);
     static void OnTimer(pa_mainloop_api* api, pa_time_event* event, const struct timeval* when, void* self);
+    static void OnTiming(pa_stream* stream, void* self);
+    static void OnUnderflow(pa_stream* stream, void* self);
     void Pull();  // capture: server to ring
-    void Push();  // render: ring to server
+    // Render: ring to server; signal tells the client there is room (not after a kick, which
+    // the client's own release caused).
+    void Push(bool signal = true);
+    // Render: m_serverDrainsAt from the server's latest timing, and moved on by each write.
+    void NoteServerTiming();
+    void NoteServerWrite(size_t bytes);
+    int64_t FramesToNanoseconds(uint64_t frames) const;
+    // Render thread (any): the frames the server still holds, counted down from m_serverDrainsAt.
+    uint32_t ServerHeldFrames() const;
     void Signal() const;
     void NotePeak(const uint8_t* data, size_t bytes);
     // Loop lock: undoes what Initialize built.
@@ -94,6 +124,13 @@ private:
     uint32_t m_bufferFrames = 0;
     uint32_t m_packetFrames = 0;  // one device period
     ByteRing m_ring;
+    LoopKick m_kick;  // render
+    // Render: steady-clock nanoseconds at which the server will have played everything it
+    // holds, as of its latest timing (0: holds nothing). Written by the loop's thread only.
+    std::atomic<int64_t> m_serverDrainsAt{0};
+    int64_t m_sinkPart = 0;  // loop thread: the sink's latency at the latest timing, in ns
+    static constexpr unsigned kTimingTicks = 10;  // timer ticks between timing requests
+    unsigned m_ticks = 0;                         // loop thread
 
     // Capture thread.
     std::vector<uint8_t> m_packet;  // a packet that wraps around the ring end, copied whole
