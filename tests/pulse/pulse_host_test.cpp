@@ -60,13 +60,6 @@ protected:
         PulseTest::TearDown();
     }
 
-    // The monitoring rate control is left out here. On this backend the capture stream delivers
-    // well before the server takes the render stream's first frames, so the render queue starts
-    // full (about 140 ms); the rate control then drains that backlog at its largest correction,
-    // for some seconds, and the tone is 2 % sharp meanwhile. These tests measure the backend;
-    // the stepped-clock suites test the rate control.
-    zqtest::ScopedEnvironment rateControlOff{"ZQ_MONITOR_RATE_CONTROL", "0"};
-
     // Records speaker48's monitor and expects the microphone's tone on both speakers at the
     // designed level: the capture resampler maps mono to left and right at -3 dB, and the render
     // stream's session volume is 0.5. Returns the left channel's reading.

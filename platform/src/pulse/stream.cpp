@@ -12,6 +12,7 @@
 #include "../audio/text.h"
 #include "zqplatform/win/debugapi.h"
 #include "zqplatform/win/kernel.h"
+#include "zqplatform/win/systime.h"
 
 namespace zqplatform::pulse {
 namespace {
@@ -307,8 +308,16 @@ HRESULT Stream::CaptureGetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT
     *frames = count;
     if (m_discontinuity.exchange(false, std::memory_order_acq_rel)) *flags |= AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY;
     if (devicePosition != nullptr) *devicePosition = m_position;
-    if (qpcPosition != nullptr)
-        *qpcPosition = static_cast<UINT64>(std::chrono::steady_clock::now().time_since_epoch().count() / 100);
+    if (qpcPosition != nullptr) {
+        // The performance counter when the packet's first frame was recorded, as Windows stamps
+        // it: the source delivers at its rate, so the oldest of the frames waiting here came in
+        // as long ago as they take to play. A capture thread woken late finds more waiting and
+        // the same stamp.
+        LARGE_INTEGER now{};
+        QueryPerformanceCounter(&now);
+        const int64_t waiting = static_cast<int64_t>(available) * 10000000 / m_endpoint.sampleSpec.rate;
+        *qpcPosition = static_cast<UINT64>(std::max<int64_t>(now.QuadPart - waiting, 0));
+    }
     m_held = true;
     m_heldFrames = count;
     return S_OK;
