@@ -136,10 +136,14 @@ double CMonitorDepthControl::OnPacket(double complete, double packetSeconds) {
 
     // The reference the PI holds the depth at follows the target through the feed-forward part
     // alone, by what that part has moved the depth, so a new target winds up no integral.
-    // Right after a resynchronisation the target is reached at full speed; later, in steady
-    // state, gently, so that a changed target is not heard.
+    // Right after a resynchronisation the target is reached briskly; later, in steady state,
+    // gently, so that a changed target is not heard. While settling, a depth found well off the
+    // reference (a backend whose depth includes what its server holds only once the server has
+    // said so) is taken as the reference, so the feedback does not pull against the feed-forward.
+    const bool settling = complete - m_dResyncedAt < kSettleSeconds;
+    if (settling && std::fabs(FilteredDepthMs() - m_dReferenceMs) > kReanchorMs) m_dReferenceMs = FilteredDepthMs();
     const double pendingMs = TargetMs() - m_dReferenceMs;
-    const double reach = complete - m_dResyncedAt < kSettleSeconds ? kMaxCorrectionPpm : kSteadyFeedForwardPpm;
+    const double reach = settling ? kSettleFeedForwardPpm : kSteadyFeedForwardPpm;
     const double feedForward = std::clamp(pendingMs * kFeedForwardPpmPerMs, -reach, reach);
     const double errorMs = FilteredDepthMs() - m_dReferenceMs;
     const double step = kMaxSlewPpmPerSecond * packetSeconds;

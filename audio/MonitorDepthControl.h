@@ -36,8 +36,10 @@
 // the correction in ppm of the frames passed on. In steady state the integral
 // holds the clocks' difference and the proportional part only what the filtered depth still
 // wanders. A new target (more structure, a bigger cushion) is reached by a feed-forward part
-// (kFeedForwardPpmPerMs of what is still to move; at most kSteadyFeedForwardPpm from
-// kSettleSeconds after the last resynchronisation, so that steady state hears nothing of it),
+// (kFeedForwardPpmPerMs of what is still to move; at most kSettleFeedForwardPpm for
+// kSettleSeconds after the last resynchronisation, while a depth found more than kReanchorMs
+// off is taken as it is, and kSteadyFeedForwardPpm from then on, so that steady state hears
+// nothing of it),
 // and the PI's reference follows the target by what that part has moved, so a target step
 // winds up no integral. The sum is bounded at
 // kMaxCorrectionPpm and moves by at most kMaxSlewPpmPerSecond of output.
@@ -63,8 +65,10 @@ public:
     static constexpr double kProportionalPpmPerMs = 1600.0;
     static constexpr double kIntegralPpmPerMsSecond = 900.0;
     static constexpr double kFeedForwardPpmPerMs = 1000.0;
-    static constexpr double kSteadyFeedForwardPpm = 30.0;  // from kSettleSeconds after a resync
+    static constexpr double kSettleFeedForwardPpm = 1000.0;  // for kSettleSeconds after a resync
+    static constexpr double kSteadyFeedForwardPpm = 30.0;    // from then on
     static constexpr double kSettleSeconds = 5.0;
+    static constexpr double kReanchorMs = 2.0;
     static constexpr double kWindowSeconds = 0.1;
     static constexpr double kFilterSeconds = 0.2;
     static constexpr double kInitialCushionMs = 1.0;
