@@ -265,13 +265,16 @@ zqvm::WakeJitter QualityJitter(bool on) {
     return jitter;
 }
 
-// Runs one case to 20 s; with `sample`, reads the controller every 100 ms on the way.
-bool RunQualityCase(Rig& rig, const QualityCase& c, std::vector<std::pair<double, double>>* sample) {
+// Runs one case to 20 s; with `sample`, reads the controller every 100 ms on the way, and the
+// speaker's underruns at 5 s into *underrunsAt5s.
+bool RunQualityCase(Rig& rig, const QualityCase& c, std::vector<std::pair<double, double>>* sample,
+                    uint64_t* underrunsAt5s) {
     constexpr double kSeconds = 20.0;
-    for (double t = 0.1; t <= kSeconds + 1e-9; t += 0.1) {
-        if (c.stall && std::fabs(t - 10.0) < 1e-9) rig.HoldRenderThread(5);
-        if (!rig.RunUntil(t)) return false;
+    for (int tenth = 1; tenth <= static_cast<int>(kSeconds * 10); ++tenth) {
+        if (c.stall && tenth == 100) rig.HoldRenderThread(5);
+        if (!rig.RunUntil(tenth / 10.0)) return false;
         if (sample) sample->push_back(rig.Control());
+        if (underrunsAt5s && tenth == 50) *underrunsAt5s = rig.Underruns();
     }
     return true;
 }
@@ -285,12 +288,7 @@ void Quality(benchmark::State& state, QualityCase c) {
         {
             Rig rig(pair, 5.0, c.speakerPpm, true, QualityJitter(c.jitter));
             uint64_t underrunsAt5s = 0;
-            if (!rig.Started() || !rig.RunUntil(5.0)) {
-                state.SkipWithError("the streams did not run");
-                return;
-            }
-            underrunsAt5s = rig.Underruns();
-            if (!RunQualityCase(rig, c, &control)) {
+            if (!rig.Started() || !RunQualityCase(rig, c, &control, &underrunsAt5s)) {
                 state.SkipWithError("the streams did not run");
                 return;
             }
@@ -300,7 +298,7 @@ void Quality(benchmark::State& state, QualityCase c) {
         std::vector<double> latencies;
         {
             Rig rig(pair, 5.0, c.speakerPpm, false, QualityJitter(c.jitter));
-            if (!rig.Started() || !RunQualityCase(rig, c, nullptr)) {
+            if (!rig.Started() || !RunQualityCase(rig, c, nullptr, nullptr)) {
                 state.SkipWithError("the streams did not run");
                 return;
             }
