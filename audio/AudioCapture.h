@@ -68,14 +68,14 @@ public:
     }
     // Render thread, inside WithQueue at each refill: the frames its device still holds and
     // those queued, for the monitoring path's rate control, which may drop the oldest of the
-    // queued ones (at start-up, and after the device ran dry). False: nothing is to be moved
-    // into the device this time (start-up: too little has come yet).
-    bool NoteRefill(CCircularBuffer& queue, size_t devicePadding, size_t blockAlign) {
-        if (!m_pRateControl) return true;
+    // queued ones or ask for silence ahead of them (at start-up, and after the device ran dry),
+    // or say that nothing is to be moved this time. Without it: move what is queued.
+    CMonitorDepthControl::Refill NoteRefill(CCircularBuffer& queue, size_t devicePadding, size_t blockAlign) {
+        if (!m_pRateControl) return {};
         const CMonitorDepthControl::Refill refill =
             m_pRateControl->ObserveRefill(devicePadding, queue.GetCount() / blockAlign);
         queue.Skip(refill.dropFrames * blockAlign);
-        return !refill.hold;
+        return refill;
     }
     // Tests and benchmarks: the rate control of the path to the render device, or null.
     const CMonitorRateControl* RateControl() const { return m_pRateControl.get(); }

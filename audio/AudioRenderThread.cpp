@@ -2,6 +2,7 @@
 // has room for, straight from the capture engine's queue into the device buffer. It writes no
 // silence of its own: with nothing queued it leaves the device alone until the next event.
 #include <algorithm>
+#include <cstring>
 
 #include "audio/AudioCapture.h"
 #include "audio/AudioRender.h"
@@ -53,14 +54,20 @@ void CAudioRender::RenderLoop(CAudioCapture* capture) {
         // One refill under the capture engine's packet lock: the capture thread queues more
         // only between refills.
         capture->WithQueue([&](CCircularBuffer& queue) {
-            if (!capture->NoteRefill(queue, queued, blockAlign)) return;
-            const UINT32 frames = std::min<UINT32>(free, static_cast<UINT32>(queue.GetCount() / blockAlign));
+            const CMonitorDepthControl::Refill refill = capture->NoteRefill(queue, queued, blockAlign);
+            if (refill.hold) return;
+            // Silence the rate control asks for goes ahead of the queued frames (zero bytes are
+            // silence in every mix format the engine gives: float and signed integers).
+            const UINT32 lead = static_cast<UINT32>(std::min<size_t>(free, refill.silenceFrames));
+            const UINT32 frames =
+                lead + std::min<UINT32>(free - lead, static_cast<UINT32>(queue.GetCount() / blockAlign));
             if (frames == 0) return;
             BYTE* data = nullptr;
             got = m_spRenderClient->GetBuffer(frames, &data);
             noBuffer = FAILED(got) || data == nullptr;
             if (noBuffer) return;
-            queue.Read(data, static_cast<size_t>(frames) * blockAlign);
+            std::memset(data, 0, static_cast<size_t>(lead) * blockAlign);
+            queue.Read(data + static_cast<size_t>(lead) * blockAlign, static_cast<size_t>(frames - lead) * blockAlign);
             const DWORD flags = m_bMute.load(std::memory_order_relaxed) ? AUDCLNT_BUFFERFLAGS_SILENT : 0;
             if (FAILED(m_spRenderClient->ReleaseBuffer(frames, flags))) m_unreleased = Unreleased{frames, flags};
         });

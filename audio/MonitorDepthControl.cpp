@@ -87,22 +87,24 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
     TrackStructure(now, std::clamp(below, 0.0, kStalledPackets * m_dPacketSeconds));
 
     Refill refill;
-    if (m_bResync) {
-        // Keep what the target asks for at this point between two packets, drop the rest. At
-        // start-up, wait (the device plays silence, as it would anyway) until that much is here.
+    // The first refills after the start all keep the target, so that a target the first packets
+    // and refills have not shown yet (their phase) is met before much is heard, not by pitch.
+    if (m_bResync || now < m_dStartingUntil) {
+        // Keep what the target asks for at this point between two packets: drop the rest, or
+        // make up what is missing with silence ahead of the sound (the device would play
+        // silence meanwhile anyway, and the sound then starts at the target's latency).
         const double keep = std::max(TargetFrames() - waitedFrames, static_cast<double>(devicePadding));
-        if (depth < keep) {
-            m_dLastRefill = now;
-            m_dLastDepth = depth;
-            return Refill{0, true};
-        }
         if (depth > keep) refill.dropFrames = std::min(queued, static_cast<size_t>(depth - keep));
-        depth -= static_cast<double>(refill.dropFrames);
+        if (depth < keep) refill.silenceFrames = static_cast<size_t>(std::lround(keep - depth));
+        depth += static_cast<double>(refill.silenceFrames) - static_cast<double>(refill.dropFrames);
         m_nDroppedFrames += refill.dropFrames;
         m_dFilteredFrames = depth + waitedFrames;
         m_dReferenceMs = TargetMs();  // there already: nothing left to move by pitch
         m_dResyncedAt = now;
-        if (!m_bStarted) m_dQuietSince = now;
+        if (!m_bStarted) {
+            m_dQuietSince = now;
+            m_dStartingUntil = now + kStartingSeconds;
+        }
         m_bStarted = true;
         m_bResync = false;
         m_dWindowStart = now;
@@ -115,7 +117,14 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
         m_dWindowMinWaited = std::min(m_dWindowMinWaited, waited);
         if (now - m_dWindowStart >= kWindowSeconds - kTimeTolerance) {
             const double alpha = std::min(1.0, (now - m_dWindowStart) / kFilterSeconds);
-            m_dFilteredFrames += alpha * (m_dWindowMinFrames - m_dFilteredFrames);
+            const double step = alpha * (m_dWindowMinFrames - m_dFilteredFrames);
+            m_dFilteredFrames += step;
+            // While settling, a depth that moves faster than any clock or correction could move
+            // it is a measure that changed (a backend whose depth includes what its server holds
+            // once the server has said so), not sound that came or went: the reference moves
+            // with it, so the feedback does not pull against the feed-forward.
+            const double stepMs = step * 1000.0 / m_dRate;
+            if (now - m_dResyncedAt < kSettleSeconds && std::fabs(stepMs) > kMeasureStepMs) m_dReferenceMs += stepMs;
             TrackPhase(m_dWindowMinWaited);
             m_dWindowStart = now;
             m_dWindowMinFrames = 1e300;
@@ -137,13 +146,9 @@ double CMonitorDepthControl::OnPacket(double complete, double packetSeconds) {
     // The reference the PI holds the depth at follows the target through the feed-forward part
     // alone, by what that part has moved the depth, so a new target winds up no integral.
     // Right after a resynchronisation the target is reached briskly; later, in steady state,
-    // gently, so that a changed target is not heard. While settling, a depth found well off the
-    // reference (a backend whose depth includes what its server holds only once the server has
-    // said so) is taken as the reference, so the feedback does not pull against the feed-forward.
-    const bool settling = complete - m_dResyncedAt < kSettleSeconds;
-    if (settling && std::fabs(FilteredDepthMs() - m_dReferenceMs) > kReanchorMs) m_dReferenceMs = FilteredDepthMs();
+    // gently, so that a changed target is not heard.
     const double pendingMs = TargetMs() - m_dReferenceMs;
-    const double reach = settling ? kSettleFeedForwardPpm : kSteadyFeedForwardPpm;
+    const double reach = complete - m_dResyncedAt < kSettleSeconds ? kSettleFeedForwardPpm : kSteadyFeedForwardPpm;
     const double feedForward = std::clamp(pendingMs * kFeedForwardPpmPerMs, -reach, reach);
     const double errorMs = FilteredDepthMs() - m_dReferenceMs;
     const double step = kMaxSlewPpmPerSecond * packetSeconds;

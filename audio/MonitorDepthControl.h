@@ -37,17 +37,17 @@
 // holds the clocks' difference and the proportional part only what the filtered depth still
 // wanders. A new target (more structure, a bigger cushion) is reached by a feed-forward part
 // (kFeedForwardPpmPerMs of what is still to move; at most kSettleFeedForwardPpm for
-// kSettleSeconds after the last resynchronisation, while a depth found more than kReanchorMs
-// off is taken as it is, and kSteadyFeedForwardPpm from then on, so that steady state hears
-// nothing of it),
+// kSettleSeconds after the last resynchronisation, while a step of the measure beyond
+// kMeasureStepMs a window moves the reference with it, and kSteadyFeedForwardPpm from then on,
+// so that steady state hears nothing of it),
 // and the PI's reference follows the target by what that part has moved, so a target step
 // winds up no integral. The sum is bounded at
 // kMaxCorrectionPpm and moves by at most kMaxSlewPpmPerSecond of output.
 //
 // Start-up and dropouts. At the first refill, whatever the capture delivered beyond the target
-// is dropped, before anything is heard; until the target's worth has come, the refills move
-// nothing (the device plays silence, as it would anyway): nothing drains or fills at a changed
-// pitch. The same at a refill that finds the device run dry (a render thread held up): the
+// is dropped, before anything is heard, and what it falls short of is made up with silence
+// ahead of the sound (the device would play silence meanwhile anyway): nothing drains or fills
+// at a changed pitch. The same at a refill that finds the device run dry (a render thread held up): the
 // listener has heard a gap already, and the backlog the capture built meanwhile is dropped
 // rather than played late for seconds, or the gap is made up to the new target at once.
 //
@@ -68,7 +68,10 @@ public:
     static constexpr double kSettleFeedForwardPpm = 1000.0;  // for kSettleSeconds after a resync
     static constexpr double kSteadyFeedForwardPpm = 30.0;    // from then on
     static constexpr double kSettleSeconds = 5.0;
-    static constexpr double kReanchorMs = 2.0;
+    static constexpr double kStartingSeconds = 0.05;  // resynchronised at every refill
+    // A change of the filtered depth in one window beyond what clocks and corrections could
+    // make (2 ms/s at most, 0.2 ms a window) is the measure's own, while settling.
+    static constexpr double kMeasureStepMs = 0.5;
     static constexpr double kWindowSeconds = 0.1;
     static constexpr double kFilterSeconds = 0.2;
     static constexpr double kInitialCushionMs = 1.0;
@@ -94,8 +97,9 @@ public:
 
     // What a refill is to do before it moves queued frames into the device.
     struct Refill {
-        size_t dropFrames = 0;  // drop these from the oldest end of the queue
-        bool hold = false;      // move nothing this time (start-up: not enough has come yet)
+        size_t dropFrames = 0;     // drop these from the oldest end of the queue
+        size_t silenceFrames = 0;  // write this much silence ahead of the queued frames
+        bool hold = false;         // move nothing this time (nothing has come, or it stopped)
     };
     // Render thread, at each refill at time now (seconds, any origin, the same clock as
     // OnPacket's): devicePadding frames still in the device, queued frames waiting for it.
@@ -131,6 +135,7 @@ private:
     // Render side.
     bool m_bStarted = false;
     bool m_bResync = true;  // the next refills keep the target and drop the rest (start-up, run dry)
+    double m_dStartingUntil = 0.0;
     double m_dLastRefill = 0.0;
     double m_dLastDepth = 0.0;  // frames the last refill left for the device (after its drop)
     double m_dFilteredFrames = 0.0;
