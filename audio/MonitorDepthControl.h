@@ -21,9 +21,10 @@
 //   arrival. While the two devices' periods keep their phase that is the time from a packet to
 //   the next refill; where a packet is still missing at a refill (its capture thread woken
 //   late) it is a packet more, and it is raised at once; it comes back by
-//   kStructureDecayMsPerSecond once it has not recurred for kStructureHoldSeconds. Once the phase is seen to move (by more than kPhaseMovedMs at
-//   each window's earliest refill: the clocks drift apart), a refill can come up to a whole
-//   packet after the last one, so it is at least a packet.
+//   kStructureDecayMsPerSecond once it has not recurred for kStructureHoldSeconds. Once the
+//   phase is seen to move (by more than kPhaseMovedMs at each window's earliest refill: the
+//   clocks drift apart; less is the scheduler's noise on a real clock), a refill can come up
+//   to a whole packet after the last one, so it is at least a packet.
 // - the cushion: kInitialCushionMs for what nothing foresees; kCushionStepMs more each time the
 //   device is found run dry, up to kMaxCushionMs; back towards the initial one with a time
 //   constant of kCushionShrinkSeconds, over each kQuietSeconds in which the device never ran
@@ -79,7 +80,7 @@ public:
     static constexpr double kMaxCushionMs = 20.0;
     static constexpr double kCushionShrinkSeconds = 30.0;
     static constexpr double kQuietSeconds = 10.0;
-    static constexpr double kPhaseMovedMs = 0.25;
+    static constexpr double kPhaseMovedMs = 1.0;
     static constexpr double kStructureDecayMsPerSecond = 0.1;
     static constexpr double kStructureHoldSeconds = 60.0;
     static constexpr double kStructureRecurMs = 0.5;  // a wait this close to the longest renews it

@@ -137,7 +137,8 @@ HRESULT Stream::Start() {
         m_started = true;
         // Scheduling under m_lock is safe: the clock takes its own lock, never ours, to schedule.
         const int64_t phase = m_endpoint.clockPhase.load(std::memory_order_relaxed);
-        m_clockId = ScheduleOnClock(zqvm::ClockNow() + kDevicePeriod + phase, kDevicePeriod, [this] { Tick(); });
+        m_firstPeriodEnd = zqvm::ClockNow() + kDevicePeriod + phase;
+        m_clockId = ScheduleOnClock(m_firstPeriodEnd, kDevicePeriod, [this] { Tick(); });
     }
     m_endpoint.runningStreams.fetch_add(1, std::memory_order_relaxed);
     m_endpoint.session->StreamStarted();
@@ -349,8 +350,12 @@ void Stream::CaptureTick(uint32_t frames) {
     ApplySessionVolume(samples, frames);
     // As Windows stamps a packet: the performance counter (100-ns units) when its first frame
     // was recorded, one period before the period that ends now.
+    // The period's end is its place on the device's schedule: on the real clock this tick may
+    // run a little late, as a driver's interrupt is served late, but the device recorded on time.
+    const int64_t now = zqvm::ClockNow();
+    const int64_t periodEnd = now - (now - m_firstPeriodEnd) % kDevicePeriod;
     const auto firstFrameTime = static_cast<uint64_t>(
-        zqvm::ClockNow() - static_cast<int64_t>(frames) * 10000000 / static_cast<int64_t>(m_endpoint.format.Rate()));
+        periodEnd - static_cast<int64_t>(frames) * 10000000 / static_cast<int64_t>(m_endpoint.format.Rate()));
 
     HANDLE event;
     {

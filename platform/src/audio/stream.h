@@ -92,6 +92,7 @@ private:
     uint32_t m_maxPacketFrames = 0;
     uint32_t m_queuedFrames = 0;  // padding
     uint64_t m_periodIndex = 0;
+    int64_t m_firstPeriodEnd = 0;  // platform clock: where the device's periods are scheduled
     // The clock error the periods since m_errorSincePeriod were counted with, and the frames
     // counted before that period.
     int64_t m_errorPpb = 0;
