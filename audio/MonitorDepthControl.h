@@ -45,10 +45,10 @@
 // winds up no integral. The sum is bounded at
 // kMaxCorrectionPpm and moves by at most kMaxSlewPpmPerSecond of output.
 //
-// Start-up and dropouts. At the first refill, whatever the capture delivered beyond the target
-// is dropped, before anything is heard, and what it falls short of is made up with silence
-// ahead of the sound (the device would play silence meanwhile anyway): nothing drains or fills
-// at a changed pitch. The same at a refill that finds the device run dry (a render thread held up): the
+// Start-up and dropouts. At the first refill, and at every refill for kStartingSeconds after
+// it (while the phase of the two devices shows itself), whatever the capture delivered beyond
+// the target is dropped and what it falls short of is made up with silence ahead of the sound
+// (the device would play silence meanwhile anyway): nothing drains or fills at a changed pitch. The same at a refill that finds the device run dry (a render thread held up): the
 // listener has heard a gap already, and the backlog the capture built meanwhile is dropped
 // rather than played late for seconds, or the gap is made up to the new target at once.
 //
@@ -69,7 +69,7 @@ public:
     static constexpr double kSettleFeedForwardPpm = 1000.0;  // for kSettleSeconds after a resync
     static constexpr double kSteadyFeedForwardPpm = 30.0;    // from then on
     static constexpr double kSettleSeconds = 5.0;
-    static constexpr double kStartingSeconds = 0.05;  // resynchronised at every refill
+    static constexpr double kStartingSeconds = 0.25;  // resynchronised at every refill
     // A change of the filtered depth in one window beyond what clocks and corrections could
     // make (2 ms/s at most, 0.2 ms a window) is the measure's own, while settling.
     static constexpr double kMeasureStepMs = 0.5;
