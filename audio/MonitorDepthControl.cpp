@@ -43,6 +43,12 @@ void CMonitorDepthControl::TrackPhase(double windowMinWaited) {
     if (m_dPhaseMax - m_dPhaseMin > kPhaseMovedMs / 1000.0) m_bPhaseMoved = true;
 }
 
+void CMonitorDepthControl::StartWindow(double now) {
+    m_dWindowStart = now;
+    m_dWindowMinFrames = 1e300;
+    m_dWindowMinWaited = 1e300;
+}
+
 void CMonitorDepthControl::AdaptCushion(double now, double marginFrames) {
     m_dQuietMinMargin = std::min(m_dQuietMinMargin, marginFrames);
     if (now - m_dQuietSince < kQuietSeconds - kTimeTolerance) return;
@@ -107,9 +113,7 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
         }
         m_bStarted = true;
         m_bResync = false;
-        m_dWindowStart = now;
-        m_dWindowMinFrames = 1e300;
-        m_dWindowMinWaited = 1e300;
+        StartWindow(now);
     } else {
         // A late render thread finds the depth at arrival too deep by its lateness, never too
         // shallow: the smallest of a window's refills is the one woken on time.
@@ -126,9 +130,7 @@ CMonitorDepthControl::Refill CMonitorDepthControl::OnRefill(double now, size_t d
             const double stepMs = step * 1000.0 / m_dRate;
             if (now - m_dResyncedAt < kSettleSeconds && std::fabs(stepMs) > kMeasureStepMs) m_dReferenceMs += stepMs;
             TrackPhase(m_dWindowMinWaited);
-            m_dWindowStart = now;
-            m_dWindowMinFrames = 1e300;
-            m_dWindowMinWaited = 1e300;
+            StartWindow(now);
         }
     }
     m_dLastRefill = now;

@@ -123,6 +123,7 @@ private:
     double TargetFrames() const;
     void TrackStructure(double now, double below);
     void TrackPhase(double windowMinWaited);
+    void StartWindow(double now);
     void AdaptCushion(double now, double marginFrames);
 
     const double m_dRate;

@@ -73,15 +73,19 @@ std::unique_ptr<CMonitorRateControl> CMonitorRateControl::Create(const WAVEFORMA
 CMonitorRateControl::CMonitorRateControl(SwrContextPtr context, uint32_t renderRate)
     : m_pContext(std::move(context)),
       m_vecOutput(static_cast<size_t>(kMaxPacketFrames + kOutputSlackFrames) * ENGINE_CHANNELS),
-      m_control(renderRate, renderRate / 100) {}  // the device period: the streams' 10 ms
+      m_control(renderRate, renderRate / 100),  // the device period: the streams' 10 ms
+      m_dCounterTicksPerSecond(CounterTicksPerSecond()) {}
 
-double CMonitorRateControl::Now() {
-    LARGE_INTEGER counter{};
+double CMonitorRateControl::CounterTicksPerSecond() {
     LARGE_INTEGER frequency{};
-    QueryPerformanceCounter(&counter);
     QueryPerformanceFrequency(&frequency);
-    return frequency.QuadPart > 0 ? static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart)
-                                  : 0.0;
+    return frequency.QuadPart > 0 ? static_cast<double>(frequency.QuadPart) : 0.0;
+}
+
+double CMonitorRateControl::Now() const {
+    LARGE_INTEGER counter{};
+    QueryPerformanceCounter(&counter);
+    return m_dCounterTicksPerSecond > 0.0 ? static_cast<double>(counter.QuadPart) / m_dCounterTicksPerSecond : 0.0;
 }
 
 CMonitorDepthControl::Refill CMonitorRateControl::ObserveRefill(size_t devicePadding, size_t queued) {

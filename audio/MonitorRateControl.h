@@ -51,12 +51,15 @@ public:
 
 private:
     CMonitorRateControl(SwrContextPtr context, uint32_t renderRate);
-    static double Now();
+    // The performance counter in seconds; its frequency, fixed at boot, is read once, at Create.
+    static double CounterTicksPerSecond();
+    double Now() const;
     // The stage's conversion alone, for at most kMaxPacketFrames frames.
     int Convert(const float* engineFrames, int frames, const float** output);
 
     SwrContextPtr m_pContext;
     std::vector<float> m_vecOutput;
     CMonitorDepthControl m_control;
+    const double m_dCounterTicksPerSecond;
     int m_nCompensation = 0;  // the compensation set, in frames per kCompensationDistance
 };
