@@ -65,11 +65,18 @@ Connection::Connection() = default;
 
 std::shared_ptr<Connection> Connection::Open(std::string* why) {
     std::shared_ptr<Connection> connection(new Connection);
-    if (!connection->Connect(why)) return nullptr;
+    if (!connection->Connect(why, false)) return nullptr;
     return connection;
 }
 
-bool Connection::Connect(std::string* why) {
+std::shared_ptr<Connection> Connection::OpenLink(std::string* why) {
+    std::shared_ptr<Connection> connection(new Connection);
+    if (!connection->Connect(why, true)) return nullptr;
+    return connection;
+}
+
+bool Connection::Connect(std::string* why, bool link) {
+    m_link = link;
     m_loop = pa_threaded_mainloop_new();
     if (m_loop == nullptr) {
         *why = "libpulse could not make its main loop";
@@ -104,7 +111,7 @@ bool Connection::Connect(std::string* why) {
         return false;
     }
     m_alive.store(true, std::memory_order_release);
-    return LoadEverything(why);
+    return link || LoadEverything(why);
 }
 
 bool Connection::LoadEverything(std::string* why) {
@@ -397,6 +404,7 @@ void Connection::SetDefaults(const std::string& sink, const std::string& source)
 }
 
 void Connection::ServerLost() {
+    if (m_link) return;  // the backend's connection reports the loss; its streams learn it themselves
     // Every endpoint goes with the server; streams learn it from their own state callbacks.
     std::vector<std::wstring> gone;
     {

@@ -58,6 +58,12 @@ public:
     // Connects to the server by libpulse's rules, without spawning one; nullptr and the reason
     // in *why when none answers within kServerTimeout.
     static std::shared_ptr<Connection> Open(std::string* why);
+    // A connection that carries one stream and nothing else: no endpoint list, no
+    // subscription, no notifications (the backend's connection does all that). A stream has a
+    // link of its own because a server may deliver a client's recorded fragments late and in
+    // bursts while the same client also plays (a PipeWire server's PulseAudio front end holds
+    // them back by 50 ms and more): apart, each stream is served at its own pace.
+    static std::shared_ptr<Connection> OpenLink(std::string* why);
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -112,7 +118,7 @@ public:
 
 private:
     Connection();
-    bool Connect(std::string* why);
+    bool Connect(std::string* why, bool link);
     bool LoadEverything(std::string* why);
 
     static void OnContextState(pa_context* context, void* self);
@@ -137,6 +143,7 @@ private:
     std::atomic<bool> m_alive{false};
     pa_context_state_t m_state = PA_CONTEXT_UNCONNECTED;  // loop lock
     bool m_loopPriority = false;  // loop thread
+    bool m_link = false;          // set before the loop starts: a stream's link (OpenLink)
 
     std::mutex m_listLock;  // leaf: nothing is called with it held
     std::vector<Endpoint> m_endpoints;

@@ -54,17 +54,18 @@ Stream::Stream(std::shared_ptr<Connection> connection, Endpoint endpoint, std::s
       m_blockAlign(static_cast<uint32_t>(m_endpoint.sampleSpec.channels) * sizeof(float)) {}
 
 Stream::~Stream() {
-    {
-        Connection::Locked lock(*m_connection);
+    if (m_link) {
+        Connection::Locked lock(*m_link);
         CloseLocked();
     }
+    Detach();
     if (m_event != nullptr) CloseHandle(m_event);
 }
 
 void Stream::CloseLocked() {
     m_kick.Close();
     if (m_timer != nullptr) {
-        m_connection->Api()->time_free(m_timer);
+        m_link->Api()->time_free(m_timer);
         m_timer = nullptr;
     }
     if (m_stream != nullptr) {
@@ -77,11 +78,14 @@ void Stream::CloseLocked() {
         pa_stream_unref(m_stream);
         m_stream = nullptr;
     }
-    if (m_serverIndex != PA_INVALID_INDEX) {
-        m_connection->DetachStream(m_endpoint.flow, m_serverIndex);
-        m_session->RemoveStream(m_serverIndex);
-        m_serverIndex = PA_INVALID_INDEX;
-    }
+}
+
+void Stream::Detach() {
+    if (m_serverIndex == PA_INVALID_INDEX) return;
+    Connection::Locked lock(*m_connection);
+    m_connection->DetachStream(m_endpoint.flow, m_serverIndex);
+    m_session->RemoveStream(m_serverIndex);
+    m_serverIndex = PA_INVALID_INDEX;
 }
 
 HRESULT Stream::Check() const {
@@ -114,14 +118,30 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
 
     pa_sample_spec sampleSpec = m_endpoint.sampleSpec;
     sampleSpec.format = PA_SAMPLE_FLOAT32LE;
-    Connection::Locked lock(*m_connection);
+    if (const HRESULT hr = OpenOnLink(sampleSpec); FAILED(hr)) {
+        m_link.reset();
+        return hr;
+    }
+    Attach(sampleSpec.channels);
+    m_initialized.store(true, std::memory_order_release);
+    return S_OK;
+}
+
+HRESULT Stream::OpenOnLink(const pa_sample_spec& sampleSpec) {
+    std::string why;
+    m_link = Connection::OpenLink(&why);
+    if (!m_link) {
+        Report(m_endpoint, "cannot connect a stream", why.c_str());
+        return AUDCLNT_E_DEVICE_INVALIDATED;
+    }
+    Connection::Locked lock(*m_link);
     pa_proplist* properties = pa_proplist_new();
     pa_proplist_sets(properties, PA_PROP_MEDIA_ROLE, m_capture ? "production" : "music");
-    m_stream = pa_stream_new_with_proplist(m_connection->Context(), m_capture ? "zqCoreAudio capture" : "zqCoreAudio render",
+    m_stream = pa_stream_new_with_proplist(m_link->Context(), m_capture ? "zqCoreAudio capture" : "zqCoreAudio render",
                                            &sampleSpec, &m_endpoint.channelMap, properties);
     pa_proplist_free(properties);
     if (m_stream == nullptr) {
-        Report(m_endpoint, "cannot make a stream", pa_strerror(pa_context_errno(m_connection->Context())));
+        Report(m_endpoint, "cannot make a stream", pa_strerror(pa_context_errno(m_link->Context())));
         return AUDCLNT_E_UNSUPPORTED_FORMAT;
     }
     pa_stream_set_state_callback(m_stream, &Stream::OnState, this);
@@ -151,41 +171,43 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
         pa_cvolume_set(&volume, sampleSpec.channels, m_session->ServerLevel());
         connected = pa_stream_connect_playback(m_stream, m_endpoint.name.c_str(), &attributes, flags, &volume, nullptr);
     }
-    const bool ready = connected == 0 && m_connection->WaitLocked([this] {
+    const bool ready = connected == 0 && m_link->WaitLocked([this] {
         const pa_stream_state_t state = pa_stream_get_state(m_stream);
         return state == PA_STREAM_READY || state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED;
     }) && pa_stream_get_state(m_stream) == PA_STREAM_READY;
     if (!ready) {
-        const bool deviceGone = !m_connection->Alive() || !m_connection->Find(m_endpoint.id) ||
+        const bool deviceGone = !m_connection->Alive() || !m_link->Alive() || !m_connection->Find(m_endpoint.id) ||
                                 m_connection->Find(m_endpoint.id)->state != DEVICE_STATE_ACTIVE;
-        Report(m_endpoint, "cannot open a stream", pa_strerror(pa_context_errno(m_connection->Context())));
+        Report(m_endpoint, "cannot open a stream", pa_strerror(pa_context_errno(m_link->Context())));
         CloseLocked();
         m_closing = false;
         return deviceGone ? AUDCLNT_E_DEVICE_INVALIDATED : AUDCLNT_E_UNSUPPORTED_FORMAT;
     }
     m_serverIndex = pa_stream_get_index(m_stream);
-    m_connection->AttachStream(m_endpoint.flow, m_serverIndex, m_session);
-    m_session->AddStream(m_serverIndex, sampleSpec.channels);
     if (m_capture && (m_session->ServerLevel() != PA_VOLUME_NORM || m_session->ServerMute())) {
         pa_cvolume volume;
         pa_cvolume_set(&volume, sampleSpec.channels, m_session->ServerLevel());
-        Connection::Forget(pa_context_set_source_output_volume(m_connection->Context(), m_serverIndex, &volume, nullptr, nullptr));
+        Connection::Forget(pa_context_set_source_output_volume(m_link->Context(), m_serverIndex, &volume, nullptr, nullptr));
         Connection::Forget(
-            pa_context_set_source_output_mute(m_connection->Context(), m_serverIndex, m_session->ServerMute(), nullptr, nullptr));
+            pa_context_set_source_output_mute(m_link->Context(), m_serverIndex, m_session->ServerMute(), nullptr, nullptr));
     }
     if (!m_capture) {
         pa_stream_set_latency_update_callback(m_stream, &Stream::OnTiming, this);
         // Without the eventfd, what the render thread queues waits for the server's next
         // request or the timer: later, not lost.
-        if (!m_kick.Open(m_connection->Api(), [this] { Push(false); }))
+        if (!m_kick.Open(m_link->Api(), [this] { Push(false); }))
             Report(m_endpoint, "cannot make the render stream's wake-up", std::strerror(errno));
         // The server asks for data only as its buffer drains; the timer also hands over what the
         // render thread queued meanwhile, one device period at a time.
-        m_timer = pa_context_rttime_new(m_connection->Context(), pa_rtclock_now() + kDevicePeriod / 10, &Stream::OnTimer,
-                                        this);
+        m_timer = pa_context_rttime_new(m_link->Context(), pa_rtclock_now() + kDevicePeriod / 10, &Stream::OnTimer, this);
     }
-    m_initialized.store(true, std::memory_order_release);
     return S_OK;
+}
+
+void Stream::Attach(uint8_t channels) {
+    Connection::Locked lock(*m_connection);
+    m_connection->AttachStream(m_endpoint.flow, m_serverIndex, m_session);
+    m_session->AddStream(m_serverIndex, channels);
 }
 
 HRESULT Stream::BufferSize(UINT32* frames) const {
@@ -216,12 +238,12 @@ uint32_t Stream::ServerHeldFrames() const {
 HRESULT Stream::Latency(REFERENCE_TIME* latency) {
     if (latency == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
-    Connection::Locked lock(*m_connection);
+    Connection::Locked lock(*m_link);
     pa_usec_t usec = 0;
     int negative = 0;
     if (pa_stream_get_latency(m_stream, &usec, &negative) < 0) {
         // No timing information yet: ask for it once and wait for the answer.
-        m_connection->Complete(pa_stream_update_timing_info(m_stream, nullptr, nullptr));
+        m_link->Complete(pa_stream_update_timing_info(m_stream, nullptr, nullptr));
         if (pa_stream_get_latency(m_stream, &usec, &negative) < 0) return AUDCLNT_E_BUFFER_OPERATION_PENDING;
     }
     *latency = negative != 0 ? 0 : static_cast<REFERENCE_TIME>(usec * 10);
@@ -237,7 +259,7 @@ HRESULT Stream::SetEventHandle(HANDLE event) {
     HANDLE duplicate = nullptr;
     if (!DuplicateHandle(GetCurrentProcess(), event, GetCurrentProcess(), &duplicate, 0, FALSE, DUPLICATE_SAME_ACCESS))
         return E_HANDLE;
-    Connection::Locked lock(*m_connection);  // the loop's thread reads it
+    Connection::Locked lock(*m_link);  // the loop's thread reads it
     if (m_event != nullptr) CloseHandle(m_event);
     m_event = duplicate;
     return S_OK;
@@ -247,35 +269,35 @@ HRESULT Stream::Start() {
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     if (m_started.load(std::memory_order_acquire)) return AUDCLNT_E_NOT_STOPPED;
     if (m_eventDriven && m_event == nullptr) return AUDCLNT_E_EVENTHANDLE_NOT_SET;
-    Connection::Locked lock(*m_connection);
+    Connection::Locked lock(*m_link);
     m_started.store(true, std::memory_order_release);
     m_session->state->StreamStarted();
     m_serverDrainsAt.store(0, std::memory_order_release);
     if (!m_capture) Push();  // what the client queued before starting goes first
-    return m_connection->Complete(pa_stream_cork(m_stream, 0, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
+    return m_link->Complete(pa_stream_cork(m_stream, 0, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
 }
 
 HRESULT Stream::Stop() {
     if (!Initialized()) return AUDCLNT_E_NOT_INITIALIZED;
     if (!m_started.load(std::memory_order_acquire)) return S_FALSE;
-    Connection::Locked lock(*m_connection);
+    Connection::Locked lock(*m_link);
     m_started.store(false, std::memory_order_release);
     m_session->state->StreamStopped();
     m_serverDrainsAt.store(0, std::memory_order_release);  // a corked stream's queue is not played
     // A stream whose device went away still stops, but says so.
     if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
-    return m_connection->Complete(pa_stream_cork(m_stream, 1, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
+    return m_link->Complete(pa_stream_cork(m_stream, 1, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
 }
 
 HRESULT Stream::Reset() {
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     if (m_started.load(std::memory_order_acquire)) return AUDCLNT_E_NOT_STOPPED;
     if (m_held || m_requestHeld) return AUDCLNT_E_BUFFER_OPERATION_PENDING;
-    Connection::Locked lock(*m_connection);  // the loop's thread is the ring's other side
+    Connection::Locked lock(*m_link);  // the loop's thread is the ring's other side
     m_ring.Drain();
     m_serverDrainsAt.store(0, std::memory_order_release);
     if (m_capture) m_position = 0;
-    return m_connection->Complete(pa_stream_flush(m_stream, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
+    return m_link->Complete(pa_stream_flush(m_stream, nullptr, nullptr)) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
 }
 
 // ---- capture thread ------------------------------------------------------------------------
@@ -403,7 +425,7 @@ void Stream::OnState(pa_stream* stream, void* self) {
         owner->m_invalid.store(true, std::memory_order_release);
         owner->Signal();  // the stream's thread learns it at its next call
     }
-    owner->m_connection->Wake();
+    owner->m_link->Wake();
 }
 
 void Stream::OnRead(pa_stream*, size_t, void* self) { static_cast<Stream*>(self)->Pull(); }
@@ -418,7 +440,7 @@ void Stream::OnTimer(pa_mainloop_api*, pa_time_event* event, const struct timeva
     // libpulse's own updates thin out to one every 1.5 s; the depth's clock is corrected more often.
     if (++owner->m_ticks % kTimingTicks == 0 && owner->m_started.load(std::memory_order_acquire))
         Connection::Forget(pa_stream_update_timing_info(owner->m_stream, nullptr, nullptr));
-    pa_context_rttime_restart(owner->m_connection->Context(), event, pa_rtclock_now() + kDevicePeriod / 10);
+    pa_context_rttime_restart(owner->m_link->Context(), event, pa_rtclock_now() + kDevicePeriod / 10);
 }
 
 void Stream::Pull() {

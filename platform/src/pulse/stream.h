@@ -28,6 +28,12 @@
 // what it is given as soon as it has any, also after an underrun, instead of waiting for a full
 // buffer (which would add its length to the latency for good). Capture: fragments of one period.
 //
+// Each stream talks to the server over a link of its own (Connection::OpenLink, made at
+// Initialize): its pa_stream, callbacks, timer and loop thread are the link's, and the loop lock
+// a stream's calls take is the link's. The backend's connection keeps what is shared: the
+// endpoints, the sessions, and which of our streams a volume change of the server's belongs to.
+// The two locks are never held together.
+//
 // The stream opens on its own device and does not follow the server's moves (a stream whose
 // device goes is killed, not moved); from then on, or once the server has gone, every call
 // answers AUDCLNT_E_DEVICE_INVALIDATED (Stop still stops).
@@ -59,7 +65,9 @@ public:
     const Endpoint& Device() const { return m_endpoint; }
     const std::shared_ptr<Session>& SessionOfStream() const { return m_session; }
     const std::shared_ptr<Connection>& ConnectionOfStream() const { return m_connection; }
-    bool Valid() const { return !m_invalid.load(std::memory_order_acquire) && m_connection->Alive(); }
+    bool Valid() const {
+        return !m_invalid.load(std::memory_order_acquire) && m_connection->Alive() && (!m_link || m_link->Alive());
+    }
 
     HRESULT Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFERENCE_TIME bufferDuration,
                        const WAVEFORMATEX* format);
@@ -101,11 +109,18 @@ private:
     uint32_t ServerHeldFrames() const;
     void Signal() const;
     void NotePeak(const uint8_t* data, size_t bytes);
-    // Loop lock: undoes what Initialize built.
+    // Initialize's two halves: the stream made on a new link and connected (taking the link's
+    // lock), then made known to the backend's connection and the session (taking its lock).
+    HRESULT OpenOnLink(const pa_sample_spec& sampleSpec);
+    void Attach(uint8_t channels);
+    // The link's loop lock: undoes what Initialize built on the link.
     void CloseLocked();
+    // The backend's connection and the session no longer route volumes to the stream.
+    void Detach();
     HRESULT Check() const;
 
-    const std::shared_ptr<Connection> m_connection;
+    const std::shared_ptr<Connection> m_connection;  // the backend's
+    std::shared_ptr<Connection> m_link;  // the stream's own, from Initialize on (fixed once initialized)
     const Endpoint m_endpoint;
     const std::shared_ptr<Session> m_session;
     const bool m_capture;
@@ -115,10 +130,10 @@ private:
     std::atomic<bool> m_started{false};
     std::atomic<bool> m_invalid{false};
     bool m_eventDriven = false;
-    bool m_closing = false;  // loop lock: our own disconnect, not a failure
+    bool m_closing = false;  // link's loop lock: our own disconnect, not a failure
     HANDLE m_event = nullptr;  // our duplicate of the client's event; fixed while started
-    pa_stream* m_stream = nullptr;  // loop lock
-    pa_time_event* m_timer = nullptr;  // loop lock
+    pa_stream* m_stream = nullptr;  // link's loop lock
+    pa_time_event* m_timer = nullptr;  // link's loop lock
     uint32_t m_serverIndex = PA_INVALID_INDEX;
 
     uint32_t m_bufferFrames = 0;
