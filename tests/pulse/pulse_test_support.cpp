@@ -25,11 +25,6 @@
 
 namespace zqtest::pulse {
 
-bool ServerIsPipeWire() {
-    const std::optional<std::string> info = Pactl("info");
-    return info && info->find("on PipeWire") != std::string::npos;
-}
-
 bool TestServerReachable(std::string* why) {
     const char* folder = std::getenv("ZQ_PULSE_TEST_SERVER");
     if (folder == nullptr || folder[0] == '\0') {

@@ -34,10 +34,6 @@ using ::zqtest::InCi;
         }                                                                                \
     } while (0)
 
-// Whether the test server is PipeWire's PulseAudio front end (scripts/pulse-server with
-// ZQ_SOUND_SERVER=pipewire) rather than PulseAudio itself.
-bool ServerIsPipeWire();
-
 // Runs a shell command; its standard output, and its wait status in *status (-1 when it could not run).
 std::string RunCommand(const std::string& command, int* status);
 // Runs pactl with the arguments on the test server; its standard output, or nothing when it failed.
