@@ -323,6 +323,60 @@ TEST_P(HidrawUart, ANonAsciiMicrophoneIsListedNamedAndPairedInEitherLocale) {
     }
 }
 
+// A handle names the backend that opened it: choosing the other backend meanwhile sends none of
+// its calls there, and the two backends' handles are never the same value.
+TEST_P(HidrawUart, AHandleReachesOnlyTheBackendThatOpenedIt) {
+    const auto chip = AddMicrophone(0, 3, "KV1-HIDRAW");
+    std::string error;
+    ASSERT_TRUE(zqvm::SelectBridgeBackend("simulated", &error)) << error;
+    zqvm::BridgeDescription simulated;
+    simulated.product = "KV-1 USB";
+    simulated.serial = "KV1-SIMULATED";
+    const zqvm::BridgeId id = zqvm::AddBridge(simulated);
+    HID_UART_DEVICE fromSimulated = nullptr;
+    ASSERT_EQ(HidUart_Open(&fromSimulated, 0, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
+    ASSERT_TRUE(zqvm::SelectBridgeBackend("hidraw", &error)) << error;
+    HID_UART_DEVICE fromHidraw = nullptr;
+    ASSERT_EQ(HidUart_Open(&fromHidraw, 0, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
+    EXPECT_NE(fromSimulated, fromHidraw);
+    EXPECT_EQ(zqvm::BridgeOpenHandleCount(), 2u);
+
+    // With hidraw chosen, the simulated handle still drives the simulated bridge.
+    ASSERT_EQ(HidUart_SetUartConfig(fromSimulated, 9600, HID_UART_SEVEN_DATA_BITS, HID_UART_NO_PARITY,
+                                    HID_UART_SHORT_STOP_BIT, HID_UART_NO_FLOW_CONTROL),
+              HID_UART_SUCCESS);
+    EXPECT_EQ(zqvm::GetBridgeState(id)->baudRate, 9600u);
+    EXPECT_TRUE(chip->Config().empty()) << "the chip was configured through the other backend's handle";
+    ASSERT_EQ(HidUart_SetTimeouts(fromSimulated, 11, 22), HID_UART_SUCCESS);
+    DWORD readMs = 0;
+    DWORD writeMs = 0;
+    ASSERT_EQ(HidUart_GetTimeouts(fromHidraw, &readMs, &writeMs), HID_UART_SUCCESS);
+    EXPECT_NE(readMs, 11u);
+
+    // With the simulated bridges chosen again, the hidraw handle still drives the chip.
+    ASSERT_TRUE(zqvm::SelectBridgeBackend("simulated", &error)) << error;
+    EXPECT_EQ(HidUart_SetUartConfig(fromHidraw, 100, HID_UART_EIGHT_DATA_BITS, HID_UART_NO_PARITY,
+                                    HID_UART_SHORT_STOP_BIT, HID_UART_NO_FLOW_CONTROL),
+              HID_UART_INVALID_PARAMETER)
+        << "the same argument checks for either backend";
+    EXPECT_TRUE(chip->Config().empty());
+    ASSERT_EQ(HidUart_SetUartConfig(fromHidraw, 57600, HID_UART_EIGHT_DATA_BITS, HID_UART_NO_PARITY,
+                                    HID_UART_SHORT_STOP_BIT, HID_UART_NO_FLOW_CONTROL),
+              HID_UART_SUCCESS);
+    EXPECT_EQ(chip->Config().size(), 9u);
+    EXPECT_EQ(zqvm::GetBridgeState(id)->baudRate, 9600u);
+    ASSERT_EQ(HidUart_GetTimeouts(fromSimulated, &readMs, &writeMs), HID_UART_SUCCESS);
+    EXPECT_EQ(readMs, 11u);
+    EXPECT_EQ(writeMs, 22u);
+
+    EXPECT_EQ(HidUart_Close(fromHidraw), HID_UART_SUCCESS);
+    EXPECT_TRUE(zqvm::GetBridgeState(id)->open) << "closing the hidraw handle closed the simulated bridge";
+    EXPECT_EQ(HidUart_Close(fromSimulated), HID_UART_SUCCESS);
+    EXPECT_EQ(zqvm::GetBridgeState(id)->closes, 1);
+    EXPECT_EQ(zqvm::BridgeOpenHandleCount(), 0u);
+    ASSERT_TRUE(zqvm::SelectBridgeBackend("hidraw", &error)) << error;
+}
+
 INSTANTIATE_TEST_SUITE_P(Nodes, HidrawUart, ::testing::Values(NodeKind::InProcess, NodeKind::Fuse),
                          [](const ::testing::TestParamInfo<NodeKind>& kind) {
                              return kind.param == NodeKind::InProcess ? "InProcess" : "ThroughTheKernel";
