@@ -24,6 +24,7 @@
 #include "audio/CircularBuffer.h"
 #include "audio/MonitorRateControl.h"
 #include "audio/ResamplerSetup.h"
+#include "core/OwnedCriticalSection.h"
 #include "zqPlatform.h"
 
 class CWMAudioDevice;
@@ -63,7 +64,7 @@ public:
     // Render thread (and tests): fill(queue) runs with the packet lock held, for one refill.
     template <typename Fill>
     decltype(auto) WithQueue(Fill&& fill) {
-        Concurrency::critical_section::scoped_lock lock(m_csPacket);
+        COwnedCriticalSection::scoped_lock lock(m_csPacket);
         return fill(*m_pSyncHost);
     }
     // Render thread, inside WithQueue at each refill: the frames its device still holds and
@@ -71,6 +72,7 @@ public:
     // queued ones or ask for silence ahead of them (at start-up, and after the device ran dry),
     // or say that nothing is to be moved this time. Without it: move what is queued.
     CMonitorDepthControl::Refill NoteRefill(CCircularBuffer& queue, size_t devicePadding, size_t blockAlign) {
+        ZQ_ASSERT_HELD(m_csPacket);
         if (!m_pRateControl) return {};
         const CMonitorDepthControl::Refill refill =
             m_pRateControl->ObserveRefill(devicePadding, queue.GetCount() / blockAlign);
@@ -82,7 +84,7 @@ public:
     // Tests and benchmarks: visit(input feed, output feed) with the packet lock held.
     template <typename Visit>
     decltype(auto) WithFeeds(Visit&& visit) {
-        Concurrency::critical_section::scoped_lock lock(m_csPacket);
+        COwnedCriticalSection::scoped_lock lock(m_csPacket);
         return visit(m_AudioSharedCapture, m_AudioSharedRender);
     }
     // Render engine: the render device's mix format and the resampler into it that the capture
@@ -118,7 +120,7 @@ public:
     SwrContextPtr m_pResamplerContext;
     Concurrency::critical_section m_csBypass;
     std::vector<CWMAudioDevice*> m_Devices;
-    Concurrency::critical_section m_csDevices;
+    COwnedCriticalSection m_csDevices;
 
 private:
     void CaptureLoop();
@@ -133,7 +135,7 @@ private:
     const WAVEFORMATEX* m_pRenderFormat;
     SwrContext* m_pRenderResampler;
     std::unique_ptr<CMonitorRateControl> m_pRateControl;
-    Concurrency::critical_section m_csPacket;
+    COwnedCriticalSection m_csPacket;
     Concurrency::critical_section m_csControls;
     // Every step of the last open succeeded: only then is there a stream to start.
     bool m_bStreamOpen = false;

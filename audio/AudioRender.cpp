@@ -51,7 +51,7 @@ CAudioRender::~CAudioRender() {
 void CAudioRender::EnumerateAudioDevices() {
     g_pCore->LogInfo(L"AudioRender: EnumerateAudioDevices");
     ReleaseAudioDevices();
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
 
     CComPtr<IMMDeviceEnumerator> enumerator;
     if (FAILED(CreateDeviceEnumerator(enumerator))) return;
@@ -107,7 +107,7 @@ void CAudioRender::EnumerateAudioDevices() {
 
 void CAudioRender::ReleaseAudioDevices() {
     g_pCore->LogInfo(L"AudioRender: ReleaseAudioDevices");
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
     for (CWMAudioDevice* device : m_Devices) delete device;
     m_Devices.clear();
 }
@@ -131,7 +131,7 @@ HRESULT CAudioRender::SetAudioDevice(IMMDevice* pDevice) {
         return 1;
     }
 
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
     g_pCore->LogInfo(L"AudioRender: CAudioSessionVolume::CreateInstance ...");
     CAudioSessionVolume* pASV = nullptr;
     const HRESULT created = CAudioSessionVolume::CreateInstance(g_pCore->GetHwnd(), pDevice, &pASV);
@@ -157,7 +157,8 @@ HRESULT CAudioRender::SetAudioDevice(IMMDevice* pDevice) {
                                          reinterpret_cast<void**>(&m_spRenderClient),
                                          m_spVolume,
                                          m_spMeterInfo,
-                                         m_csControls};
+                                         m_csControls,
+                                         m_csDevices};
     const HRESULT hr = OpenSharedStream(pDevice, kRenderBufferDuration, 0.5f, kRenderStreamTexts, members);
     if (FAILED(hr)) return hr;
     m_bStreamOpen = true;
@@ -171,7 +172,7 @@ HRESULT CAudioRender::SetAudioDevice(IMMDevice* pDevice) {
 void CAudioRender::ReleaseResoursesAudio() {
     g_pCore->LogInfo(L"AudioRender: ReleaseResoursesAudio");
     StopRender();
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
     m_bStreamOpen = false;
     m_unreleased.reset();
     g_pCore->LogInfo(L"AudioRender: close RenderShutdownEvent");

@@ -17,6 +17,7 @@
 
 #include "audio/AudioSessionVolume.h"
 #include "audio/ResamplerSetup.h"
+#include "core/OwnedCriticalSection.h"
 #include "zqPlatform.h"
 
 class CWMAudioDevice;
@@ -61,7 +62,7 @@ public:
     // Written by the host's thread, read by the render thread at every buffer: one whole byte.
     std::atomic<bool> m_bMute;
     std::vector<CWMAudioDevice*> m_Devices;
-    Concurrency::critical_section m_csDevices;
+    COwnedCriticalSection m_csDevices;
 
 private:
     void RenderLoop(CAudioCapture* capture);

@@ -105,7 +105,7 @@ void CZQCoreAudio::RebuildRender() {
     m_pRender->EnumerateAudioDevices();
     IMMDevice* first = nullptr;
     {
-        Concurrency::critical_section::scoped_lock lock(m_pRender->m_csDevices);
+        COwnedCriticalSection::scoped_lock lock(m_pRender->m_csDevices);
         if (!m_pRender->m_Devices.empty()) first = m_pRender->m_Devices.front()->GetDevice();
     }
     // The record stays in the list while the device opens: nothing else rebuilds it meanwhile.
@@ -152,14 +152,14 @@ namespace {
 template <typename Engine>
 unsigned int CountOf(const std::unique_ptr<Engine>& engine) {
     if (engine == nullptr) return 0;
-    Concurrency::critical_section::scoped_lock lock(engine->m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(engine->m_csDevices);
     return static_cast<unsigned int>(engine->m_Devices.size());
 }
 
 template <typename Engine>
 CWMAudioDevice* RecordAt(const std::unique_ptr<Engine>& engine, int index) {
     if (engine == nullptr) return nullptr;
-    Concurrency::critical_section::scoped_lock lock(engine->m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(engine->m_csDevices);
     // Compared as unsigned, so a negative index is out of range too.
     if (static_cast<unsigned int>(index) >= engine->m_Devices.size()) return nullptr;
     return engine->m_Devices[static_cast<unsigned int>(index)];

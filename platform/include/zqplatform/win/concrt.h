@@ -1,23 +1,37 @@
 // The concurrency runtime's critical section and concurrent queue.
 #pragma once
 
+#include <pthread.h>
+
 #include <atomic>
-#include <mutex>
 
 #include "zqplatform/win/wintypes.h"
 
 namespace Concurrency {
 
-// A non-recursive lock.
+// A non-recursive lock that lends its holder the priority of the threads waiting for it
+// (PTHREAD_PRIO_INHERIT): the stream threads run at real-time priority and share locks with
+// threads of normal priority (the analyzer reads the capture engine's feeds under its packet
+// lock), and a holder of normal priority must not be kept from giving the lock back by threads
+// of middle priority. Uncontended, it locks and unlocks without a system call as a plain mutex
+// does.
 class critical_section {
 public:
-    critical_section() = default;
+    critical_section() {
+        pthread_mutexattr_t attributes;
+        pthread_mutexattr_init(&attributes);
+        pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
+        pthread_mutex_init(&m_mutex, &attributes);
+        pthread_mutexattr_destroy(&attributes);
+    }
+    ~critical_section() { pthread_mutex_destroy(&m_mutex); }
     critical_section(const critical_section&) = delete;
     critical_section& operator=(const critical_section&) = delete;
 
-    void lock() { m_mutex.lock(); }
-    bool try_lock() { return m_mutex.try_lock(); }
-    void unlock() { m_mutex.unlock(); }
+    void lock() { pthread_mutex_lock(&m_mutex); }
+    bool try_lock() { return pthread_mutex_trylock(&m_mutex) == 0; }
+    void unlock() { pthread_mutex_unlock(&m_mutex); }
+    pthread_mutex_t* native_handle() { return &m_mutex; }
 
     class scoped_lock {
     public:
@@ -31,7 +45,7 @@ public:
     };
 
 private:
-    std::mutex m_mutex;
+    pthread_mutex_t m_mutex;
 };
 
 // Unbounded queue: push never blocks and may run on any number of threads at once; try_pop is
