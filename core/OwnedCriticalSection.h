@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cassert>
+#include <mutex>
 #include <thread>
 
 #include "zqPlatform.h"
@@ -31,16 +32,7 @@ public:
     }
     bool IsHeldByThisThread() const { return m_owner.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
 
-    class scoped_lock {
-    public:
-        explicit scoped_lock(COwnedCriticalSection& cs) : m_cs(cs) { m_cs.lock(); }
-        ~scoped_lock() { m_cs.unlock(); }
-        scoped_lock(const scoped_lock&) = delete;
-        scoped_lock& operator=(const scoped_lock&) = delete;
-
-    private:
-        COwnedCriticalSection& m_cs;
-    };
+    using scoped_lock = std::lock_guard<COwnedCriticalSection>;
 
 private:
     Concurrency::critical_section m_cs;
