@@ -84,27 +84,32 @@ void CAudioCapture::EnumerateAudioDevices() {
     g_pCore->LogInfo(L"AudioCapture: Enumerate audio devices capture:");
     ReleaseAudioDevices();
     COwnedCriticalSection::scoped_lock lock(m_csDevices);
-    const size_t count = g_pCore->CopyMicrophones(m_Devices);
+    const size_t count = g_pCore->CopyMicrophones(m_Devices.Storage());
     g_pCore->LogInfo(L"AudioCapture: Num of devices capture %d:", static_cast<int>(count));
-    for (size_t i = 0; i < m_Devices.size(); ++i) {
-        g_pCore->LogInfo(L"AudioCapture: [%d]: %s", static_cast<int>(i), m_Devices[i]->GetFriendlyName().GetString());
+    for (size_t i = 0; i < m_Devices.Count(); ++i) {
+        g_pCore->LogInfo(L"AudioCapture: [%d]: %s", static_cast<int>(i),
+                         m_Devices.At(static_cast<int>(i))->GetFriendlyName().GetString());
     }
+}
+
+void CAudioCapture::StoreBypass(std::atomic<bool>& flag, bool bypass) {
+    Concurrency::critical_section::scoped_lock lock(m_csBypass);
+    flag.exchange(bypass);
 }
 
 void CAudioCapture::ReleaseAudioDevices() {
     g_pCore->LogInfo(L"AudioCapture: ReleaseAudioDevices");
     StopCapture();
     COwnedCriticalSection::scoped_lock lock(m_csDevices);
-    for (CWMAudioDevice* device : m_Devices) delete device;
-    m_Devices.clear();
+    m_Devices.Clear();
 }
 
 HRESULT CAudioCapture::SetFirstAudioDevice() {
     IMMDevice* first = nullptr;
     {
         COwnedCriticalSection::scoped_lock lock(m_csDevices);
-        if (m_Devices.empty()) return E_FAIL;
-        first = m_Devices.front()->GetDevice();
+        if (m_Devices.Count() == 0) return E_FAIL;
+        first = m_Devices.FirstDevice();
     }
     return SetAudioDevice(first);
 }

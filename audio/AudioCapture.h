@@ -22,6 +22,7 @@
 
 #include "audio/AudioSharedMem.h"
 #include "audio/CircularBuffer.h"
+#include "audio/EngineDeviceList.h"
 #include "audio/MonitorRateControl.h"
 #include "audio/ResamplerSetup.h"
 #include "core/OwnedCriticalSection.h"
@@ -29,7 +30,7 @@
 
 class CWMAudioDevice;
 
-class CAudioCapture {
+class CAudioCapture : public CEngineDevices {
 public:
     // The two analyzer feeds: what the microphone hears, and what is passed on to the render
     // device. Both carry the same packets; the analyzer drains each for one side.
@@ -42,6 +43,8 @@ public:
 
     // Rebuilds m_Devices from copies of the core's microphone list.
     void EnumerateAudioDevices();
+    // Stores the core object's bypass flag while holding m_csBypass.
+    void StoreBypass(std::atomic<bool>& flag, bool bypass);
     // Stops the stream and deletes the records of m_Devices.
     void ReleaseAudioDevices();
     // Opens the first record of m_Devices; E_FAIL when the list is empty.
@@ -118,11 +121,9 @@ public:
     size_t m_nFrameSize;
     UINT32 m_nBufferFrames;
     SwrContextPtr m_pResamplerContext;
-    Concurrency::critical_section m_csBypass;
-    std::vector<CWMAudioDevice*> m_Devices;
-    COwnedCriticalSection m_csDevices;
-
 private:
+    Concurrency::critical_section m_csBypass;
+
     void CaptureLoop();
     void ForwardToRender(const float* engineFrames, int count, UINT64 recordedAt);
     void SizePacketBuffers(UINT32 frames);

@@ -62,11 +62,11 @@ void CAudioRender::EnumerateAudioDevices() {
             ReportQuietFailure(L"AudioRender: no default render endpoint: IMMDeviceEnumerator::GetDefaultAudioEndpoint: %x", hr);
             return;
         }
-        auto* entry = new CWMAudioDevice;
+        auto entry = std::make_unique<CWMAudioDevice>();
         entry->SetDevice(defaultDevice);
         entry->SetName(L"Default");
         g_pCore->LogInfo(L"AudioRender: Add default render audio device");
-        m_Devices.push_back(entry);
+        m_Devices.Add(std::move(entry));
     }
 
     CComPtr<IMMDeviceCollection> collection;
@@ -94,12 +94,12 @@ void CAudioRender::EnumerateAudioDevices() {
             ReportQuietFailure(L"AudioRender: a render endpoint is skipped: IPropertyStore::GetValue: %x", hr);
             continue;
         }
-        auto* entry = new CWMAudioDevice;
+        auto entry = std::make_unique<CWMAudioDevice>();
         CStringW text;
         text.Format(L"%s", name.vt == VT_LPWSTR && name.pwszVal != nullptr ? name.pwszVal : L"");
         entry->SetName(text);
         entry->SetDevice(device);
-        m_Devices.push_back(entry);
+        m_Devices.Add(std::move(entry));
         g_pCore->LogInfo(L"AudioRender: [%d]: %s", static_cast<int>(i), text.GetString());
         PropVariantClear(&name);
     }
@@ -108,8 +108,7 @@ void CAudioRender::EnumerateAudioDevices() {
 void CAudioRender::ReleaseAudioDevices() {
     g_pCore->LogInfo(L"AudioRender: ReleaseAudioDevices");
     COwnedCriticalSection::scoped_lock lock(m_csDevices);
-    for (CWMAudioDevice* device : m_Devices) delete device;
-    m_Devices.clear();
+    m_Devices.Clear();
 }
 
 void CAudioRender::ShareConversion(bool install) {
