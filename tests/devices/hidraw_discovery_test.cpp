@@ -18,6 +18,7 @@
 #include "microphone_machine.h"
 #include "scoped_environment.h"
 #include "scoped_locale.h"
+#include "zqplatform/vm/call_faults.h"
 #include "zqplatform/vm/hidraw_device.h"
 #include "zqplatform/vm/registry.h"
 
@@ -114,6 +115,27 @@ TEST_F(HidrawBridges, TheMakersNodesInNodeOrderWithTheirUsbDevicesStringsAndCont
     EXPECT_EQ(String(0, HID_UART_GET_SERIAL_STR, &status), "KV1-NOPRODUCT");
     EXPECT_EQ(ContainerValue(L"KV1-PORT3"), GUID_NULL);
     EXPECT_NE(ContainerValue(L"KV1-PORT5"), GUID_NULL);
+}
+
+// The bridge library's front end serves hidraw as it serves the simulated bridges: an armed
+// failure is taken before anything is listed, arguments are checked before the backend is asked,
+// and every call goes into the call log.
+TEST_F(HidrawBridges, CallsAreFailedCheckedAndLoggedAsForTheSimulatedBridges) {
+    AddNode(1, 3, "10c4", "eab0", "KV1-LOGGED");
+    zqvm::ClearBridgeCalls();
+    ASSERT_TRUE(zqvm::FailCall("HidUart_GetNumDevices", 0, HID_UART_DEVICE_IO_FAILED));
+    DWORD count = 7;
+    EXPECT_EQ(HidUart_GetNumDevices(&count, 0x10C4, 0xEAB0), HID_UART_DEVICE_IO_FAILED);
+    EXPECT_EQ(count, 7u) << "nothing was listed";
+    EXPECT_EQ(HidUart_GetNumDevices(&count, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
+    EXPECT_EQ(count, 1u);
+    char text[HID_UART_DEVICE_STRLEN] = {};
+    EXPECT_EQ(HidUart_GetString(0, 0x10C4, 0xEAB0, text, 0x77), HID_UART_INVALID_PARAMETER);
+    EXPECT_EQ(HidUart_Open(nullptr, 0, 0x10C4, 0xEAB0), HID_UART_INVALID_PARAMETER);
+    EXPECT_EQ(zqvm::BridgeCalls(), (std::vector<std::string>{"HidUart_GetNumDevices(injected) -> 0x14",
+                                                              "HidUart_GetNumDevices(4292, 60080) -> 0x00",
+                                                              "HidUart_GetString(0, 4292, 60080, 119) -> 0x04",
+                                                              "HidUart_Open(0, 4292, 60080) -> 0x04"}));
 }
 
 // A node in the process, in place of the kernel's, in front of a chip. Wait does not sleep: it
