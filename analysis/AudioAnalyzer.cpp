@@ -58,7 +58,6 @@ void CloseIfOpen(HANDLE handle) {
 
 CAudioAnalyzer::CAudioAnalyzer()
     : m_hThread(nullptr),
-      m_hShutdownEvent(nullptr),
       m_vecDataPeakIn(kPeakHistory),
       m_nStatTicksIn(0),
       m_vecDataPeakOut(kPeakHistory),
@@ -69,8 +68,7 @@ CAudioAnalyzer::CAudioAnalyzer()
       m_nTicksServed(0),
       m_nDecaysServed(0),
       m_nResetsServed(0),
-      m_pBlock(nullptr),
-      m_hThreadJoin(nullptr) {
+      m_pBlock(nullptr) {
     // Two passes over the same layout: the first sizes the block, the second hands it out.
     BlockLayout layout;
     auto carve = [&layout, this]() {
@@ -110,22 +108,21 @@ CAudioAnalyzer::CAudioAnalyzer()
     m_vecSpectrumAmpPeakOut = SharedArray(shared + 2 * kStride, kSpectrumLength);
     m_vecSpectrumAmpOut = SharedArray(shared + 3 * kStride, kSpectrumLength);
 
-    m_hShutdownEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    if (m_hShutdownEvent == nullptr) ReportQuietFailure(L"Unable to create the analyzer's shutdown event: %d.", GetLastError());
+    m_hShutdownEvent.reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    if (!m_hShutdownEvent) ReportQuietFailure(L"Unable to create the analyzer's shutdown event: %d.", GetLastError());
 }
 
 CAudioAnalyzer::~CAudioAnalyzer() {
-    if (m_hThread.load() != nullptr || m_hThreadJoin != nullptr) {
-        if (m_hShutdownEvent != nullptr) SetEvent(m_hShutdownEvent);
+    if (m_hThread.load() != nullptr || m_hThreadJoin) {
+        RequestStop();
         JoinThread();
     }
-    CloseIfOpen(m_hShutdownEvent);
     ::operator delete(m_pBlock, std::align_val_t{kAlignBytes});
 }
 
 bool CAudioAnalyzer::StartThread() {
     if (m_hThread.load() != nullptr) return true;
-    if (m_hShutdownEvent == nullptr) {
+    if (!m_hShutdownEvent) {
         // Nothing could ever stop such a thread, and Shutdown would wait for it forever.
         OutputDebugStringW(L"Unable to create analizer thread: no shutdown event.");
         return false;
@@ -142,8 +139,10 @@ bool CAudioAnalyzer::StartThread() {
         return false;
     }
     HANDLE process = GetCurrentProcess();
-    if (!DuplicateHandle(process, thread, process, &m_hThreadJoin, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
-        m_hThreadJoin = nullptr;
+    HANDLE join = nullptr;
+    if (DuplicateHandle(process, thread, process, &join, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+        m_hThreadJoin.reset(join);
+    } else {
         CStringW text;
         text.Format(L"Unable to keep the analyzer thread's handle for joining: %x.", GetLastError());
         OutputDebugStringW(text.GetString());
@@ -153,16 +152,19 @@ bool CAudioAnalyzer::StartThread() {
     return true;
 }
 
+void CAudioAnalyzer::RequestStop() {
+    if (m_hShutdownEvent) SetEvent(m_hShutdownEvent.get());
+}
+
 void CAudioAnalyzer::JoinThread() {
-    if (m_hThreadJoin == nullptr) {
+    if (!m_hThreadJoin) {
         // No handle could be kept for joining: the thread's last touch of this object is to
         // clear m_hThread, after closing it, so once it reads null the thread has let go.
         while (m_hThread.load(std::memory_order_acquire) != nullptr) std::this_thread::yield();
         return;
     }
-    WaitForSingleObject(m_hThreadJoin, INFINITE);
-    CloseHandle(m_hThreadJoin);
-    m_hThreadJoin = nullptr;
+    WaitForSingleObject(m_hThreadJoin.get(), INFINITE);
+    m_hThreadJoin.reset();
 }
 
 DWORD WINAPI CAudioAnalyzer::AnalyzerThreadProc(LPVOID pParam) {
@@ -174,17 +176,17 @@ DWORD WINAPI CAudioAnalyzer::AnalyzerThreadProc(LPVOID pParam) {
 void CAudioAnalyzer::ThreadLoop() {
     // Synchronisation timers: the wait that returns one clears it, and expiries that pile up
     // while a job runs count once.
-    HANDLE tick = CreateWaitableTimerW(nullptr, FALSE, nullptr);
-    HANDLE decay = CreateWaitableTimerW(nullptr, FALSE, nullptr);
-    HANDLE reset = CreateWaitableTimerW(nullptr, FALSE, nullptr);
-    const bool timersSet = SetTimer(tick, 10) && SetTimer(decay, 5) && SetTimer(reset, 1000);
+    const UniqueHandle tick(CreateWaitableTimerW(nullptr, FALSE, nullptr));
+    const UniqueHandle decay(CreateWaitableTimerW(nullptr, FALSE, nullptr));
+    const UniqueHandle reset(CreateWaitableTimerW(nullptr, FALSE, nullptr));
+    const bool timersSet = SetTimer(tick.get(), 10) && SetTimer(decay.get(), 5) && SetTimer(reset.get(), 1000);
     // The thread ends at once without them; the analysis stays at its zeros.
     if (!timersSet) ReportQuietFailure(L"Unable to set the analyzer's timers: %d.", GetLastError());
     if (timersSet) {
         m_bTimersSet.store(true, std::memory_order_release);
         // Lowest index first: shutdown before everything, the tick before the decay and the
         // peak reset when they fall due together. One object served per wait.
-        const HANDLE objects[4] = {m_hShutdownEvent, tick, decay, reset};
+        const HANDLE objects[4] = {m_hShutdownEvent.get(), tick.get(), decay.get(), reset.get()};
         for (bool running = true; running;) {
             switch (WaitForMultipleObjects(4, objects, FALSE, INFINITE)) {
                 case WAIT_OBJECT_0:
@@ -215,9 +217,6 @@ void CAudioAnalyzer::ThreadLoop() {
         }
         m_bTimersSet.store(false, std::memory_order_release);
     }
-    CloseIfOpen(tick);
-    CloseIfOpen(decay);
-    CloseIfOpen(reset);
     // Closed before it is cleared: a join without a handle of its own waits for the null.
     CloseIfOpen(m_hThread.load(std::memory_order_relaxed));
     m_hThread.store(nullptr, std::memory_order_release);

@@ -6,7 +6,7 @@
 //
 // Threads and ownership:
 // - The core object creates the analyzer in Init and calls StartThread at once. In Shutdown it
-//   sets m_hShutdownEvent and calls JoinThread before the capture engine, whose feed buffers
+//   calls RequestStop and JoinThread before the capture engine, whose feed buffers
 //   and packet lock every tick uses, is deleted; then it deletes the analyzer.
 // - The analyzer thread is the only writer of every array and counter, and holds m_cs around
 //   each job. Lock order: m_cs, then the capture engine's packet lock (held only for one
@@ -54,8 +54,10 @@ public:
     // Starts the analyzer thread; true also when it already runs. On failure the reason goes to
     // the debug output and false is returned.
     bool StartThread();
-    // Waits until the thread started last has returned (the caller sets m_hShutdownEvent
-    // first); returns at once when none was started. Host's thread.
+    // Asks the thread to leave its loop: sets m_hShutdownEvent. Any thread.
+    void RequestStop();
+    // Waits until the thread started last has returned (the caller asks it to stop first);
+    // returns at once when none was started. Host's thread.
     void JoinThread();
     static DWORD WINAPI AnalyzerThreadProc(LPVOID pParam);
 
@@ -77,8 +79,9 @@ public:
     std::span<const float> HistoryRowOut(int nRow) const { return HistoryRow(m_vecHistoryOut, m_nHistoryNewestOut, nRow); }
 
     // ---- members, input side then output side ----
-    std::atomic<HANDLE> m_hThread;  // the running thread; the thread clears it as it ends
-    HANDLE m_hShutdownEvent;        // auto-reset; setting it ends the thread
+    // The running thread. The thread itself closes it and clears it as it ends (the one hand-off
+    // an owner cannot make), so it stays a plain handle.
+    std::atomic<HANDLE> m_hThread;
     std::span<float> m_vecSamplesIn;         // 4800: sample history, newest block first
     CPeakHistory m_vecDataPeakIn;            // 4800: waveform peaks (GetDataPeakIn)
     std::span<float> m_vecWindowedIn;        // 4096: transform input after the window
@@ -136,7 +139,8 @@ private:
 
     float* m_pBlock;          // every private array: one allocation, see the constructor
     std::unique_ptr<std::atomic<float>[]> m_pSharedBlock;  // every SharedArray, with the same gaps
-    HANDLE m_hThreadJoin;     // a second handle on the thread started last, for JoinThread
+    UniqueHandle m_hShutdownEvent;  // auto-reset; setting it ends the thread
+    UniqueHandle m_hThreadJoin;     // a second handle on the thread started last, for JoinThread
     std::span<float> m_vecStatMax;  // 4096 each: the statistic views' running maximum and minimum
     std::span<float> m_vecStatMin;
 };

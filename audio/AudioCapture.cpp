@@ -83,28 +83,33 @@ CAudioCapture::~CAudioCapture() {
 void CAudioCapture::EnumerateAudioDevices() {
     g_pCore->LogInfo(L"AudioCapture: Enumerate audio devices capture:");
     ReleaseAudioDevices();
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
-    const size_t count = g_pCore->CopyMicrophones(m_Devices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
+    const size_t count = g_pCore->CopyMicrophones(m_Devices.Storage());
     g_pCore->LogInfo(L"AudioCapture: Num of devices capture %d:", static_cast<int>(count));
-    for (size_t i = 0; i < m_Devices.size(); ++i) {
-        g_pCore->LogInfo(L"AudioCapture: [%d]: %s", static_cast<int>(i), m_Devices[i]->GetFriendlyName().GetString());
+    for (size_t i = 0; i < m_Devices.Count(); ++i) {
+        g_pCore->LogInfo(L"AudioCapture: [%d]: %s", static_cast<int>(i),
+                         m_Devices.At(static_cast<int>(i))->GetFriendlyName().GetString());
     }
+}
+
+void CAudioCapture::StoreBypass(std::atomic<bool>& flag, bool bypass) {
+    Concurrency::critical_section::scoped_lock lock(m_csBypass);
+    flag.exchange(bypass);
 }
 
 void CAudioCapture::ReleaseAudioDevices() {
     g_pCore->LogInfo(L"AudioCapture: ReleaseAudioDevices");
     StopCapture();
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
-    for (CWMAudioDevice* device : m_Devices) delete device;
-    m_Devices.clear();
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
+    m_Devices.Clear();
 }
 
 HRESULT CAudioCapture::SetFirstAudioDevice() {
     IMMDevice* first = nullptr;
     {
-        Concurrency::critical_section::scoped_lock lock(m_csDevices);
-        if (m_Devices.empty()) return E_FAIL;
-        first = m_Devices.front()->GetDevice();
+        COwnedCriticalSection::scoped_lock lock(m_csDevices);
+        if (m_Devices.Count() == 0) return E_FAIL;
+        first = m_Devices.FirstDevice();
     }
     return SetAudioDevice(first);
 }
@@ -115,7 +120,7 @@ HRESULT CAudioCapture::SetAudioDevice(IMMDevice* pDevice) {
     m_spCaptureDevice = pDevice;
     if (pDevice == nullptr) return 1;
 
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
     g_pCore->LogInfo(
         L"Create our shutdown and samples ready events- we want auto reset events that start in the not-signaled "
         L"state.");
@@ -129,7 +134,8 @@ HRESULT CAudioCapture::SetAudioDevice(IMMDevice* pDevice) {
                                          reinterpret_cast<void**>(&m_spCaptureClient),
                                          m_spVolume,
                                          m_spMeterInfo,
-                                         m_csControls};
+                                         m_csControls,
+                                         m_csDevices};
     const HRESULT hr = OpenSharedStream(pDevice, kCaptureBufferDuration, 1.0f, kCaptureStreamTexts, members);
     if (m_pCaptureMixFormat) {
         m_nFrameSize = static_cast<size_t>(m_pCaptureMixFormat->nChannels) * (m_pCaptureMixFormat->wBitsPerSample / 8);
@@ -159,7 +165,7 @@ void CAudioCapture::ReleaseResoursesAudio() {
     g_pCore->LogInfo(L"AudioCapture: ReleaseResoursesAudio ...");
     StopCapture();
     g_pCore->LogInfo(L"AudioCapture: StopCapture ...");
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
     m_bStreamOpen = false;
     m_nUnreleasedFrames.reset();
     g_pCore->LogInfo(L"AudioCapture: Close CaptureShutdownEvent ...");
@@ -203,7 +209,7 @@ void CAudioCapture::StopCapture() {
 }
 
 size_t CAudioCapture::ReadFeed(Feed feed, void* dst, size_t bytes) {
-    Concurrency::critical_section::scoped_lock lock(m_csPacket);
+    COwnedCriticalSection::scoped_lock lock(m_csPacket);
     return (feed == Feed::Input ? m_AudioSharedCapture : m_AudioSharedRender).Read(dst, bytes);
 }
 
@@ -211,7 +217,7 @@ void CAudioCapture::InstallRenderConversion(const WAVEFORMATEX* pMixFormat, SwrC
     // Made here and freed after the lock, so the capture thread never waits for either.
     std::unique_ptr<CMonitorRateControl> rateControl =
         pMixFormat != nullptr ? CMonitorRateControl::Create(*pMixFormat) : nullptr;
-    Concurrency::critical_section::scoped_lock lock(m_csPacket);
+    COwnedCriticalSection::scoped_lock lock(m_csPacket);
     const bool bWithdrawn = m_pRenderFormat != nullptr && pMixFormat == nullptr;
     m_pRenderFormat = pMixFormat;
     m_pRenderResampler = pResampler;

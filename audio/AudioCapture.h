@@ -22,13 +22,15 @@
 
 #include "audio/AudioSharedMem.h"
 #include "audio/CircularBuffer.h"
+#include "audio/EngineDeviceList.h"
 #include "audio/MonitorRateControl.h"
 #include "audio/ResamplerSetup.h"
+#include "core/OwnedCriticalSection.h"
 #include "zqPlatform.h"
 
 class CWMAudioDevice;
 
-class CAudioCapture {
+class CAudioCapture : public CEngineDevices {
 public:
     // The two analyzer feeds: what the microphone hears, and what is passed on to the render
     // device. Both carry the same packets; the analyzer drains each for one side.
@@ -41,6 +43,8 @@ public:
 
     // Rebuilds m_Devices from copies of the core's microphone list.
     void EnumerateAudioDevices();
+    // Stores the core object's bypass flag while holding m_csBypass.
+    void StoreBypass(std::atomic<bool>& flag, bool bypass);
     // Stops the stream and deletes the records of m_Devices.
     void ReleaseAudioDevices();
     // Opens the first record of m_Devices; E_FAIL when the list is empty.
@@ -63,7 +67,7 @@ public:
     // Render thread (and tests): fill(queue) runs with the packet lock held, for one refill.
     template <typename Fill>
     decltype(auto) WithQueue(Fill&& fill) {
-        Concurrency::critical_section::scoped_lock lock(m_csPacket);
+        COwnedCriticalSection::scoped_lock lock(m_csPacket);
         return fill(*m_pSyncHost);
     }
     // Render thread, inside WithQueue at each refill: the frames its device still holds and
@@ -71,6 +75,7 @@ public:
     // queued ones or ask for silence ahead of them (at start-up, and after the device ran dry),
     // or say that nothing is to be moved this time. Without it: move what is queued.
     CMonitorDepthControl::Refill NoteRefill(CCircularBuffer& queue, size_t devicePadding, size_t blockAlign) {
+        ZQ_ASSERT_HELD(m_csPacket);
         if (!m_pRateControl) return {};
         const CMonitorDepthControl::Refill refill =
             m_pRateControl->ObserveRefill(devicePadding, queue.GetCount() / blockAlign);
@@ -82,7 +87,7 @@ public:
     // Tests and benchmarks: visit(input feed, output feed) with the packet lock held.
     template <typename Visit>
     decltype(auto) WithFeeds(Visit&& visit) {
-        Concurrency::critical_section::scoped_lock lock(m_csPacket);
+        COwnedCriticalSection::scoped_lock lock(m_csPacket);
         return visit(m_AudioSharedCapture, m_AudioSharedRender);
     }
     // Render engine: the render device's mix format and the resampler into it that the capture
@@ -116,11 +121,9 @@ public:
     size_t m_nFrameSize;
     UINT32 m_nBufferFrames;
     SwrContextPtr m_pResamplerContext;
-    Concurrency::critical_section m_csBypass;
-    std::vector<CWMAudioDevice*> m_Devices;
-    Concurrency::critical_section m_csDevices;
-
 private:
+    Concurrency::critical_section m_csBypass;
+
     void CaptureLoop();
     void ForwardToRender(const float* engineFrames, int count, UINT64 recordedAt);
     void SizePacketBuffers(UINT32 frames);
@@ -133,7 +136,7 @@ private:
     const WAVEFORMATEX* m_pRenderFormat;
     SwrContext* m_pRenderResampler;
     std::unique_ptr<CMonitorRateControl> m_pRateControl;
-    Concurrency::critical_section m_csPacket;
+    COwnedCriticalSection m_csPacket;
     Concurrency::critical_section m_csControls;
     // Every step of the last open succeeded: only then is there a stream to start.
     bool m_bStreamOpen = false;

@@ -70,7 +70,7 @@ void CAudioCapture::CaptureLoop() {
 }
 
 void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames, UINT64 recordedAt) {
-    Concurrency::critical_section::scoped_lock lock(m_csPacket);
+    COwnedCriticalSection::scoped_lock lock(m_csPacket);
     // Every channel of the copy carries the first channel of the frame, in the device's sample
     // format, so the capture resampler (configured from the mix format) reads it as it expects,
     // and never more than frames x frame size bytes of the packet are read.
@@ -103,6 +103,7 @@ void CAudioCapture::ProcessPacket(const BYTE* data, UINT32 frames, UINT64 record
 // With m_csPacket held: the render engine installs and withdraws its conversion under the same
 // lock.
 void CAudioCapture::ForwardToRender(const float* engineFrames, int count, UINT64 recordedAt) {
+    ZQ_ASSERT_HELD(m_csPacket);
     const WAVEFORMATEX* mix = m_pRenderFormat;
     SwrContext* context = m_pRenderResampler;
     if (mix == nullptr || !IsUsable(context)) return;

@@ -51,7 +51,7 @@ CAudioRender::~CAudioRender() {
 void CAudioRender::EnumerateAudioDevices() {
     g_pCore->LogInfo(L"AudioRender: EnumerateAudioDevices");
     ReleaseAudioDevices();
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
 
     CComPtr<IMMDeviceEnumerator> enumerator;
     if (FAILED(CreateDeviceEnumerator(enumerator))) return;
@@ -62,11 +62,11 @@ void CAudioRender::EnumerateAudioDevices() {
             ReportQuietFailure(L"AudioRender: no default render endpoint: IMMDeviceEnumerator::GetDefaultAudioEndpoint: %x", hr);
             return;
         }
-        auto* entry = new CWMAudioDevice;
+        auto entry = std::make_unique<CWMAudioDevice>();
         entry->SetDevice(defaultDevice);
         entry->SetName(L"Default");
         g_pCore->LogInfo(L"AudioRender: Add default render audio device");
-        m_Devices.push_back(entry);
+        m_Devices.Add(std::move(entry));
     }
 
     CComPtr<IMMDeviceCollection> collection;
@@ -94,12 +94,12 @@ void CAudioRender::EnumerateAudioDevices() {
             ReportQuietFailure(L"AudioRender: a render endpoint is skipped: IPropertyStore::GetValue: %x", hr);
             continue;
         }
-        auto* entry = new CWMAudioDevice;
+        auto entry = std::make_unique<CWMAudioDevice>();
         CStringW text;
         text.Format(L"%s", name.vt == VT_LPWSTR && name.pwszVal != nullptr ? name.pwszVal : L"");
         entry->SetName(text);
         entry->SetDevice(device);
-        m_Devices.push_back(entry);
+        m_Devices.Add(std::move(entry));
         g_pCore->LogInfo(L"AudioRender: [%d]: %s", static_cast<int>(i), text.GetString());
         PropVariantClear(&name);
     }
@@ -107,9 +107,8 @@ void CAudioRender::EnumerateAudioDevices() {
 
 void CAudioRender::ReleaseAudioDevices() {
     g_pCore->LogInfo(L"AudioRender: ReleaseAudioDevices");
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
-    for (CWMAudioDevice* device : m_Devices) delete device;
-    m_Devices.clear();
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
+    m_Devices.Clear();
 }
 
 void CAudioRender::ShareConversion(bool install) {
@@ -131,7 +130,7 @@ HRESULT CAudioRender::SetAudioDevice(IMMDevice* pDevice) {
         return 1;
     }
 
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
     g_pCore->LogInfo(L"AudioRender: CAudioSessionVolume::CreateInstance ...");
     CAudioSessionVolume* pASV = nullptr;
     const HRESULT created = CAudioSessionVolume::CreateInstance(g_pCore->GetHwnd(), pDevice, &pASV);
@@ -157,7 +156,8 @@ HRESULT CAudioRender::SetAudioDevice(IMMDevice* pDevice) {
                                          reinterpret_cast<void**>(&m_spRenderClient),
                                          m_spVolume,
                                          m_spMeterInfo,
-                                         m_csControls};
+                                         m_csControls,
+                                         m_csDevices};
     const HRESULT hr = OpenSharedStream(pDevice, kRenderBufferDuration, 0.5f, kRenderStreamTexts, members);
     if (FAILED(hr)) return hr;
     m_bStreamOpen = true;
@@ -171,7 +171,7 @@ HRESULT CAudioRender::SetAudioDevice(IMMDevice* pDevice) {
 void CAudioRender::ReleaseResoursesAudio() {
     g_pCore->LogInfo(L"AudioRender: ReleaseResoursesAudio");
     StopRender();
-    Concurrency::critical_section::scoped_lock lock(m_csDevices);
+    COwnedCriticalSection::scoped_lock lock(m_csDevices);
     m_bStreamOpen = false;
     m_unreleased.reset();
     g_pCore->LogInfo(L"AudioRender: close RenderShutdownEvent");

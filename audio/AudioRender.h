@@ -16,13 +16,15 @@
 #include <vector>
 
 #include "audio/AudioSessionVolume.h"
+#include "audio/EngineDeviceList.h"
 #include "audio/ResamplerSetup.h"
+#include "core/OwnedCriticalSection.h"
 #include "zqPlatform.h"
 
 class CWMAudioDevice;
 class CAudioCapture;
 
-class CAudioRender {
+class CAudioRender : public CEngineDevices {
 public:
     CAudioRender();
     ~CAudioRender();
@@ -60,10 +62,8 @@ public:
     CComPtr<CAudioSessionVolume> m_pASV;  // written under m_csControls too
     // Written by the host's thread, read by the render thread at every buffer: one whole byte.
     std::atomic<bool> m_bMute;
-    std::vector<CWMAudioDevice*> m_Devices;
-    Concurrency::critical_section m_csDevices;
-
 private:
+
     void RenderLoop(CAudioCapture* capture);
     // Installs this engine's mix format and resampler into the capture engine, or withdraws
     // them (install false); nothing without a capture engine.

@@ -22,6 +22,7 @@ void Announce(const wchar_t* line) {
 
 HRESULT OpenSharedStream(IMMDevice* pDevice, REFERENCE_TIME bufferDuration, float initialVolume,
                          const SharedStreamTexts& texts, const SharedStreamMembers& members) {
+    ZQ_ASSERT_HELD(members.devicesLock);
     Announce(texts.createShutdownEvent);
     if (!CreateStreamEvent(members.shutdownEvent)) {
         ReportEngineFailure(L"Unable to create shutdown event: %d.\n", GetLastError());

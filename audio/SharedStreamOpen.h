@@ -8,6 +8,7 @@
 // them.
 #pragma once
 
+#include "core/OwnedCriticalSection.h"
 #include "zqPlatform.h"
 
 // The engine's own texts for each step.
@@ -39,6 +40,7 @@ struct SharedStreamMembers {
     CComPtr<ISimpleAudioVolume>& volume;
     CComPtr<IAudioMeterInformation>& meter;
     Concurrency::critical_section& controlsLock;
+    const COwnedCriticalSection& devicesLock;  // held by the caller
 };
 
 // S_OK, or the failing step's code (E_FAIL for an event that could not be created). The

@@ -47,7 +47,7 @@ void CZQCoreAudio::Shutdown() {
     ClearDeviceZQ();
     if (m_pAnalyzer) {
         // Its thread reads the capture engine's buffers every tick: gone before that engine.
-        SetEvent(m_pAnalyzer->m_hShutdownEvent);
+        m_pAnalyzer->RequestStop();
         m_pAnalyzer->JoinThread();
     }
     Stop();
@@ -103,11 +103,7 @@ void CZQCoreAudio::RebuildRender() {
     if (!HasComponents(L"RebuildRender")) return;
     DestroyRender();
     m_pRender->EnumerateAudioDevices();
-    IMMDevice* first = nullptr;
-    {
-        Concurrency::critical_section::scoped_lock lock(m_pRender->m_csDevices);
-        if (!m_pRender->m_Devices.empty()) first = m_pRender->m_Devices.front()->GetDevice();
-    }
+    IMMDevice* first = m_pRender->FirstDevice();
     // The record stays in the list while the device opens: nothing else rebuilds it meanwhile.
     if (first != nullptr) m_pRender->SetAudioDevice(first);
     LogInfo(L"CoreAudio: RenderEngine Set Default Audio Device");
@@ -133,8 +129,7 @@ void CZQCoreAudio::SetBypass(bool bBypass) {
         m_bBypass.exchange(bBypass);
         return;
     }
-    Concurrency::critical_section::scoped_lock lock(m_pCapture->m_csBypass);
-    m_bBypass.exchange(bBypass);
+    m_pCapture->StoreBypass(m_bBypass, bBypass);
 }
 
 bool CZQCoreAudio::SetCaptureDevice(IMMDevice* pDevice) {
@@ -147,27 +142,7 @@ bool CZQCoreAudio::SetRenderDevice(IMMDevice* pDevice) {
     return SUCCEEDED(m_pRender->SetAudioDevice(pDevice));
 }
 
-namespace {
-
-template <typename Engine>
-unsigned int CountOf(const std::unique_ptr<Engine>& engine) {
-    if (engine == nullptr) return 0;
-    Concurrency::critical_section::scoped_lock lock(engine->m_csDevices);
-    return static_cast<unsigned int>(engine->m_Devices.size());
-}
-
-template <typename Engine>
-CWMAudioDevice* RecordAt(const std::unique_ptr<Engine>& engine, int index) {
-    if (engine == nullptr) return nullptr;
-    Concurrency::critical_section::scoped_lock lock(engine->m_csDevices);
-    // Compared as unsigned, so a negative index is out of range too.
-    if (static_cast<unsigned int>(index) >= engine->m_Devices.size()) return nullptr;
-    return engine->m_Devices[static_cast<unsigned int>(index)];
-}
-
-}  // namespace
-
-unsigned int CZQCoreAudio::GetCaptureDeviceCount() { return CountOf(m_pCapture); }
-CWMAudioDevice* CZQCoreAudio::GetCaptureDevice(int nIndex) { return RecordAt(m_pCapture, nIndex); }
-unsigned int CZQCoreAudio::GetRenderDeviceCount() { return CountOf(m_pRender); }
-CWMAudioDevice* CZQCoreAudio::GetRenderDevice(int nIndex) { return RecordAt(m_pRender, nIndex); }
+unsigned int CZQCoreAudio::GetCaptureDeviceCount() { return m_pCapture ? m_pCapture->DeviceCount() : 0; }
+CWMAudioDevice* CZQCoreAudio::GetCaptureDevice(int nIndex) { return m_pCapture ? m_pCapture->DeviceAt(nIndex) : nullptr; }
+unsigned int CZQCoreAudio::GetRenderDeviceCount() { return m_pRender ? m_pRender->DeviceCount() : 0; }
+CWMAudioDevice* CZQCoreAudio::GetRenderDevice(int nIndex) { return m_pRender ? m_pRender->DeviceAt(nIndex) : nullptr; }

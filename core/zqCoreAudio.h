@@ -263,7 +263,7 @@ private:
     bool HasComponents(const wchar_t* pszMember);
     // Appends copies of the microphone records to list, under the list's lock; returns how
     // many records the microphone list holds.
-    size_t CopyMicrophones(std::vector<CWMAudioDevice*>& list);
+    size_t CopyMicrophones(std::vector<std::unique_ptr<CWMAudioDevice>>& list);
     // The volumes the level getters read and set; empty while the components are closed.
     CComPtr<ISimpleAudioVolume> CaptureVolume();
     CComPtr<ISimpleAudioVolume> RenderVolume();

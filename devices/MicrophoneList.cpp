@@ -29,10 +29,10 @@ CWMAudioDevice* CZQCoreAudio::GetHidCaptureDevice(int nIndex) {
     return m_vecHidDevices[static_cast<size_t>(nIndex)];
 }
 
-size_t CZQCoreAudio::CopyMicrophones(std::vector<CWMAudioDevice*>& list) {
+size_t CZQCoreAudio::CopyMicrophones(std::vector<std::unique_ptr<CWMAudioDevice>>& list) {
     Concurrency::critical_section::scoped_lock lock(m_csHidDevices);
     for (CWMAudioDevice* microphone : m_vecHidDevices) {
-        if (microphone != nullptr) list.push_back(new CWMAudioDevice(*microphone));
+        if (microphone != nullptr) list.push_back(std::make_unique<CWMAudioDevice>(*microphone));
     }
     return m_vecHidDevices.size();
 }

@@ -1,7 +1,5 @@
 #include "text.h"
 
-#include <cstdint>
-
 #include "zqCoreAudio.h"
 
 namespace zqhost {
@@ -9,32 +7,13 @@ namespace zqhost {
 // The framework's own encoder: characters that are not Unicode scalar values become U+FFFD.
 std::string Utf8(const wchar_t* text) { return text == nullptr ? std::string() : CStringW(text).ToUtf8(); }
 
+// The platform's decoder, as on Windows: a byte that starts no well-formed sequence becomes U+FFFD.
 std::wstring Wide(const std::string& utf8) {
-    std::wstring out;
-    size_t i = 0;
-    while (i < utf8.size()) {
-        const auto b = static_cast<unsigned char>(utf8[i]);
-        int extra = b < 0x80 ? 0 : (b >> 5) == 0x6 ? 1 : (b >> 4) == 0xE ? 2 : (b >> 3) == 0x1E ? 3 : -1;
-        if (extra < 0 || i + static_cast<size_t>(extra) >= utf8.size()) {
-            out += L'\uFFFD';  // a stray or cut-short sequence
-            ++i;
-            continue;
-        }
-        uint32_t c = extra == 0 ? b : extra == 1 ? (b & 0x1Fu) : extra == 2 ? (b & 0x0Fu) : (b & 0x07u);
-        bool ok = true;
-        for (int k = 1; k <= extra; ++k) {
-            const auto next = static_cast<unsigned char>(utf8[i + static_cast<size_t>(k)]);
-            if ((next & 0xC0) != 0x80) ok = false;
-            c = (c << 6) | (next & 0x3Fu);
-        }
-        if (!ok) {
-            out += L'\uFFFD';
-            ++i;
-            continue;
-        }
-        out += static_cast<wchar_t>(c);
-        i += static_cast<size_t>(extra) + 1;
-    }
+    if (utf8.empty()) return std::wstring();
+    const int bytes = static_cast<int>(utf8.size());
+    const int chars = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, nullptr, 0);
+    std::wstring out(static_cast<size_t>(chars > 0 ? chars : 0), L'\0');
+    if (chars > 0) MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, out.data(), chars);
     return out;
 }
 

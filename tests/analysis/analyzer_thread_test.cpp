@@ -24,7 +24,7 @@ protected:
         ASSERT_TRUE(WaitUntil([&] { return analyzer.m_bTimersSet.load(); }));
     }
     void Stop() {
-        SetEvent(analyzer.m_hShutdownEvent);
+        analyzer.RequestStop();
         ASSERT_TRUE(WaitUntil([&] { return analyzer.m_hThread.load() == nullptr; })) << "the thread did not end";
         analyzer.JoinThread();
     }
@@ -77,7 +77,7 @@ TEST_F(AnalyzerThread, ShutdownIsServedBeforeTimersThatAreDue) {
         // Keep the thread out of any job while everything falls due and shutdown is set.
         Concurrency::critical_section::scoped_lock hold(analyzer.m_cs);
         ASSERT_TRUE(zqvm::AdvanceClock(100 * kMs100ns));
-        SetEvent(analyzer.m_hShutdownEvent);
+        analyzer.RequestStop();
     }
     ASSERT_TRUE(WaitUntil([&] { return analyzer.m_hThread.load() == nullptr; }));
     analyzer.JoinThread();

@@ -51,6 +51,25 @@ protected:
     int queuedValue = 0;
 };
 
+// The engine answers for the list it owns, each answer read under its device lock: the count,
+// the record at an index (none out of range, a negative index included) and the first record's
+// endpoint, which RebuildRender opens; released, the list holds nothing.
+TEST_F(RenderEngine, AnswersForTheDeviceListItOwns) {
+    InitWith(48000);
+    ASSERT_EQ(render->DeviceCount(), 2u);
+    EXPECT_EQ(render->DeviceAt(1), core->GetRenderDevice(1));
+    EXPECT_EQ(render->DeviceAt(-1), nullptr);
+    EXPECT_EQ(render->DeviceAt(2), nullptr);
+    ASSERT_NE(render->DeviceAt(0), nullptr);
+    EXPECT_EQ(render->FirstDevice(), render->DeviceAt(0)->GetDevice());
+    EXPECT_EQ(render->m_spRenderDevice.p, render->FirstDevice()) << "Init opened the first record's endpoint";
+    render->ReleaseAudioDevices();
+    EXPECT_EQ(render->DeviceCount(), 0u);
+    EXPECT_EQ(render->DeviceAt(0), nullptr);
+    EXPECT_EQ(render->FirstDevice(), nullptr);
+    EXPECT_EQ(core->GetRenderDeviceCount(), 0u);
+}
+
 TEST_F(RenderEngine, ListsDefaultFirstThenEveryActiveEndpoint) {
     InitWith(48000);
     ASSERT_EQ(core->GetRenderDeviceCount(), 2u);

@@ -18,6 +18,7 @@
 #include "microphone_machine.h"
 #include "scoped_environment.h"
 #include "scoped_locale.h"
+#include "zqplatform/vm/call_faults.h"
 #include "zqplatform/vm/hidraw_device.h"
 #include "zqplatform/vm/registry.h"
 
@@ -114,6 +115,27 @@ TEST_F(HidrawBridges, TheMakersNodesInNodeOrderWithTheirUsbDevicesStringsAndCont
     EXPECT_EQ(String(0, HID_UART_GET_SERIAL_STR, &status), "KV1-NOPRODUCT");
     EXPECT_EQ(ContainerValue(L"KV1-PORT3"), GUID_NULL);
     EXPECT_NE(ContainerValue(L"KV1-PORT5"), GUID_NULL);
+}
+
+// The bridge library's front end serves hidraw as it serves the simulated bridges: an armed
+// failure is taken before anything is listed, arguments are checked before the backend is asked,
+// and every call goes into the call log.
+TEST_F(HidrawBridges, CallsAreFailedCheckedAndLoggedAsForTheSimulatedBridges) {
+    AddNode(1, 3, "10c4", "eab0", "KV1-LOGGED");
+    zqvm::ClearBridgeCalls();
+    ASSERT_TRUE(zqvm::FailCall("HidUart_GetNumDevices", 0, HID_UART_DEVICE_IO_FAILED));
+    DWORD count = 7;
+    EXPECT_EQ(HidUart_GetNumDevices(&count, 0x10C4, 0xEAB0), HID_UART_DEVICE_IO_FAILED);
+    EXPECT_EQ(count, 7u) << "nothing was listed";
+    EXPECT_EQ(HidUart_GetNumDevices(&count, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
+    EXPECT_EQ(count, 1u);
+    char text[HID_UART_DEVICE_STRLEN] = {};
+    EXPECT_EQ(HidUart_GetString(0, 0x10C4, 0xEAB0, text, 0x77), HID_UART_INVALID_PARAMETER);
+    EXPECT_EQ(HidUart_Open(nullptr, 0, 0x10C4, 0xEAB0), HID_UART_INVALID_PARAMETER);
+    EXPECT_EQ(zqvm::BridgeCalls(), (std::vector<std::string>{"HidUart_GetNumDevices(injected) -> 0x14",
+                                                              "HidUart_GetNumDevices(4292, 60080) -> 0x00",
+                                                              "HidUart_GetString(0, 4292, 60080, 119) -> 0x04",
+                                                              "HidUart_Open(0, 4292, 60080) -> 0x04"}));
 }
 
 // A node in the process, in place of the kernel's, in front of a chip. Wait does not sleep: it
@@ -321,6 +343,60 @@ TEST_P(HidrawUart, ANonAsciiMicrophoneIsListedNamedAndPairedInEitherLocale) {
                                        L"Manufacturer: KESTRAVON, FriendlyName: KV-1 Grüß 🎤, API:5, FW:12"));
         core->Shutdown();
     }
+}
+
+// A handle names the backend that opened it: choosing the other backend meanwhile sends none of
+// its calls there, and the two backends' handles are never the same value.
+TEST_P(HidrawUart, AHandleReachesOnlyTheBackendThatOpenedIt) {
+    const auto chip = AddMicrophone(0, 3, "KV1-HIDRAW");
+    std::string error;
+    ASSERT_TRUE(zqvm::SelectBridgeBackend("simulated", &error)) << error;
+    zqvm::BridgeDescription simulated;
+    simulated.product = "KV-1 USB";
+    simulated.serial = "KV1-SIMULATED";
+    const zqvm::BridgeId id = zqvm::AddBridge(simulated);
+    HID_UART_DEVICE fromSimulated = nullptr;
+    ASSERT_EQ(HidUart_Open(&fromSimulated, 0, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
+    ASSERT_TRUE(zqvm::SelectBridgeBackend("hidraw", &error)) << error;
+    HID_UART_DEVICE fromHidraw = nullptr;
+    ASSERT_EQ(HidUart_Open(&fromHidraw, 0, 0x10C4, 0xEAB0), HID_UART_SUCCESS);
+    EXPECT_NE(fromSimulated, fromHidraw);
+    EXPECT_EQ(zqvm::BridgeOpenHandleCount(), 2u);
+
+    // With hidraw chosen, the simulated handle still drives the simulated bridge.
+    ASSERT_EQ(HidUart_SetUartConfig(fromSimulated, 9600, HID_UART_SEVEN_DATA_BITS, HID_UART_NO_PARITY,
+                                    HID_UART_SHORT_STOP_BIT, HID_UART_NO_FLOW_CONTROL),
+              HID_UART_SUCCESS);
+    EXPECT_EQ(zqvm::GetBridgeState(id)->baudRate, 9600u);
+    EXPECT_TRUE(chip->Config().empty()) << "the chip was configured through the other backend's handle";
+    ASSERT_EQ(HidUart_SetTimeouts(fromSimulated, 11, 22), HID_UART_SUCCESS);
+    DWORD readMs = 0;
+    DWORD writeMs = 0;
+    ASSERT_EQ(HidUart_GetTimeouts(fromHidraw, &readMs, &writeMs), HID_UART_SUCCESS);
+    EXPECT_NE(readMs, 11u);
+
+    // With the simulated bridges chosen again, the hidraw handle still drives the chip.
+    ASSERT_TRUE(zqvm::SelectBridgeBackend("simulated", &error)) << error;
+    EXPECT_EQ(HidUart_SetUartConfig(fromHidraw, 100, HID_UART_EIGHT_DATA_BITS, HID_UART_NO_PARITY,
+                                    HID_UART_SHORT_STOP_BIT, HID_UART_NO_FLOW_CONTROL),
+              HID_UART_INVALID_PARAMETER)
+        << "the same argument checks for either backend";
+    EXPECT_TRUE(chip->Config().empty());
+    ASSERT_EQ(HidUart_SetUartConfig(fromHidraw, 57600, HID_UART_EIGHT_DATA_BITS, HID_UART_NO_PARITY,
+                                    HID_UART_SHORT_STOP_BIT, HID_UART_NO_FLOW_CONTROL),
+              HID_UART_SUCCESS);
+    EXPECT_EQ(chip->Config().size(), 9u);
+    EXPECT_EQ(zqvm::GetBridgeState(id)->baudRate, 9600u);
+    ASSERT_EQ(HidUart_GetTimeouts(fromSimulated, &readMs, &writeMs), HID_UART_SUCCESS);
+    EXPECT_EQ(readMs, 11u);
+    EXPECT_EQ(writeMs, 22u);
+
+    EXPECT_EQ(HidUart_Close(fromHidraw), HID_UART_SUCCESS);
+    EXPECT_TRUE(zqvm::GetBridgeState(id)->open) << "closing the hidraw handle closed the simulated bridge";
+    EXPECT_EQ(HidUart_Close(fromSimulated), HID_UART_SUCCESS);
+    EXPECT_EQ(zqvm::GetBridgeState(id)->closes, 1);
+    EXPECT_EQ(zqvm::BridgeOpenHandleCount(), 0u);
+    ASSERT_TRUE(zqvm::SelectBridgeBackend("hidraw", &error)) << error;
 }
 
 INSTANTIATE_TEST_SUITE_P(Nodes, HidrawUart, ::testing::Values(NodeKind::InProcess, NodeKind::Fuse),

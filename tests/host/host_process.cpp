@@ -108,7 +108,7 @@ std::string MachineXml(const MachineSpec& endpointSpec) {
         << " rate=\"48000\" channels=\"1\" format=\"int16\" default=\"all\">\n"
         << "    <source kind=\"tone\" frequency=\"" << endpointSpec.toneHz << "\" level_dbfs=\"" << endpointSpec.toneDbfs << "\"/>\n"
         << "  </endpoint>\n"
-        << "  <endpoint flow=\"render\" name=\"Speakers (Virtual Audio)\" rate=\"" << endpointSpec.renderRate
+        << "  <endpoint flow=\"render\" name=\"" << endpointSpec.renderName << "\" rate=\"" << endpointSpec.renderRate
         << "\" channels=\"2\" format=\"" << endpointSpec.renderFormat << "\" default=\"all\"/>\n"
         << "</machine>\n";
     return xml.str();

@@ -44,6 +44,7 @@ private:
 struct MachineSpec {
     std::string serial = "KV1-2024-0001";
     std::string microphoneName = "Microphone (KV-1 USB Microphone)";
+    std::string renderName = "Speakers (Virtual Audio)";
     std::string container = "{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}";  // the bridge's and the endpoint's
     std::string usbDevice;  // instead of container: the capture endpoint's USB device in sysfs
     double toneHz = 1000.0;

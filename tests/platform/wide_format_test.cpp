@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "scoped_locale.h"
 #include "zqPlatform.h"
 
 namespace {
@@ -28,6 +29,20 @@ TEST(WideFormat, NarrowBytesThatDoNotConvertStandForTheirCode) {
     // The "C" locale cannot convert 0xE9; the Microsoft runtime reads it as U+00E9.
     EXPECT_EQ(Fmt(L"%S", "caf\xE9"), std::wstring(L"caf") + wchar_t(0xE9));
     EXPECT_EQ(CStringW("x\xFFy").GetLength(), 3);
+}
+
+// Narrow text is UTF-8 on this platform: "%S" and CStringW's narrow constructor read it alike in
+// the default "C" locale and in a UTF-8 one, and widths and precisions count characters.
+TEST(WideFormat, NarrowUtf8ReadsAlikeInEveryLocale) {
+    for (const char* name : zqtest::kHostLocales) {
+        SCOPED_TRACE(name);
+        const zqtest::ScopedLocale locale(name);
+        if (!locale.Set()) continue;  // "C" is always there
+        EXPECT_EQ(CStringW("Mikrofon S\xC3\xBC" "d"), CStringW(L"Mikrofon S\u00FCd"));
+        EXPECT_EQ(Fmt(L"[%S]", "Lautsprecher (K\xC3\xBC" "che) \xF0\x9F\x8E\xA7"),
+                  L"[Lautsprecher (K\u00FCche) \U0001F3A7]");
+        EXPECT_EQ(Fmt(L"[%5.3S]", "S\xC3\xBC" "d!"), L"[  S\u00FCd]");
+    }
 }
 
 // A finished text may be used as a format (the core logs its failure reports so): a stray

@@ -26,7 +26,9 @@ zqplatform::BackendChoice<zqvm::BridgeBackend>& TheChoice() {
 
 namespace zqplatform::bridges {
 
-bool HidrawChosen() { return TheChoice().Get() == zqvm::BridgeBackend::Hidraw; }
+const BridgeOps& ChosenBridgeOps() {
+    return TheChoice().Get() == zqvm::BridgeBackend::Hidraw ? HidrawBridgeOps() : SimulatedBridgeOps();
+}
 
 }  // namespace zqplatform::bridges
 

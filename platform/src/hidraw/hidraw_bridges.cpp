@@ -1,5 +1,11 @@
-#include "hidraw_bridges.h"
-
+// The hidraw backend of the bridge library (bridges/bridge_ops.h): the maker's bridges plugged
+// into this machine, listed and named from sysfs (hidraw_nodes.h). Each listing also publishes,
+// for every bridge with a USB device folder and a serial number, the "ContainerID" that
+// discovery reads (instance_key.h): the GUID that the pulse backend derives for the sound card of
+// the same USB device, so the two pair.
+// An opened bridge is its node's UART (hidraw_uart.h); calls on one handle take turns, calls on
+// different handles run side by side. A handle that dropped input reports says so on the debug
+// output when it is closed.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -11,7 +17,7 @@
 #include <string>
 
 #include "../bridges/instance_key.h"
-#include "../faults/call_faults.h"
+#include "../bridges/bridge_ops.h"
 #include "../strings/utf8.h"
 #include "../usb/usb_container.h"
 #include "hidraw_device.h"
@@ -82,8 +88,8 @@ struct Handle {
 
 struct Handles {
     std::mutex mutex;
-    std::map<uintptr_t, std::shared_ptr<Handle>> open;
-    uintptr_t next = 0x100;
+    std::map<bridges::BackendHandle, std::shared_ptr<Handle>> open;
+    bridges::BackendHandle next = 1;
 };
 
 Handles& TheHandles() {
@@ -96,15 +102,14 @@ std::wstring Wide(const std::string& text) { return WideFromUtf8(text); }
 
 void Tell(const std::wstring& line) { OutputDebugStringW((line + L"\n").c_str()); }
 
-// Runs call on the handle's UART, the handle's calls taking turns; an unknown handle is refused.
+// Runs call on the handle's UART, the handle's calls taking turns.
 template <class Call>
-HID_UART_STATUS OnHandle(const char* name, HID_UART_DEVICE device, Call call) {
-    if (int64_t fault = 0; faults::TakeCallFailure(name, fault)) return static_cast<HID_UART_STATUS>(fault);
+HID_UART_STATUS OnHandle(bridges::BackendHandle key, Call call) {
     std::shared_ptr<Handle> handle;
     {
         Handles& handles = TheHandles();
         std::lock_guard<std::mutex> lock(handles.mutex);
-        const auto it = handles.open.find(reinterpret_cast<uintptr_t>(device));
+        const auto it = handles.open.find(key);
         if (it == handles.open.end()) return HID_UART_INVALID_DEVICE_OBJECT;
         handle = it->second;
     }
@@ -112,37 +117,26 @@ HID_UART_STATUS OnHandle(const char* name, HID_UART_DEVICE device, Call call) {
     return call(handle->uart);
 }
 
-}  // namespace
-
-HID_UART_STATUS GetNumDevices(DWORD* numDevices, WORD vid, WORD pid) {
-    if (int64_t fault = 0; faults::TakeCallFailure("HidUart_GetNumDevices", fault)) {
-        return static_cast<HID_UART_STATUS>(fault);
-    }
-    if (numDevices == nullptr) return HID_UART_INVALID_PARAMETER;
+HID_UART_STATUS CountDevices(WORD vid, WORD pid, DWORD* count) {
     const std::vector<HidrawNode> nodes = ListNodes(vid, pid);
     PublishContainers(nodes);
-    *numDevices = static_cast<DWORD>(nodes.size());
+    *count = static_cast<DWORD>(nodes.size());
     return HID_UART_SUCCESS;
 }
 
-HID_UART_STATUS GetString(DWORD deviceNum, WORD vid, WORD pid, char* deviceString, DWORD options) {
-    if (int64_t fault = 0; faults::TakeCallFailure("HidUart_GetString", fault)) return static_cast<HID_UART_STATUS>(fault);
-    if (deviceString == nullptr) return HID_UART_INVALID_PARAMETER;
-    if (options < HID_UART_GET_VID_STR || options > HID_UART_GET_PRODUCT_STR) return HID_UART_INVALID_PARAMETER;
+HID_UART_STATUS GetString(DWORD deviceNum, WORD vid, WORD pid, DWORD option, char* out) {
     const std::vector<HidrawNode> nodes = ListNodes(vid, pid);
     if (deviceNum >= nodes.size()) return HID_UART_DEVICE_NOT_FOUND;
-    const std::optional<std::string> text = StringOf(nodes[deviceNum], options);
+    const std::optional<std::string> text = StringOf(nodes[deviceNum], option);
     // A missing attribute file: the device is there but its string cannot be read.
     if (!text) return HID_UART_DEVICE_ACCESS_ERROR;
     const size_t length = std::min<size_t>(text->size(), HID_UART_DEVICE_STRLEN);
-    std::memcpy(deviceString, text->data(), length);
-    if (length < HID_UART_DEVICE_STRLEN) deviceString[length] = '\0';
+    std::memcpy(out, text->data(), length);
+    if (length < HID_UART_DEVICE_STRLEN) out[length] = '\0';
     return HID_UART_SUCCESS;
 }
 
-HID_UART_STATUS Open(HID_UART_DEVICE* device, DWORD deviceNum, WORD vid, WORD pid) {
-    if (int64_t fault = 0; faults::TakeCallFailure("HidUart_Open", fault)) return static_cast<HID_UART_STATUS>(fault);
-    if (device == nullptr) return HID_UART_INVALID_PARAMETER;
+HID_UART_STATUS Open(DWORD deviceNum, WORD vid, WORD pid, bridges::BackendHandle* opened) {
     const std::vector<HidrawNode> nodes = ListNodes(vid, pid);
     if (deviceNum >= nodes.size()) return HID_UART_DEVICE_NOT_FOUND;
     const HidrawNode& listed = nodes[deviceNum];
@@ -165,19 +159,18 @@ HID_UART_STATUS Open(HID_UART_DEVICE* device, DWORD deviceNum, WORD vid, WORD pi
     if (const HID_UART_STATUS status = handle->uart.Start(); status != HID_UART_SUCCESS) return status;
     Handles& handles = TheHandles();
     std::lock_guard<std::mutex> lock(handles.mutex);
-    const uintptr_t key = handles.next++;
-    handles.open[key] = std::move(handle);
-    *device = reinterpret_cast<HID_UART_DEVICE>(key);
+    *opened = handles.next++;
+    handles.open[*opened] = std::move(handle);
     return HID_UART_SUCCESS;
 }
 
-HID_UART_STATUS Close(HID_UART_DEVICE device) {
+void Close(bridges::BackendHandle key) {
     std::shared_ptr<Handle> handle;
     {
         Handles& handles = TheHandles();
         std::lock_guard<std::mutex> lock(handles.mutex);
-        const auto it = handles.open.find(reinterpret_cast<uintptr_t>(device));
-        if (it == handles.open.end()) return HID_UART_INVALID_DEVICE_OBJECT;
+        const auto it = handles.open.find(key);
+        if (it == handles.open.end()) return;
         handle = std::move(it->second);
         handles.open.erase(it);
     }
@@ -186,48 +179,47 @@ HID_UART_STATUS Close(HID_UART_DEVICE device) {
         Tell(L"hidraw: " + Wide(handle->path) + L": dropped " + std::to_wstring(dropped) +
              L" input report(s) that carried no UART data");
     }
-    // A failure injected here is reported after the handle was freed, as the driver frees it anyway.
-    if (int64_t fault = 0; faults::TakeCallFailure("HidUart_Close", fault)) return static_cast<HID_UART_STATUS>(fault);
-    return HID_UART_SUCCESS;
 }
 
-HID_UART_STATUS SetUartConfig(HID_UART_DEVICE device, DWORD baudRate, BYTE dataBits, BYTE parity, BYTE stopBits,
-                              BYTE flowControl) {
-    return OnHandle("HidUart_SetUartConfig", device, [&](HidrawUart& uart) {
-        return uart.SetConfig(baudRate, dataBits, parity, stopBits, flowControl);
+HID_UART_STATUS SetUartConfig(bridges::BackendHandle key, const bridges::UartConfig& c) {
+    return OnHandle(key, [&](HidrawUart& uart) {
+        return uart.SetConfig(c.baudRate, c.dataBits, c.parity, c.stopBits, c.flowControl);
     });
 }
 
-HID_UART_STATUS GetTimeouts(HID_UART_DEVICE device, DWORD* readTimeout, DWORD* writeTimeout) {
-    return OnHandle("HidUart_GetTimeouts", device, [&](HidrawUart& uart) {
-        if (readTimeout == nullptr || writeTimeout == nullptr) return HID_UART_INVALID_PARAMETER;
-        *readTimeout = uart.ReadTimeoutMs();
-        *writeTimeout = uart.WriteTimeoutMs();
+HID_UART_STATUS GetTimeouts(bridges::BackendHandle key, DWORD* readMs, DWORD* writeMs) {
+    return OnHandle(key, [&](HidrawUart& uart) {
+        *readMs = uart.ReadTimeoutMs();
+        *writeMs = uart.WriteTimeoutMs();
         return HID_UART_SUCCESS;
     });
 }
 
-HID_UART_STATUS SetTimeouts(HID_UART_DEVICE device, DWORD readTimeout, DWORD writeTimeout) {
-    return OnHandle("HidUart_SetTimeouts", device, [&](HidrawUart& uart) {
-        uart.SetTimeouts(readTimeout, writeTimeout);
+HID_UART_STATUS SetTimeouts(bridges::BackendHandle key, DWORD readMs, DWORD writeMs) {
+    return OnHandle(key, [&](HidrawUart& uart) {
+        uart.SetTimeouts(readMs, writeMs);
         return HID_UART_SUCCESS;
     });
 }
 
-HID_UART_STATUS Write(HID_UART_DEVICE device, BYTE* buffer, DWORD numBytesToWrite, DWORD* numBytesWritten) {
-    return OnHandle("HidUart_Write", device, [&](HidrawUart& uart) {
-        if (buffer == nullptr || numBytesWritten == nullptr) return HID_UART_INVALID_PARAMETER;
-        if (numBytesToWrite < 1 || numBytesToWrite > HID_UART_MAX_WRITE_SIZE) return HID_UART_INVALID_REQUEST_LENGTH;
-        return uart.Write(buffer, numBytesToWrite, numBytesWritten);
-    });
+HID_UART_STATUS Write(bridges::BackendHandle key, const BYTE* buffer, DWORD count, DWORD* written) {
+    return OnHandle(key, [&](HidrawUart& uart) { return uart.Write(buffer, count, written); });
 }
 
-HID_UART_STATUS Read(HID_UART_DEVICE device, BYTE* buffer, DWORD numBytesToRead, DWORD* numBytesRead) {
-    return OnHandle("HidUart_Read", device, [&](HidrawUart& uart) {
-        if (buffer == nullptr || numBytesRead == nullptr) return HID_UART_INVALID_PARAMETER;
-        if (numBytesToRead < 1 || numBytesToRead > HID_UART_MAX_READ_SIZE) return HID_UART_INVALID_REQUEST_LENGTH;
-        return uart.Read(buffer, numBytesToRead, numBytesRead);
-    });
+HID_UART_STATUS Read(bridges::BackendHandle key, BYTE* buffer, DWORD count, DWORD* read) {
+    return OnHandle(key, [&](HidrawUart& uart) { return uart.Read(buffer, count, read); });
 }
 
+}  // namespace
 }  // namespace zqplatform::hidraw
+
+namespace zqplatform::bridges {
+
+const BridgeOps& HidrawBridgeOps() {
+    static const BridgeOps ops{&hidraw::CountDevices, &hidraw::GetString,     &hidraw::Open,
+                               &hidraw::Close,        &hidraw::SetUartConfig, &hidraw::GetTimeouts,
+                               &hidraw::SetTimeouts,  &hidraw::Write,         &hidraw::Read};
+    return ops;
+}
+
+}  // namespace zqplatform::bridges

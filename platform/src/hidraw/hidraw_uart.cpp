@@ -31,10 +31,6 @@ HID_UART_STATUS HidrawUart::Start() {
 }
 
 HID_UART_STATUS HidrawUart::SetConfig(DWORD baudRate, BYTE dataBits, BYTE parity, BYTE stopBits, BYTE flowControl) {
-    if (dataBits > HID_UART_EIGHT_DATA_BITS || parity > HID_UART_SPACE_PARITY || stopBits > HID_UART_LONG_STOP_BIT ||
-        flowControl > HID_UART_RTS_CTS_FLOW_CONTROL) {
-        return HID_UART_INVALID_PARAMETER;
-    }
     const uint8_t config[cp2110::kUartConfigSize] = {cp2110::kUartConfig,
                                                      static_cast<uint8_t>(baudRate >> 24),
                                                      static_cast<uint8_t>(baudRate >> 16),

@@ -22,6 +22,7 @@ public:
 
     // The part check, UART enable and purge; HID_UART_DEVICE_NOT_SUPPORTED for another part.
     HID_UART_STATUS Start();
+    // The settings are within their ranges (the bridge library's front end checked them).
     HID_UART_STATUS SetConfig(DWORD baudRate, BYTE dataBits, BYTE parity, BYTE stopBits, BYTE flowControl);
     void SetTimeouts(DWORD readMs, DWORD writeMs) {
         m_readTimeoutMs = readMs;

@@ -1,7 +1,8 @@
 // The platform's one conversion between UTF-8, the encoding of every narrow text on this
 // platform (file names, sysfs attributes, the bridges' USB strings, machine descriptions), and
 // wide text (one wchar_t per Unicode scalar value here). Internal to the platform library; the
-// system reaches it through MultiByteToWideChar / WideCharToMultiByte with CP_UTF8.
+// system reaches it through MultiByteToWideChar / WideCharToMultiByte with CP_UTF8, "%S" and
+// CStringW's narrow constructor, whatever the C library's locale.
 #pragma once
 
 #include <string>

@@ -5,9 +5,15 @@
 #include <cstdio>
 #include <cwchar>
 
+#include <string>
+
+#include "utf8.h"
 #include "zqplatform/win/wstring.h"
 
 namespace {
+
+using zqplatform::BadUtf8;
+using zqplatform::WideFromUtf8;
 
 // Collects output up to a capacity and counts everything, so one pass both writes and measures.
 class Sink {
@@ -119,39 +125,6 @@ void Pad(Sink& sink, const Conversion& conv, long long contentLength, bool befor
     sink.Repeat(L' ', conv.width - contentLength);
 }
 
-// A narrow character as the Microsoft "C" locale reads it when the C library cannot.
-size_t DecodeNarrow(const char* s, size_t avail, wchar_t& out, std::mbstate_t& state) {
-    size_t n = std::mbrtowc(&out, s, avail, &state);
-    if (n == static_cast<size_t>(-1) || n == static_cast<size_t>(-2)) {
-        state = std::mbstate_t{};
-        out = static_cast<wchar_t>(static_cast<unsigned char>(*s));
-        return 1;
-    }
-    return n == 0 ? 1 : n;
-}
-
-void PutNarrowString(Sink& sink, const Conversion& conv, const char* s) {
-    if (s == nullptr) s = "(null)";
-    // Count the characters first so the padding can precede them.
-    long long chars = 0;
-    size_t len = std::strlen(s);
-    std::mbstate_t state{};
-    for (size_t i = 0; i < len && (conv.precision < 0 || chars < conv.precision);) {
-        wchar_t ch;
-        i += DecodeNarrow(s + i, len - i, ch, state);
-        ++chars;
-    }
-    Pad(sink, conv, chars, true);
-    state = std::mbstate_t{};
-    long long written = 0;
-    for (size_t i = 0; i < len && written < chars; ++written) {
-        wchar_t ch;
-        i += DecodeNarrow(s + i, len - i, ch, state);
-        sink.Put(ch);
-    }
-    Pad(sink, conv, chars, false);
-}
-
 void PutWideString(Sink& sink, const Conversion& conv, const wchar_t* s) {
     if (s == nullptr) s = L"(null)";
     long long len = static_cast<long long>(std::wcslen(s));
@@ -159,6 +132,14 @@ void PutWideString(Sink& sink, const Conversion& conv, const wchar_t* s) {
     Pad(sink, conv, len, true);
     for (long long i = 0; i < len; ++i) sink.Put(s[i]);
     Pad(sink, conv, len, false);
+}
+
+// Narrow text is UTF-8 on this platform, whatever the C library's locale; a byte that does not
+// decode stands for the character of its code, as the Microsoft "C" locale reads it.
+void PutNarrowString(Sink& sink, const Conversion& conv, const char* s) {
+    if (s == nullptr) s = "(null)";
+    const std::wstring wide = WideFromUtf8(s, BadUtf8::Keep);
+    PutWideString(sink, conv, wide.c_str());
 }
 
 void PutChar(Sink& sink, const Conversion& conv, wchar_t ch) {

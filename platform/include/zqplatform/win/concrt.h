@@ -4,11 +4,18 @@
 #include <atomic>
 #include <mutex>
 
+#if !defined(_WIN32)
+#include <pthread.h>
+#endif
+
 #include "zqplatform/win/wintypes.h"
 
 namespace Concurrency {
 
-// A non-recursive lock.
+#if defined(_WIN32)
+
+// A non-recursive lock. Windows has no priority-inheriting mutex; its scheduler lifts a
+// starved holder of a lock instead.
 class critical_section {
 public:
     critical_section() = default;
@@ -19,20 +26,45 @@ public:
     bool try_lock() { return m_mutex.try_lock(); }
     void unlock() { m_mutex.unlock(); }
 
-    class scoped_lock {
-    public:
-        explicit scoped_lock(critical_section& cs) : m_cs(cs) { m_cs.lock(); }
-        ~scoped_lock() { m_cs.unlock(); }
-        scoped_lock(const scoped_lock&) = delete;
-        scoped_lock& operator=(const scoped_lock&) = delete;
-
-    private:
-        critical_section& m_cs;
-    };
+    using scoped_lock = std::lock_guard<critical_section>;
 
 private:
     std::mutex m_mutex;
 };
+
+#else
+
+// A non-recursive lock that lends its holder the priority of the threads waiting for it
+// (PTHREAD_PRIO_INHERIT): the stream threads run at real-time priority and share locks with
+// threads of normal priority (the analyzer reads the capture engine's feeds under its packet
+// lock), and a holder of normal priority must not be kept from giving the lock back by threads
+// of middle priority. Uncontended, it locks and unlocks without a system call as a plain mutex
+// does.
+class critical_section {
+public:
+    critical_section() {
+        pthread_mutexattr_t attributes;
+        pthread_mutexattr_init(&attributes);
+        pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
+        pthread_mutex_init(&m_mutex, &attributes);
+        pthread_mutexattr_destroy(&attributes);
+    }
+    ~critical_section() { pthread_mutex_destroy(&m_mutex); }
+    critical_section(const critical_section&) = delete;
+    critical_section& operator=(const critical_section&) = delete;
+
+    void lock() { pthread_mutex_lock(&m_mutex); }
+    bool try_lock() { return pthread_mutex_trylock(&m_mutex) == 0; }
+    void unlock() { pthread_mutex_unlock(&m_mutex); }
+    pthread_mutex_t* native_handle() { return &m_mutex; }
+
+    using scoped_lock = std::lock_guard<critical_section>;
+
+private:
+    pthread_mutex_t m_mutex;
+};
+
+#endif
 
 // Unbounded queue: push never blocks and may run on any number of threads at once; try_pop is
 // for one consumer at a time. Each push allocates one node; a pop frees one.
