@@ -9,6 +9,9 @@
 # every copy of the runtime allocates from the same C runtime's heap (msvcrt.dll).
 add_compile_definitions(UNICODE _UNICODE NOMINMAX _WIN32_WINNT=0x0601)
 add_link_options(-static)
+# The DLLs and programs in one folder, as they are shipped: the loader finds the DLLs beside the
+# program that needs them.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 
 # name.dll with the import library libname.dll.a, as a MinGW-w64 host links it (-lname); the
 # Windows DLLs the system's code calls.
