@@ -2,6 +2,7 @@
 
 #include <tlhelp32.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -155,41 +156,126 @@ std::vector<float> RecordWithParec(const std::string& source, uint32_t rate, uin
     return frames;
 }
 
-double SineAmplitude(const std::vector<float>& frames, uint16_t channels, uint16_t channel, size_t skipFrames) {
+double SineAmplitude(const std::vector<float>& frames, uint16_t channels, uint16_t channel, size_t skipFrames,
+                     size_t blockFrames) {
+    std::vector<float> peaks;
     const size_t total = frames.size() / channels;
-    if (total <= skipFrames) return 0.0;
-    double sumSquares = 0.0;
-    for (size_t i = skipFrames; i < total; ++i) {
-        const double x = frames[i * channels + channel];
-        sumSquares += x * x;
+    for (size_t start = skipFrames; start + blockFrames <= total; start += blockFrames) {
+        float peak = 0.0f;
+        for (size_t i = start; i < start + blockFrames; ++i) peak = std::max(peak, std::fabs(frames[i * channels + channel]));
+        peaks.push_back(peak);
     }
-    return std::sqrt(2.0 * sumSquares / static_cast<double>(total - skipFrames));
+    if (peaks.empty()) return 0.0;
+    std::nth_element(peaks.begin(), peaks.begin() + static_cast<long>(peaks.size() / 2), peaks.end());
+    return peaks[peaks.size() / 2];
 }
 
 ToneFeeder::ToneFeeder(const std::wstring& fifo, uint32_t rate, double frequency, float amplitude) {
-    m_fifo = CreateFileW(fifo.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
-                         nullptr);
+    // Overlapped: a suspended source stops reading its FIFO, and a write that then waits for
+    // room must not hold the feeder's end.
+    m_fifo = CreateFileW(fifo.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                         FILE_FLAG_OVERLAPPED, nullptr);
     if (m_fifo == INVALID_HANDLE_VALUE) return;
     m_thread = std::thread([this, rate, frequency, amplitude] {
         const uint32_t block = rate / 100;
         std::vector<float> samples(block);
         uint64_t frame = 0;
         const double step = 2.0 * 3.14159265358979323846 * frequency / rate;
-        while (!m_stop.load(std::memory_order_acquire)) {
+        const HANDLE written = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        while (written != nullptr && !m_stop.load(std::memory_order_acquire)) {
             for (uint32_t i = 0; i < block; ++i, ++frame) {
                 samples[i] = amplitude * static_cast<float>(std::sin(step * static_cast<double>(frame % rate)));
             }
-            DWORD written = 0;
-            // Blocks while the FIFO is full: the server reads it in real time.
-            if (!WriteFile(m_fifo, samples.data(), block * sizeof(float), &written, nullptr)) break;
+            OVERLAPPED overlapped = {};
+            overlapped.hEvent = written;
+            ResetEvent(written);
+            DWORD count = 0;
+            if (!WriteFile(m_fifo, samples.data(), block * sizeof(float), &count, &overlapped) &&
+                GetLastError() != ERROR_IO_PENDING) {
+                break;
+            }
+            // Waits while the FIFO is full (the server reads it in real time); the destructor
+            // cancels a write that waits for a reader that no longer comes.
+            if (!GetOverlappedResult(m_fifo, &overlapped, &count, TRUE)) break;
         }
+        if (written != nullptr) CloseHandle(written);
     });
 }
 
 ToneFeeder::~ToneFeeder() {
     m_stop.store(true, std::memory_order_release);
+    if (m_fifo != INVALID_HANDLE_VALUE) CancelIoEx(m_fifo, nullptr);
     if (m_thread.joinable()) m_thread.join();
     if (m_fifo != INVALID_HANDLE_VALUE) CloseHandle(m_fifo);
+}
+
+namespace {
+
+// Each endpoint of a flow with its friendly name, until visit returns true.
+template <class Visit>
+void ForEachEndpoint(EDataFlow flow, Visit visit) {
+    CComPtr<IMMDeviceEnumerator> enumerator;
+    if (FAILED(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL, __uuidof(IMMDeviceEnumerator),
+                                reinterpret_cast<void**>(&enumerator)))) {
+        return;
+    }
+    CComPtr<IMMDeviceCollection> collection;
+    UINT count = 0;
+    if (FAILED(enumerator->EnumAudioEndpoints(flow, DEVICE_STATE_ACTIVE, &collection)) ||
+        FAILED(collection->GetCount(&count))) {
+        return;
+    }
+    for (UINT i = 0; i < count; ++i) {
+        CComPtr<IMMDevice> device;
+        CComPtr<IPropertyStore> store;
+        if (FAILED(collection->Item(i, &device)) || FAILED(device->OpenPropertyStore(STGM_READ, &store))) continue;
+        PROPVARIANT name;
+        PropVariantInit(&name);
+        std::wstring text;
+        if (SUCCEEDED(store->GetValue(PKEY_Device_FriendlyName, &name)) && name.vt == VT_LPWSTR) text = name.pwszVal;
+        PropVariantClear(&name);
+        if (visit(device, text)) return;
+    }
+}
+
+}  // namespace
+
+std::vector<std::wstring> EndpointNames(EDataFlow flow) {
+    std::vector<std::wstring> names;
+    ForEachEndpoint(flow, [&](const CComPtr<IMMDevice>&, const std::wstring& name) {
+        names.push_back(name);
+        return false;
+    });
+    return names;
+}
+
+CComPtr<IMMDevice> EndpointNamed(EDataFlow flow, const std::wstring& part) {
+    CComPtr<IMMDevice> found;
+    ForEachEndpoint(flow, [&](const CComPtr<IMMDevice>& device, const std::wstring& name) {
+        if (name.find(part) == std::wstring::npos) return false;
+        found = device;
+        return true;
+    });
+    return found;
+}
+
+bool Contains(const std::vector<std::wstring>& names, const std::wstring& part) {
+    for (const std::wstring& name : names) {
+        if (name.find(part) != std::wstring::npos) return true;
+    }
+    return false;
+}
+
+std::string Joined(const std::vector<std::wstring>& names) {
+    std::string all;
+    for (const std::wstring& name : names) {
+        const int n = WideCharToMultiByte(CP_UTF8, 0, name.data(), static_cast<int>(name.size()), nullptr, 0, nullptr,
+                                          nullptr);
+        std::string narrow(static_cast<size_t>(n), '\0');
+        WideCharToMultiByte(CP_UTF8, 0, name.data(), static_cast<int>(name.size()), narrow.data(), n, nullptr, nullptr);
+        all += "[" + narrow + "] ";
+    }
+    return all;
 }
 
 size_t ThreadCount() {

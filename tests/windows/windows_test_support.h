@@ -5,7 +5,7 @@
 // microphone FIFO, and the process's thread count.
 #pragma once
 
-#include <windows.h>
+#include "zqCoreAudio.h"  // the SDK headers, CComPtr
 
 #include <atomic>
 #include <cstdint>
@@ -48,6 +48,15 @@ std::string ReadWhole(const std::wstring& path);
 // Whether CI=true: a missing test server is then a failure, not a skip.
 bool InCi();
 
+// Fails in CI and skips elsewhere when scripts/pulse-server's server is not there.
+#define ZQ_REQUIRE_WINDOWS_TEST_SERVER()                                                            \
+    do {                                                                                            \
+        if (!::zqwintest::ServerFolder()) {                                                         \
+            if (::zqwintest::InCi()) FAIL() << "no pulse test server in CI (ZQ_PULSE_TEST_SERVER)"; \
+            GTEST_SKIP() << "no pulse test server (ZQ_PULSE_TEST_SERVER); scripts/windows-test starts one"; \
+        }                                                                                           \
+    } while (0)
+
 // The test server's folder as Wine names it (Z:\...), and as Unix does; nothing when
 // ZQ_PULSE_TEST_SERVER is unset.
 std::optional<std::wstring> ServerFolder();
@@ -63,8 +72,11 @@ std::optional<std::string> RunUnix(const std::string& script, DWORD timeoutMs);
 // Records seconds of a source (a sink's monitor) with parec as 32-bit float frames; empty on failure.
 std::vector<float> RecordWithParec(const std::string& source, uint32_t rate, uint16_t channels, double seconds);
 
-// The peak amplitude of a sine in one channel, from its RMS, skipping the first frames.
-double SineAmplitude(const std::vector<float>& frames, uint16_t channels, uint16_t channel, size_t skipFrames);
+// The peak amplitude of a sine in one channel: the median of its blocks' peaks (a block holding
+// whole periods), so that a few gaps that a busy machine leaves move nothing. The first
+// skipFrames are left out.
+double SineAmplitude(const std::vector<float>& frames, uint16_t channels, uint16_t channel, size_t skipFrames,
+                     size_t blockFrames);
 
 // Plays a mono 32-bit float sine into the server's microphone FIFO from a thread of its own,
 // in 10 ms blocks, until destroyed; the FIFO's own fill paces it.
@@ -81,6 +93,14 @@ private:
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };
+
+// The friendly names of the active endpoints of one flow, from the system's enumerator.
+std::vector<std::wstring> EndpointNames(EDataFlow flow);
+// The active endpoint of that flow whose friendly name contains part; null when none.
+CComPtr<IMMDevice> EndpointNamed(EDataFlow flow, const std::wstring& part);
+
+bool Contains(const std::vector<std::wstring>& names, const std::wstring& part);
+std::string Joined(const std::vector<std::wstring>& names);  // for failure messages
 
 // The threads of this process now.
 size_t ThreadCount();

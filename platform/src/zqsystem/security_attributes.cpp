@@ -7,16 +7,16 @@ namespace {
 
 // Stands for the descriptor "everyone: read and write"; this platform has no per-object ACLs,
 // so one shared, immutable descriptor serves every instance.
-struct EveryoneReadWriteDescriptor {
+struct ReadWriteForEveryone {
     DWORD revision;
     DWORD access;
 };
-const EveryoneReadWriteDescriptor g_everyoneReadWrite = {1, 0xC0000000u /* GENERIC_READ | GENERIC_WRITE */};
+const ReadWriteForEveryone g_everyoneReadWrite = {1, 0xC0000000u /* GENERIC_READ | GENERIC_WRITE */};
 
 }  // namespace
 
 void* zqplatform::EveryoneReadWriteDescriptor() {
-    return const_cast<EveryoneReadWriteDescriptor*>(&g_everyoneReadWrite);
+    return const_cast<ReadWriteForEveryone*>(&g_everyoneReadWrite);
 }
 #endif
 
