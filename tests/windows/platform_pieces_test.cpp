@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 
 #include "windows_test_support.h"
@@ -80,6 +81,19 @@ TEST(WindowsSecurityAttributes, GuardAKernelObjectWithARealDescriptor) {
     const HANDLE event = CreateEventW(sa, TRUE, FALSE, nullptr);
     EXPECT_NE(nullptr, event);
     if (event != nullptr) CloseHandle(event);
+}
+
+// Each DLL carries its own copy of the MinGW runtime (linked statically): an exception thrown
+// in zqCoreAudio.dll must still be caught by type in the host, and a CStringW made in one
+// module freed in another.
+TEST(WindowsRuntime, ExceptionsAndStringsCrossTheDllBoundary) {
+    CZQCoreAudio core;  // before Init: the getters still check their bin
+    EXPECT_THROW(core.GetSpectrumAmpIn(4096), std::out_of_range);
+    EXPECT_THROW(core.GetSpectrumAmpPeakOut(-1), std::out_of_range);
+    EXPECT_EQ(0.0f, core.GetSpectrumAmpIn(100));
+    CStringW made = Str2Guid(L"{5B2C7E41-9A3D-4C68-B1F0-2E8D6A4C9B37}") == GUID_NULL ? L"null" : L"parsed";
+    made += L" here";
+    EXPECT_EQ(CStringW(L"parsed here"), made);
 }
 
 // The maker's bridges: vendor 10c4, product eab0.
