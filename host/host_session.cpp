@@ -2,9 +2,8 @@
 
 #include <cstring>
 
+#include "message_loop.h"
 #include "text.h"
-#include "zqplatform/vm/audio_machine.h"
-#include "zqplatform/vm/message_pump.h"
 
 namespace zqhost {
 namespace {
@@ -132,11 +131,11 @@ void HostSession::OnMessage(UINT message, WPARAM wParam, LPARAM lParam) {
 }
 
 void HostSession::Pump(DWORD ms) {
-    zqvm::PumpUntil([this] { return HasWork(); }, ms);
+    PumpUntil([this] { return HasWork(); }, ms);
     if (!HasWork()) return;
     // Messages of the same change that are queued already (one WM_AUDIO_RENDER_CHANGED per
     // role) ask for the same work: handled first, they make one rebuild.
-    zqvm::PumpPending();
+    PumpPending();
     DoWork();
 }
 
@@ -145,9 +144,9 @@ bool HostSession::Settle(DWORD timeoutMs) {
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) return false;
-        const bool delivered = zqvm::PumpUntil(
-            [this] { return HasWork() || zqvm::WaitForNotificationsDelivered(0); }, static_cast<DWORD>(left.count()));
-        zqvm::PumpPending();  // what the last notification posted
+        const bool delivered =
+            PumpUntil([this] { return HasWork() || NotificationsDelivered(); }, static_cast<DWORD>(left.count()));
+        PumpPending();  // what the last notification posted
         if (HasWork()) {
             DoWork();
             continue;

@@ -212,6 +212,7 @@ void CStringW::ReleaseBuffer(int newLength) {
 
 std::string CStringW::ToUtf8() const { return zqplatform::Utf8FromWide(m_str); }
 
+#if !defined(_WIN32)  // the C runtime of Windows has it
 extern "C" int _wsplitpath_s(const wchar_t* path, wchar_t* drive, size_t driveSize, wchar_t* dir, size_t dirSize,
                              wchar_t* fname, size_t fnameSize, wchar_t* ext, size_t extSize) {
     auto clearAll = [&] {
@@ -248,3 +249,4 @@ extern "C" int _wsplitpath_s(const wchar_t* path, wchar_t* drive, size_t driveSi
     }
     return 0;
 }
+#endif

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 
 #include <string>
@@ -287,6 +288,7 @@ long long FormatWide(wchar_t* out, size_t outSize, const wchar_t* format, va_lis
 
 }  // namespace zqplatform
 
+#if !defined(_WIN32)  // the C runtime of Windows has these
 extern "C" {
 
 int _vsnwprintf_s(wchar_t* buffer, size_t sizeOfBuffer, size_t count, const wchar_t* format, va_list args) {
@@ -352,3 +354,4 @@ int _wcsnicmp(const wchar_t* a, const wchar_t* b, size_t count) {
 }
 
 }  // extern "C"
+#endif

@@ -1,17 +1,24 @@
 // CSecurityAttributesRW: attributes that let every user read and write the object they guard.
+#include "security_descriptor.h"
 #include "zqplatform/zqSystem.h"
 
+#if !defined(_WIN32)
 namespace {
 
 // Stands for the descriptor "everyone: read and write"; this platform has no per-object ACLs,
 // so one shared, immutable descriptor serves every instance.
-struct EveryoneReadWriteDescriptor {
+struct ReadWriteForEveryone {
     DWORD revision;
     DWORD access;
 };
-const EveryoneReadWriteDescriptor g_everyoneReadWrite = {1, 0xC0000000u /* GENERIC_READ | GENERIC_WRITE */};
+const ReadWriteForEveryone g_everyoneReadWrite = {1, 0xC0000000u /* GENERIC_READ | GENERIC_WRITE */};
 
 }  // namespace
+
+void* zqplatform::EveryoneReadWriteDescriptor() {
+    return const_cast<ReadWriteForEveryone*>(&g_everyoneReadWrite);
+}
+#endif
 
 CSecurityAttributesRW::CSecurityAttributesRW() : m_sa{sizeof(_SECURITY_ATTRIBUTES), nullptr, FALSE}, m_bCreated(false) {}
 
@@ -25,10 +32,10 @@ CSecurityAttributesRW& CSecurityAttributesRW::operator=(const CSecurityAttribute
 
 int CSecurityAttributesRW::Create() {
     m_sa.nLength = sizeof(_SECURITY_ATTRIBUTES);
-    m_sa.lpSecurityDescriptor = const_cast<EveryoneReadWriteDescriptor*>(&g_everyoneReadWrite);
+    m_sa.lpSecurityDescriptor = zqplatform::EveryoneReadWriteDescriptor();
     m_sa.bInheritHandle = FALSE;
-    m_bCreated = true;
-    return TRUE;
+    m_bCreated = m_sa.lpSecurityDescriptor != nullptr;
+    return m_bCreated ? TRUE : FALSE;
 }
 
 void CSecurityAttributesRW::Close() {

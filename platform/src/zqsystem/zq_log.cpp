@@ -153,7 +153,11 @@ bool CZqLog::StartWriter(zqLogType type, const wchar_t* name, const wchar_t* pat
 
 bool CZqLog::OpenFile(const wchar_t* name, const wchar_t* path) {
     if (path == nullptr) return false;
+#if defined(_WIN32)
+    std::FILE* file = _wfopen(path, L"a");  // the narrow name would be in the ANSI code page there
+#else
     std::FILE* file = std::fopen(CStringW(path).ToUtf8().c_str(), "a");
+#endif
     if (file == nullptr) return false;
     return StartWriter(zqLogTypeFile, name, path, nullptr, file, true);
 }
