@@ -5,17 +5,8 @@
 #include <cmath>
 #include <cstdio>
 
-#include "com_object.h"
+#include "../coreaudio/com_object.h"
 #include "engine.h"
-
-namespace zqplatform::audio {
-
-std::atomic<long>& LiveEngineObjects() {
-    static std::atomic<long> count{0};
-    return count;
-}
-
-}  // namespace zqplatform::audio
 
 namespace zqvm {
 namespace {
@@ -238,7 +229,7 @@ long EndpointRefCount(const std::wstring& id) {
     return endpoint ? endpoint->deviceRefs.load() : 0;
 }
 
-long LiveObjectCount() { return zqplatform::audio::LiveEngineObjects().load(std::memory_order_acquire); }
+long LiveObjectCount() { return zqplatform::coreaudio::LiveObjects().load(std::memory_order_acquire); }
 
 size_t NotificationClientCount() { return Engine::Instance().Clients().Count(); }
 

@@ -145,7 +145,19 @@ HRESULT Stream::Start() {
     return S_OK;
 }
 
+HRESULT Stream::Latency(REFERENCE_TIME* latency) {
+    if (latency == nullptr) return E_POINTER;
+    if (!Initialized()) return AUDCLNT_E_NOT_INITIALIZED;
+    *latency = kDevicePeriod;
+    return S_OK;
+}
+
 HRESULT Stream::Stop() {
+    const HRESULT stopped = StopClocks();
+    return m_binding.Valid() ? stopped : AUDCLNT_E_DEVICE_INVALIDATED;
+}
+
+HRESULT Stream::StopClocks() {
     uint64_t clockId;
     uint64_t wakeId;
     {

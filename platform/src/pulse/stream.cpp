@@ -85,13 +85,13 @@ void Stream::CloseLocked() {
 }
 
 HRESULT Stream::Check() const {
-    if (!Initialized()) return AUDCLNT_E_NOT_INITIALIZED;
+    if (!m_initialized.load(std::memory_order_acquire)) return AUDCLNT_E_NOT_INITIALIZED;
     if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
     return S_OK;
 }
 
 HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFERENCE_TIME bufferDuration,
-                           const WAVEFORMATEX* format) {
+                           REFERENCE_TIME /*periodicity: the server's*/, const WAVEFORMATEX* format) {
     if (format == nullptr) return E_POINTER;
     if (Initialized()) return AUDCLNT_E_ALREADY_INITIALIZED;
     if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
@@ -188,14 +188,14 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
     return S_OK;
 }
 
-HRESULT Stream::BufferSize(UINT32* frames) const {
+HRESULT Stream::BufferSize(UINT32* frames) {
     if (frames == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     *frames = m_bufferFrames;
     return S_OK;
 }
 
-HRESULT Stream::Padding(UINT32* frames) const {
+HRESULT Stream::Padding(UINT32* frames) {
     if (frames == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     const auto queued = static_cast<uint32_t>(m_ring.Filled() / m_blockAlign);
@@ -335,7 +335,7 @@ HRESULT Stream::CaptureReleaseBuffer(UINT32 frames) {
     return S_OK;
 }
 
-HRESULT Stream::NextPacketSize(UINT32* frames) const {
+HRESULT Stream::NextPacketSize(UINT32* frames) {
     if (frames == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     *frames = std::min(static_cast<uint32_t>(m_ring.Filled() / m_blockAlign), m_packetFrames);

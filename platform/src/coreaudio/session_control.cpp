@@ -1,29 +1,23 @@
-// IAudioSessionControl of an endpoint's session: its state, texts and event sinks. The pulse
-// backend's sessions are the same sessions, with a check of their own before each method.
+// IAudioSessionControl of an endpoint's session: its state, texts and event sinks, kept by the
+// session state every backend shares (audio/session.h).
+#include "../audio/text.h"
 #include "com_object.h"
 #include "objects.h"
-#include "text.h"
 
-namespace zqplatform::audio {
+namespace zqplatform::coreaudio {
 namespace {
 
-class SessionControl final : public IAudioSessionControl, private ComObject {
+class SessionControl final : public Implements<IAudioSessionControl> {
 public:
-    SessionControl(std::shared_ptr<Session> session, SessionCheck check)
-        : m_session(std::move(session)), m_check(std::move(check)) {}
+    explicit SessionControl(std::shared_ptr<Endpoint> endpoint)
+        : m_endpoint(std::move(endpoint)), m_session(m_endpoint->Session()) {}
     // Sinks registered through this object end with it (after a callback under way).
     ~SessionControl() override { m_session->Sinks().RemoveOwner(this); }
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        return AnswerQuery<IAudioSessionControl>(this, riid, ppv);
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return AddRefImpl(); }
-    ULONG STDMETHODCALLTYPE Release() override { return ReleaseImpl(); }
 
     HRESULT STDMETHODCALLTYPE GetState(AudioSessionState* pRetVal) override {
         if (pRetVal == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_check("IAudioSessionControl::GetState", hr, true)) return hr;
+        if (Intercepted(*m_endpoint, "IAudioSessionControl::GetState", hr)) return hr;
         *pRetVal = m_session->State();
         return S_OK;
     }
@@ -35,7 +29,7 @@ public:
     HRESULT STDMETHODCALLTYPE SetDisplayName(LPCWSTR Value, LPCGUID EventContext) override {
         if (Value == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_check("IAudioSessionControl::SetDisplayName", hr, true)) return hr;
+        if (Intercepted(*m_endpoint, "IAudioSessionControl::SetDisplayName", hr)) return hr;
         m_session->SetDisplayName(Value, EventContext);
         return S_OK;
     }
@@ -47,7 +41,7 @@ public:
     HRESULT STDMETHODCALLTYPE SetIconPath(LPCWSTR Value, LPCGUID EventContext) override {
         if (Value == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_check("IAudioSessionControl::SetIconPath", hr, true)) return hr;
+        if (Intercepted(*m_endpoint, "IAudioSessionControl::SetIconPath", hr)) return hr;
         m_session->SetIconPath(Value, EventContext);
         return S_OK;
     }
@@ -55,7 +49,7 @@ public:
     HRESULT STDMETHODCALLTYPE GetGroupingParam(GUID* pRetVal) override {
         if (pRetVal == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_check("IAudioSessionControl::GetGroupingParam", hr, true)) return hr;
+        if (Intercepted(*m_endpoint, "IAudioSessionControl::GetGroupingParam", hr)) return hr;
         *pRetVal = m_session->GroupingParam();
         return S_OK;
     }
@@ -63,7 +57,7 @@ public:
     HRESULT STDMETHODCALLTYPE SetGroupingParam(LPCGUID Override, LPCGUID EventContext) override {
         if (Override == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_check("IAudioSessionControl::SetGroupingParam", hr, true)) return hr;
+        if (Intercepted(*m_endpoint, "IAudioSessionControl::SetGroupingParam", hr)) return hr;
         m_session->SetGroupingParam(*Override, EventContext);
         return S_OK;
     }
@@ -71,7 +65,7 @@ public:
     HRESULT STDMETHODCALLTYPE RegisterAudioSessionNotification(IAudioSessionEvents* NewNotifications) override {
         if (NewNotifications == nullptr) return E_POINTER;
         HRESULT hr;
-        if (m_check("IAudioSessionControl::RegisterAudioSessionNotification", hr, true)) return hr;
+        if (Intercepted(*m_endpoint, "IAudioSessionControl::RegisterAudioSessionNotification", hr)) return hr;
         // No reference is taken: the sink's owner keeps it until it unregisters, as on Windows
         // a sink that unregisters in its destructor relies on. A second registration changes nothing.
         m_session->Sinks().Add(NewNotifications, this);
@@ -82,7 +76,7 @@ public:
         if (NewNotifications == nullptr) return E_POINTER;
         HRESULT hr;
         // Works on a session whose device has gone too: a sink must always be able to leave.
-        if (m_check("IAudioSessionControl::UnregisterAudioSessionNotification", hr, false)) return hr;
+        if (Intercepted(*m_endpoint, "IAudioSessionControl::UnregisterAudioSessionNotification", hr, false)) return hr;
         // Waits for a callback to this sink under way on the session event thread, unless
         // called from that thread.
         return m_session->Sinks().Remove(NewNotifications) ? S_OK : E_NOTFOUND;
@@ -93,29 +87,20 @@ private:
         if (out == nullptr) return E_POINTER;
         *out = nullptr;
         HRESULT hr;
-        if (m_check(method, hr, true)) return hr;
-        *out = TaskMemCopy(text);
+        if (Intercepted(*m_endpoint, method, hr)) return hr;
+        *out = audio::TaskMemCopy(text);
         return *out != nullptr ? S_OK : E_OUTOFMEMORY;
     }
 
-    const std::shared_ptr<Session> m_session;
-    const SessionCheck m_check;
+    const std::shared_ptr<Endpoint> m_endpoint;
+    const std::shared_ptr<audio::Session> m_session;
 };
 
 }  // namespace
 
-HRESULT CreateSessionControl(const EndpointBinding& binding, void** ppv) {
-    return CreateSessionControl(binding->session,
-                                [binding](const char* method, HRESULT& hr, bool checkValid) {
-                                    return binding.Intercept(method, hr, checkValid);
-                                },
-                                ppv);
+HRESULT CreateSessionControl(std::shared_ptr<Endpoint> endpoint, void** ppv) {
+    return Make<IAudioSessionControl, SessionControl>(reinterpret_cast<IAudioSessionControl**>(ppv),
+                                                      std::move(endpoint));
 }
 
-HRESULT CreateSessionControl(std::shared_ptr<Session> session, SessionCheck check, void** ppv) {
-    auto* control = new (std::nothrow) SessionControl(std::move(session), std::move(check));
-    if (control == nullptr) return E_OUTOFMEMORY;
-    return HandOut<IAudioSessionControl>(control, ppv);
-}
-
-}  // namespace zqplatform::audio
+}  // namespace zqplatform::coreaudio
