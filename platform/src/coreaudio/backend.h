@@ -3,8 +3,8 @@
 // platform library.
 //
 // The front end owns everything COM: interface queries, reference counts, the live-object count
-// of the control API, argument checks, injected failures (FailureRules, checked before anything
-// else in every method) and the invalidation check. A backend answers in plain C++ and is never
+// of the control API, argument checks, injected failures (faults/method_faults.h, checked before
+// anything else in every method) and the invalidation check. A backend answers in plain C++ and is never
 // handed an argument the front end has already refused.
 //
 // What the front end has checked before it calls a backend:
@@ -29,7 +29,7 @@
 // and render threads call the Stream's packet calls (CaptureGetBuffer, CaptureReleaseBuffer,
 // NextPacketSize, RenderGetBuffer, RenderReleaseBuffer) and Padding, BufferSize, which must not
 // allocate nor wait on anything but a short packet lock. The front end adds nothing on those
-// paths but FailureRules::Match (one atomic load without rules) and Endpoint::Valid(), which
+// paths but the fault check (one atomic load while nothing is armed) and Endpoint::Valid(), which
 // must be as cheap.
 #pragma once
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "../audio/failure_rules.h"
+#include "../faults/method_faults.h"
 #include "backend.h"
 
 namespace zqplatform::coreaudio {
@@ -34,7 +34,7 @@ HRESULT CreateSessionControl(std::shared_ptr<Endpoint> endpoint, void** ppv);
 // A failure injected for method on an object of endpointId (empty: the enumerator's and the
 // collections' own); true and its code in hr when the call is to fail.
 inline bool Injected(std::wstring_view endpointId, const char* method, HRESULT& hr) {
-    return audio::FailureRules::Instance().Match(endpointId, method, hr);
+    return faults::MethodFails(endpointId, method, hr);
 }
 
 // What every audio object checks first: an injected failure, then (unless checkValid is false)
