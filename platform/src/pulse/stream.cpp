@@ -236,7 +236,7 @@ HRESULT Stream::SetEventHandle(HANDLE event) {
     // Our own handle keeps the event alive even if the client closes its handle first.
     HANDLE duplicate = nullptr;
     if (!DuplicateHandle(GetCurrentProcess(), event, GetCurrentProcess(), &duplicate, 0, FALSE, DUPLICATE_SAME_ACCESS))
-        return E_HANDLE;
+        return HRESULT_FROM_WIN32(GetLastError());  // what went wrong, for the caller's report
     Connection::Locked lock(*m_connection);  // the loop's thread reads it
     if (m_event != nullptr) CloseHandle(m_event);
     m_event = duplicate;
