@@ -102,6 +102,7 @@ public:
     HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE eventHandle) override {
         HRESULT hr;
         if (Intercepted(*m_endpoint, "IAudioClient::SetEventHandle", hr)) return hr;
+        if (eventHandle == nullptr || eventHandle == INVALID_HANDLE_VALUE) return E_INVALIDARG;
         return m_stream->SetEventHandle(eventHandle);
     }
 

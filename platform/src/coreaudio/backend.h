@@ -8,7 +8,8 @@
 // handed an argument the front end has already refused.
 //
 // What the front end has checked before it calls a backend:
-// - every out-pointer of the COM method is non-null and, where COM says so, cleared;
+// - every pointer the COM method requires is non-null (the stream's format and event too; the
+//   capture positions are optional) and, where COM says so, cleared;
 // - enumeration: the flow is eRender, eCapture or eAll and the state mask is a non-empty subset
 //   of DEVICE_STATEMASK_ALL; a default is asked for eRender or eCapture and a known role;
 // - audio objects (client, meter, volumes, sessions): the failure rules for the method and the

@@ -10,19 +10,13 @@ public:
     explicit Meter(std::shared_ptr<Endpoint> endpoint) : m_endpoint(std::move(endpoint)) {}
 
     HRESULT STDMETHODCALLTYPE GetPeakValue(float* pfPeak) override {
-        if (pfPeak == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "IAudioMeterInformation::GetPeakValue", hr)) return hr;
-        *pfPeak = m_endpoint->Peak();
-        return S_OK;
+        return Read(*m_endpoint, "IAudioMeterInformation::GetPeakValue", pfPeak,
+                    [this] { return m_endpoint->Peak(); });
     }
 
     HRESULT STDMETHODCALLTYPE GetMeteringChannelCount(UINT* pnChannelCount) override {
-        if (pnChannelCount == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "IAudioMeterInformation::GetMeteringChannelCount", hr)) return hr;
-        *pnChannelCount = m_endpoint->Channels();
-        return S_OK;
+        return Read(*m_endpoint, "IAudioMeterInformation::GetMeteringChannelCount", pnChannelCount,
+                    [this] { return m_endpoint->Channels(); });
     }
 
     HRESULT STDMETHODCALLTYPE GetChannelsPeakValues(UINT32 u32ChannelCount, float* afPeakValues) override {
@@ -35,11 +29,8 @@ public:
     }
 
     HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD* pdwHardwareSupportMask) override {
-        if (pdwHardwareSupportMask == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "IAudioMeterInformation::QueryHardwareSupport", hr)) return hr;
-        *pdwHardwareSupportMask = 0;  // every backend meters in software
-        return S_OK;
+        return Read(*m_endpoint, "IAudioMeterInformation::QueryHardwareSupport", pdwHardwareSupportMask,
+                    [] { return DWORD{0}; });  // every backend meters in software
     }
 
 private:

@@ -48,4 +48,24 @@ inline bool Intercepted(const Endpoint& endpoint, const char* method, HRESULT& h
     return false;
 }
 
+// The shape of most audio-object methods: the pointer checked, then the interception, then the
+// backend's answer stored in *out (Read), or the caller's value handed on by change (Apply).
+template <typename Out, typename Value>
+HRESULT Read(const Endpoint& endpoint, const char* method, Out* out, Value value) {
+    if (out == nullptr) return E_POINTER;
+    HRESULT hr;
+    if (Intercepted(endpoint, method, hr)) return hr;
+    *out = value();
+    return S_OK;
+}
+
+template <typename In, typename Change>
+HRESULT Apply(const Endpoint& endpoint, const char* method, const In* in, Change change) {
+    if (in == nullptr) return E_POINTER;
+    HRESULT hr;
+    if (Intercepted(endpoint, method, hr)) return hr;
+    change();
+    return S_OK;
+}
+
 }  // namespace zqplatform::coreaudio

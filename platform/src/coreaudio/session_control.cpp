@@ -15,11 +15,8 @@ public:
     ~SessionControl() override { m_session->Sinks().RemoveOwner(this); }
 
     HRESULT STDMETHODCALLTYPE GetState(AudioSessionState* pRetVal) override {
-        if (pRetVal == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "IAudioSessionControl::GetState", hr)) return hr;
-        *pRetVal = m_session->State();
-        return S_OK;
+        return Read(*m_endpoint, "IAudioSessionControl::GetState", pRetVal,
+                    [this] { return m_session->State(); });
     }
 
     HRESULT STDMETHODCALLTYPE GetDisplayName(LPWSTR* pRetVal) override {
@@ -27,11 +24,8 @@ public:
     }
 
     HRESULT STDMETHODCALLTYPE SetDisplayName(LPCWSTR Value, LPCGUID EventContext) override {
-        if (Value == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "IAudioSessionControl::SetDisplayName", hr)) return hr;
-        m_session->SetDisplayName(Value, EventContext);
-        return S_OK;
+        return Apply(*m_endpoint, "IAudioSessionControl::SetDisplayName", Value,
+                     [&] { m_session->SetDisplayName(Value, EventContext); });
     }
 
     HRESULT STDMETHODCALLTYPE GetIconPath(LPWSTR* pRetVal) override {
@@ -39,27 +33,18 @@ public:
     }
 
     HRESULT STDMETHODCALLTYPE SetIconPath(LPCWSTR Value, LPCGUID EventContext) override {
-        if (Value == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "IAudioSessionControl::SetIconPath", hr)) return hr;
-        m_session->SetIconPath(Value, EventContext);
-        return S_OK;
+        return Apply(*m_endpoint, "IAudioSessionControl::SetIconPath", Value,
+                     [&] { m_session->SetIconPath(Value, EventContext); });
     }
 
     HRESULT STDMETHODCALLTYPE GetGroupingParam(GUID* pRetVal) override {
-        if (pRetVal == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "IAudioSessionControl::GetGroupingParam", hr)) return hr;
-        *pRetVal = m_session->GroupingParam();
-        return S_OK;
+        return Read(*m_endpoint, "IAudioSessionControl::GetGroupingParam", pRetVal,
+                    [this] { return m_session->GroupingParam(); });
     }
 
     HRESULT STDMETHODCALLTYPE SetGroupingParam(LPCGUID Override, LPCGUID EventContext) override {
-        if (Override == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "IAudioSessionControl::SetGroupingParam", hr)) return hr;
-        m_session->SetGroupingParam(*Override, EventContext);
-        return S_OK;
+        return Apply(*m_endpoint, "IAudioSessionControl::SetGroupingParam", Override,
+                     [&] { m_session->SetGroupingParam(*Override, EventContext); });
     }
 
     HRESULT STDMETHODCALLTYPE RegisterAudioSessionNotification(IAudioSessionEvents* NewNotifications) override {

@@ -19,11 +19,8 @@ public:
     }
 
     HRESULT STDMETHODCALLTYPE GetMasterVolume(float* pfLevel) override {
-        if (pfLevel == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "ISimpleAudioVolume::GetMasterVolume", hr)) return hr;
-        *pfLevel = m_endpoint->Session()->Volume();
-        return S_OK;
+        return Read(*m_endpoint, "ISimpleAudioVolume::GetMasterVolume", pfLevel,
+                    [this] { return m_endpoint->Session()->Volume(); });
     }
 
     HRESULT STDMETHODCALLTYPE SetMute(BOOL bMute, LPCGUID EventContext) override {
@@ -33,11 +30,8 @@ public:
     }
 
     HRESULT STDMETHODCALLTYPE GetMute(BOOL* pbMute) override {
-        if (pbMute == nullptr) return E_POINTER;
-        HRESULT hr;
-        if (Intercepted(*m_endpoint, "ISimpleAudioVolume::GetMute", hr)) return hr;
-        *pbMute = m_endpoint->Session()->Mute() ? TRUE : FALSE;
-        return S_OK;
+        return Read(*m_endpoint, "ISimpleAudioVolume::GetMute", pbMute,
+                    [this] { return m_endpoint->Session()->Mute() ? TRUE : FALSE; });
     }
 
 private:

@@ -27,6 +27,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetBuffer(BYTE** ppData, UINT32* pNumFramesToRead, DWORD* pdwFlags,
                                         UINT64* pu64DevicePosition, UINT64* pu64QPCPosition) override {
+        if (ppData == nullptr || pNumFramesToRead == nullptr || pdwFlags == nullptr) return E_POINTER;
         HRESULT hr;
         if (Fails("IAudioCaptureClient::GetBuffer", hr)) return hr;
         return m_stream->CaptureGetBuffer(ppData, pNumFramesToRead, pdwFlags, pu64DevicePosition, pu64QPCPosition);

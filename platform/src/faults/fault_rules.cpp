@@ -55,8 +55,8 @@ bool Fails(std::string_view call, std::wstring_view scope, int64_t& code) {
     for (auto it = store.rules.begin(); it != store.rules.end(); ++it) {
         if (it->call != call || (!it->scope.empty() && it->scope != scope)) continue;
         if (it->skip > 0) {
-            --it->skip;
-            return false;
+            --it->skip;  // one of the calls this rule lets pass; a later rule may still fail it
+            continue;
         }
         code = it->code;
         if (it->times > 0 && --it->times == 0) {

@@ -41,8 +41,9 @@ size_t ArmedCount(Armer armer);
 bool AnyArmed();
 
 // Whether this call (made on an object of scope; empty for calls that belong to no endpoint) is
-// to fail now, and with what code. The first rule for the call decides: it lets its skipped calls
-// pass, then fails. One atomic load while nothing is armed, cheap enough for every GetBuffer.
+// to fail now, and with what code. Every rule for the call counts it, in the order armed, as one
+// of the calls it lets pass, until one fails it. One atomic load while nothing is armed, cheap
+// enough for every GetBuffer.
 bool Fails(std::string_view call, std::wstring_view scope, int64_t& code);
 
 }  // namespace zqplatform::faults

@@ -92,7 +92,6 @@ HRESULT Stream::Check() const {
 
 HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFERENCE_TIME bufferDuration,
                            REFERENCE_TIME /*periodicity: the server's*/, const WAVEFORMATEX* format) {
-    if (format == nullptr) return E_POINTER;
     if (Initialized()) return AUDCLNT_E_ALREADY_INITIALIZED;
     if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
     // A desktop server mixes every stream: there is no exclusive mode to give.
@@ -189,14 +188,12 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
 }
 
 HRESULT Stream::BufferSize(UINT32* frames) {
-    if (frames == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     *frames = m_bufferFrames;
     return S_OK;
 }
 
 HRESULT Stream::Padding(UINT32* frames) {
-    if (frames == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     const auto queued = static_cast<uint32_t>(m_ring.Filled() / m_blockAlign);
     // Render: what the server holds too, as a desktop engine counts what it holds for the
@@ -214,7 +211,6 @@ uint32_t Stream::ServerHeldFrames() const {
 }
 
 HRESULT Stream::Latency(REFERENCE_TIME* latency) {
-    if (latency == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     Connection::Locked lock(*m_connection);
     pa_usec_t usec = 0;
@@ -229,7 +225,6 @@ HRESULT Stream::Latency(REFERENCE_TIME* latency) {
 }
 
 HRESULT Stream::SetEventHandle(HANDLE event) {
-    if (event == nullptr || event == INVALID_HANDLE_VALUE) return E_INVALIDARG;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     if (!m_eventDriven) return AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED;
     if (m_started.load(std::memory_order_acquire)) return AUDCLNT_E_NOT_STOPPED;
@@ -282,7 +277,6 @@ HRESULT Stream::Reset() {
 
 HRESULT Stream::CaptureGetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition,
                                  UINT64* qpcPosition) {
-    if (data == nullptr || frames == nullptr || flags == nullptr) return E_POINTER;
     *data = nullptr;
     *frames = 0;
     *flags = 0;
@@ -336,7 +330,6 @@ HRESULT Stream::CaptureReleaseBuffer(UINT32 frames) {
 }
 
 HRESULT Stream::NextPacketSize(UINT32* frames) {
-    if (frames == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     *frames = std::min(static_cast<uint32_t>(m_ring.Filled() / m_blockAlign), m_packetFrames);
     return S_OK;
@@ -345,7 +338,6 @@ HRESULT Stream::NextPacketSize(UINT32* frames) {
 // ---- render thread -------------------------------------------------------------------------
 
 HRESULT Stream::RenderGetBuffer(UINT32 frames, BYTE** data) {
-    if (data == nullptr) return E_POINTER;
     *data = nullptr;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     if (m_requestHeld) return AUDCLNT_E_OUT_OF_ORDER;
