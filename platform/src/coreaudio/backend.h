@@ -4,8 +4,9 @@
 //
 // The front end owns everything COM: interface queries, reference counts, the live-object count
 // of the control API, argument checks, injected failures (faults/method_faults.h, checked before
-// anything else in every method) and the invalidation check. A backend answers in plain C++ and is never
-// handed an argument the front end has already refused.
+// anything else in every method) and the invalidation check. A backend answers in plain C++ and
+// is never handed an argument the front end has already refused. (The one COM object a backend
+// may make itself is IAudioEndpointVolume, which only the pulse backend has.)
 //
 // What the front end has checked before it calls a backend:
 // - every pointer the COM method requires is non-null (the stream's format and event too; the
@@ -30,8 +31,8 @@
 // and render threads call the Stream's packet calls (CaptureGetBuffer, CaptureReleaseBuffer,
 // NextPacketSize, RenderGetBuffer, RenderReleaseBuffer) and Padding, BufferSize, which must not
 // allocate nor wait on anything but a short packet lock. The front end adds nothing on those
-// paths but the fault check (one atomic load while nothing is armed) and Endpoint::Valid(), which
-// must be as cheap.
+// paths but the fault check (one atomic load while nothing is armed) and Endpoint::Valid(),
+// which must be as cheap.
 #pragma once
 
 #include <memory>
