@@ -13,7 +13,7 @@
 #include "fuse_hidraw_folder.h"
 #include "log_recorder.h"
 #include "message_window.h"
-#include "pulse_fixture.h"
+#include "pulse_host_fixture.h"
 #include "pulse_listening.h"
 #include "scoped_environment.h"
 #include "AudioCapture.h"
@@ -31,61 +31,6 @@ float VolumeOf(const ReceivedMessage& message) {
     std::memcpy(&volume, &bits, sizeof volume);
     return volume;
 }
-
-class PulseHost : public PulseTest {
-protected:
-    void SetUp() override {
-        PulseTest::SetUp();
-        if (IsSkipped() || HasFatalFailure()) return;
-        // The bridges of the server's two KV-1s, on ports 3 (kv1_mic's) and 5 (no endpoint at start).
-        folder = std::filesystem::temp_directory_path() / ("zq_pulse_host_" + std::to_string(::getpid()));
-        SetUpKv1Host(folder, {3, 5});
-        feeder = std::make_unique<ToneFeeder>(std::getenv("ZQ_PULSE_MIC_FIFO"), 48000, 1, 1000.0, 0.5f);
-        recorder = std::make_unique<LogRecorder>();
-        window = std::make_unique<MessageWindow>();
-        core = std::make_unique<CZQCoreAudio>();
-        core->SetLog(&recorder->Log());
-        core->Init(window->Handle());
-    }
-
-    void TearDown() override {
-        if (core) core->Shutdown();
-        core.reset();
-        g_pCore = nullptr;
-        window.reset();
-        recorder.reset();
-        feeder.reset();
-        if (!folder.empty()) {
-            zqvm::ResetHostModulePath();
-            std::filesystem::remove_all(folder);
-            Pactl("set-default-sink speaker48");
-        }
-        PulseTest::TearDown();
-    }
-
-    // Records speaker48's monitor and expects the microphone's tone on both speakers at the
-    // designed level: the capture resampler maps mono to left and right at -3 dB, and the render
-    // stream's session volume is 0.5. Returns the left channel's reading.
-    static ToneReading ExpectMicrophoneAtSpeaker(double seconds) {
-        const std::vector<float> recorded = Record("speaker48.monitor", 48000, 2, seconds);
-        const double expected = 0.5 * M_SQRT1_2 * 0.5;
-        const ToneReading left = Analyse(recorded, 2, 0, 48000, 0.5);
-        const ToneReading right = Analyse(recorded, 2, 1, 48000, 0.5);
-        std::printf("at speaker48's monitor: %.4f (%.2f dBFS) at %.2f Hz left, %.4f right; weakest 5 ms block %.2f\n",
-                    left.amplitude, 20 * std::log10(left.amplitude), left.frequency, right.amplitude,
-                    left.weakestBlock);
-        EXPECT_NEAR(1000.0, left.frequency, 2.0) << "the microphone's tone at the speaker";
-        EXPECT_NEAR(0.0, 20 * std::log10(left.amplitude / expected), 0.5) << "left";
-        EXPECT_NEAR(0.0, 20 * std::log10(right.amplitude / expected), 0.5) << "right";
-        return left;
-    }
-
-    std::filesystem::path folder;
-    std::unique_ptr<ToneFeeder> feeder;
-    std::unique_ptr<LogRecorder> recorder;
-    std::unique_ptr<MessageWindow> window;
-    std::unique_ptr<CZQCoreAudio> core;
-};
 
 TEST_F(PulseHost, MonitoredMicrophoneReachesTheSpeakerAtTheDesignedLevelWithoutGaps) {
     // Both KV-1 bridges are listed; the first is paired with kv1_mic and opened.

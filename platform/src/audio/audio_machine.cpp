@@ -5,17 +5,10 @@
 #include <cmath>
 #include <cstdio>
 
-#include "com_object.h"
+#include "../coreaudio/com_object.h"
+#include "../faults/fault_rules.h"
+#include "../faults/method_faults.h"
 #include "engine.h"
-
-namespace zqplatform::audio {
-
-std::atomic<long>& LiveEngineObjects() {
-    static std::atomic<long> count{0};
-    return count;
-}
-
-}  // namespace zqplatform::audio
 
 namespace zqvm {
 namespace {
@@ -212,33 +205,33 @@ float MeterPeak(const std::wstring& id) {
 
 bool InjectFailure(const std::wstring& id, const std::string& method, HRESULT hr, bool once) {
     Engine::Instance();  // a machine loaded later would clear the rule
-    if (!zqplatform::audio::FailureRules::IsKnownMethod(method)) {
+    if (!zqplatform::faults::IsInjectableMethod(method)) {
         std::fprintf(stderr, "zqplatform: InjectFailure: no method '%s' in the audio engine\n", method.c_str());
         return false;
     }
-    zqplatform::audio::FailureRules::Instance().Add(id, method, hr, once);
+    zqplatform::faults::Arm({zqplatform::faults::Armer::Methods, method, id, hr, 0, once ? 1u : 0u});
     return true;
 }
 
 bool InjectFailureAfter(const std::wstring& id, const std::string& method, HRESULT hr, uint32_t skip) {
     Engine::Instance();
-    if (!zqplatform::audio::FailureRules::IsKnownMethod(method)) return false;
-    zqplatform::audio::FailureRules::Instance().Add(id, method, hr, true, skip);
+    if (!zqplatform::faults::IsInjectableMethod(method)) return false;
+    zqplatform::faults::Arm({zqplatform::faults::Armer::Methods, method, id, hr, skip, 1});
     return true;
 }
 
-size_t PendingFailures() { return zqplatform::audio::FailureRules::Instance().Count(); }
+size_t PendingFailures() { return zqplatform::faults::ArmedCount(zqplatform::faults::Armer::Methods); }
 
-std::vector<std::string> InjectableMethods() { return zqplatform::audio::FailureRules::Methods(); }
+std::vector<std::string> InjectableMethods() { return zqplatform::faults::InjectableMethodNames(); }
 
-void ClearFailures() { zqplatform::audio::FailureRules::Instance().Clear(); }
+void ClearFailures() { zqplatform::faults::Disarm(zqplatform::faults::Armer::Methods); }
 
 long EndpointRefCount(const std::wstring& id) {
     const std::shared_ptr<EndpointState> endpoint = Find(id);
     return endpoint ? endpoint->deviceRefs.load() : 0;
 }
 
-long LiveObjectCount() { return zqplatform::audio::LiveEngineObjects().load(std::memory_order_acquire); }
+long LiveObjectCount() { return zqplatform::coreaudio::LiveObjects().load(std::memory_order_acquire); }
 
 size_t NotificationClientCount() { return Engine::Instance().Clients().Count(); }
 

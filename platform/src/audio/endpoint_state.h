@@ -14,7 +14,6 @@
 
 #include "audio_format.h"
 #include "capture_source.h"
-#include "failure_rules.h"
 #include "render_sink.h"
 #include "session.h"
 #include "zqplatform/vm/audio_machine.h"
@@ -93,8 +92,8 @@ void NotifyProgress();
 // Waits in real time until done() holds or the time-out passes; false on time-out.
 bool WaitForProgress(const std::function<bool()>& done, std::chrono::milliseconds timeout);
 
-// An audio object's tie to its endpoint: checks, before each method, for an injected failure
-// and for the endpoint having gone away since the object was made.
+// An audio object's tie to its endpoint: whether the endpoint has gone away since the object
+// was made.
 class EndpointBinding {
 public:
     explicit EndpointBinding(std::shared_ptr<EndpointState> endpoint)
@@ -105,16 +104,6 @@ public:
     const std::shared_ptr<EndpointState>& Shared() const { return m_endpoint; }
 
     bool Valid() const { return m_endpoint->generation.load(std::memory_order_acquire) == m_generation; }
-    // True when the method must return hr at once: a failure injected for it, or (unless
-    // checkValid is false) AUDCLNT_E_DEVICE_INVALIDATED.
-    bool Intercept(const char* method, HRESULT& hr, bool checkValid = true) const {
-        if (FailureRules::Instance().Match(m_endpoint->id, method, hr)) return true;
-        if (checkValid && !Valid()) {
-            hr = AUDCLNT_E_DEVICE_INVALIDATED;
-            return true;
-        }
-        return false;
-    }
 
 private:
     std::shared_ptr<EndpointState> m_endpoint;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "../faults/fault_rules.h"
 #include "text.h"
 
 namespace zqplatform::audio {
@@ -285,7 +286,7 @@ void Engine::Reset() {
             for (auto& id : flow) id.clear();
         m_nextId = 1;
     }
-    FailureRules::Instance().Clear();
+    faults::Disarm(faults::Armer::Methods);
     for (const auto& endpoint : removed) endpoint->sink.CloseWav();
 }
 

@@ -51,7 +51,6 @@ void Stream::StopClock(uint64_t clockId) {
 
 HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFERENCE_TIME bufferDuration,
                            REFERENCE_TIME periodicity, const WAVEFORMATEX* format) {
-    if (format == nullptr) return E_POINTER;
     std::lock_guard lock(m_lock);
     if (m_initialized) return AUDCLNT_E_ALREADY_INITIALIZED;
     if (shareMode == AUDCLNT_SHAREMODE_EXCLUSIVE) return kExclusiveModeNotAllowed;
@@ -96,7 +95,6 @@ bool Stream::Initialized() {
 }
 
 HRESULT Stream::BufferSize(UINT32* frames) {
-    if (frames == nullptr) return E_POINTER;
     std::lock_guard lock(m_lock);
     if (!m_initialized) return AUDCLNT_E_NOT_INITIALIZED;
     *frames = m_bufferFrames;
@@ -104,7 +102,6 @@ HRESULT Stream::BufferSize(UINT32* frames) {
 }
 
 HRESULT Stream::Padding(UINT32* frames) {
-    if (frames == nullptr) return E_POINTER;
     std::lock_guard lock(m_lock);
     if (!m_initialized) return AUDCLNT_E_NOT_INITIALIZED;
     *frames = m_queuedFrames;
@@ -112,7 +109,6 @@ HRESULT Stream::Padding(UINT32* frames) {
 }
 
 HRESULT Stream::SetEventHandle(HANDLE event) {
-    if (event == nullptr || event == INVALID_HANDLE_VALUE) return E_INVALIDARG;
     std::lock_guard lock(m_lock);
     if (!m_initialized) return AUDCLNT_E_NOT_INITIALIZED;
     if (!m_eventDriven) return AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED;
@@ -145,7 +141,18 @@ HRESULT Stream::Start() {
     return S_OK;
 }
 
+HRESULT Stream::Latency(REFERENCE_TIME* latency) {
+    if (!Initialized()) return AUDCLNT_E_NOT_INITIALIZED;
+    *latency = kDevicePeriod;
+    return S_OK;
+}
+
 HRESULT Stream::Stop() {
+    const HRESULT stopped = StopClocks();
+    return m_binding.Valid() ? stopped : AUDCLNT_E_DEVICE_INVALIDATED;
+}
+
+HRESULT Stream::StopClocks() {
     uint64_t clockId;
     uint64_t wakeId;
     {
@@ -180,7 +187,6 @@ HRESULT Stream::Reset() {
 
 HRESULT Stream::CaptureGetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition,
                                  UINT64* qpcPosition) {
-    if (data == nullptr || frames == nullptr || flags == nullptr) return E_POINTER;
     std::lock_guard lock(m_lock);
     if (m_held) return AUDCLNT_E_OUT_OF_ORDER;
     if (m_count == 0) {
@@ -224,14 +230,12 @@ HRESULT Stream::CaptureReleaseBuffer(UINT32 frames) {
 }
 
 HRESULT Stream::NextPacketSize(UINT32* frames) {
-    if (frames == nullptr) return E_POINTER;
     std::lock_guard lock(m_lock);
     *frames = m_count > 0 ? m_packets[m_head].frames : 0;
     return S_OK;
 }
 
 HRESULT Stream::RenderGetBuffer(UINT32 frames, BYTE** data) {
-    if (data == nullptr) return E_POINTER;
     *data = nullptr;
     std::lock_guard lock(m_lock);
     if (m_held) return AUDCLNT_E_OUT_OF_ORDER;

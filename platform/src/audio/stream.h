@@ -15,39 +15,43 @@
 #include <mutex>
 #include <vector>
 
+#include "../coreaudio/backend.h"
 #include "endpoint_state.h"
 
 namespace zqplatform::audio {
 
-class Stream {
+class Stream final : public coreaudio::Stream {
 public:
     static constexpr REFERENCE_TIME kDevicePeriod = 100000;  // 10 ms
     static constexpr REFERENCE_TIME kMinimumPeriod = 30000;  // 3 ms, as Windows reports
     static constexpr REFERENCE_TIME kMaximumBuffer = 20000000;  // 2 s
 
     explicit Stream(const EndpointBinding& binding);
-    ~Stream();
-    Stream(const Stream&) = delete;
-    Stream& operator=(const Stream&) = delete;
+    ~Stream() override;
 
     HRESULT Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFERENCE_TIME bufferDuration,
-                       REFERENCE_TIME periodicity, const WAVEFORMATEX* format);
-    bool Initialized();
-    HRESULT BufferSize(UINT32* frames);
-    HRESULT Padding(UINT32* frames);
-    HRESULT SetEventHandle(HANDLE event);
-    HRESULT Start();
-    HRESULT Stop();
-    HRESULT Reset();
+                       REFERENCE_TIME periodicity, const WAVEFORMATEX* format) override;
+    bool Initialized() override;
+    HRESULT BufferSize(UINT32* frames) override;
+    HRESULT Padding(UINT32* frames) override;
+    // One device period, what the engine holds.
+    HRESULT Latency(REFERENCE_TIME* latency) override;
+    HRESULT SetEventHandle(HANDLE event) override;
+    HRESULT Start() override;
+    // A stream of a device that went away still stops (its clock is let go), but says so.
+    HRESULT Stop() override;
+    HRESULT Reset() override;
 
-    // Capture: whole packets, oldest first.
-    HRESULT CaptureGetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition, UINT64* qpcPosition);
-    HRESULT CaptureReleaseBuffer(UINT32 frames);
-    HRESULT NextPacketSize(UINT32* frames);
+    // Render thread: frames written into the write area after those queued, copied into the
+    // ring at release (m_lock held for the copy only).
+    HRESULT RenderGetBuffer(UINT32 frames, BYTE** data) override;
+    HRESULT RenderReleaseBuffer(UINT32 frames, DWORD flags) override;
 
-    // Render: frames written after those queued.
-    HRESULT RenderGetBuffer(UINT32 frames, BYTE** data);
-    HRESULT RenderReleaseBuffer(UINT32 frames, DWORD flags);
+    // Capture thread: whole packets of the ring the clock fills, oldest first.
+    HRESULT NextPacketSize(UINT32* frames) override;
+    HRESULT CaptureGetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition,
+                             UINT64* qpcPosition) override;
+    HRESULT CaptureReleaseBuffer(UINT32 frames) override;
 
 private:
     struct Packet {
@@ -72,6 +76,7 @@ private:
     void ApplySessionVolume(float* samples, uint32_t frames) const;
     BYTE* PacketData(size_t slot) { return &m_packetData[slot * m_maxPacketFrames * m_blockAlign]; }
     void StopClock(uint64_t clockId);
+    HRESULT StopClocks();
 
     const EndpointBinding m_binding;
     EndpointState& m_endpoint;

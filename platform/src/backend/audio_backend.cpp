@@ -5,9 +5,10 @@
 #include <optional>
 #include <string>
 
-#include "../audio/engine.h"
-#include "../audio/objects.h"
+#include "../audio/engine_backend.h"
 #include "../com/class_registry.h"
+#include "../coreaudio/objects.h"
+#include "../machine/machine.h"
 #include "backend_choice.h"
 #if defined(ZQ_HAVE_PULSE)
 #include "../pulse/connection.h"
@@ -38,14 +39,21 @@ zqplatform::BackendChoice<zqvm::AudioBackend>& TheChoice() {
 
 zqvm::AudioBackend Chosen() { return TheChoice().Get(); }
 
+// One front end, over the backend chosen.
 HRESULT CreateEnumerator(REFIID riid, void** ppv) {
-    // The machine description also describes the bridges and the registry, which the system
-    // reads whichever backend plays the sound.
-    zqplatform::audio::Engine::Instance();
+    if (ppv == nullptr) return E_POINTER;
+    *ppv = nullptr;
+    std::shared_ptr<zqplatform::coreaudio::Backend> backend;
 #if defined(ZQ_HAVE_PULSE)
-    if (Chosen() == zqvm::AudioBackend::Pulse) return zqplatform::pulse::CreateDeviceEnumerator(riid, ppv);
+    if (Chosen() == zqvm::AudioBackend::Pulse) {
+        // The machine description also describes the bridges and their registry values, which
+        // the system reads whichever backend plays the sound; the virtual engine loads it whole.
+        zqplatform::machine::LoadStartupBridges();
+        if (const HRESULT hr = zqplatform::pulse::OpenServerBackend(&backend); FAILED(hr)) return hr;
+    }
 #endif
-    return zqplatform::audio::CreateDeviceEnumerator(riid, ppv);
+    if (!backend) backend = zqplatform::audio::OpenEngineBackend();
+    return zqplatform::coreaudio::CreateDeviceEnumerator(std::move(backend), riid, ppv);
 }
 
 // Registered when the platform library loads, so the first CoCreateInstance finds the class.

@@ -1,10 +1,10 @@
+// zqvm::FailCall and the hook of the calls it fails, over the one store of fault_rules.h.
 #include "call_faults.h"
 
 #include <algorithm>
-#include <atomic>
-#include <mutex>
 #include <string>
 
+#include "fault_rules.h"
 #include "zqplatform/vm/call_faults.h"
 #include "zqplatform/win/wintypes.h"
 
@@ -19,30 +19,9 @@ const char* const kCalls[] = {
     "AvSetMmThreadCharacteristicsW", "CreateEvent",      "CreateThread",
 };
 
-struct Armed {
-    std::string call;
-    uint32_t skip = 0;
-    int64_t code = 0;
-};
-
-std::mutex g_mutex;
-Armed g_armed;
-std::atomic<bool> g_pending{false};
-
 }  // namespace
 
-bool TakeCallFailure(const char* call, int64_t& code) {
-    if (!g_pending.load(std::memory_order_relaxed)) return false;
-    std::lock_guard<std::mutex> lock(g_mutex);
-    if (!g_pending.load(std::memory_order_relaxed) || g_armed.call != call) return false;
-    if (g_armed.skip > 0) {
-        --g_armed.skip;
-        return false;
-    }
-    code = g_armed.code;
-    g_pending.store(false, std::memory_order_relaxed);
-    return true;
-}
+bool TakeCallFailure(const char* call, int64_t& code) { return Fails(call, {}, code); }
 
 bool FailsNowSettingLastError(const char* call) {
     int64_t code = 0;
@@ -61,20 +40,14 @@ std::vector<std::string> FaultableCalls() { return {std::begin(kCalls), std::end
 
 bool FailCall(const std::string& call, uint32_t skip, int64_t code) {
     if (std::find(std::begin(kCalls), std::end(kCalls), call) == std::end(kCalls)) return false;
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_armed = Armed{call, skip, code};
-    g_pending.store(true, std::memory_order_relaxed);
+    // One armed at a time: it replaces the one before.
+    Disarm(Armer::Call);
+    Arm(Rule{Armer::Call, call, {}, code, skip, 1});
     return true;
 }
 
-bool CallFailurePending() {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return g_pending.load(std::memory_order_relaxed);
-}
+bool CallFailurePending() { return ArmedCount(Armer::Call) > 0; }
 
-void ClearCallFailure() {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_pending.store(false, std::memory_order_relaxed);
-}
+void ClearCallFailure() { Disarm(Armer::Call); }
 
 }  // namespace zqvm

@@ -1,42 +1,28 @@
+// Injected creation failures (zqplatform/vm/kernel_faults.h), over the one store of
+// faults/fault_rules.h: FailCall("CreateEvent") and FailEventCreations arm the same call.
 #include "creation_faults.h"
 
-#include "../faults/call_faults.h"
-
-#include <mutex>
-
+#include "../faults/fault_rules.h"
 #include "zqplatform/vm/kernel_faults.h"
 #include "zqplatform/win/wintypes.h"
 
 namespace zqplatform::kernel {
 namespace {
 
-struct Plan {
-    uint32_t skip = 0;
-    uint32_t count = 0;
-    uint32_t error = 0;
-};
+const char* CallOf(CreationKind kind) { return kind == CreationKind::Event ? "CreateEvent" : "CreateThread"; }
 
-std::mutex g_mutex;
-Plan g_plans[2];
-
+// Replaces the plan of a kind (count 0: none).
 void SetPlan(CreationKind kind, uint32_t skip, uint32_t count, uint32_t error) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_plans[static_cast<int>(kind)] = {skip, count, error};
+    faults::Disarm(faults::Armer::Creations, CallOf(kind));
+    if (count > 0) faults::Arm(faults::Rule{faults::Armer::Creations, CallOf(kind), {}, error, skip, count});
 }
 
 }  // namespace
 
 bool ConsumeCreationFault(CreationKind kind) {
-    if (faults::FailsNowSettingLastError(kind == CreationKind::Event ? "CreateEvent" : "CreateThread")) return true;
-    std::lock_guard<std::mutex> lock(g_mutex);
-    Plan& plan = g_plans[static_cast<int>(kind)];
-    if (plan.count == 0) return false;
-    if (plan.skip > 0) {
-        --plan.skip;
-        return false;
-    }
-    --plan.count;
-    SetLastError(plan.error);
+    int64_t error = 0;
+    if (!faults::Fails(CallOf(kind), {}, error)) return false;
+    SetLastError(static_cast<DWORD>(error));
     return true;
 }
 

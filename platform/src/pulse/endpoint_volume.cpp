@@ -6,14 +6,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "../audio/com_object.h"
+#include "../coreaudio/com_object.h"
 #include "objects.h"
 
 namespace zqplatform::pulse {
 namespace {
 
-using audio::AnswerQuery;
-using audio::ComObject;
+using coreaudio::Implements;
 
 constexpr UINT kSteps = 101;  // 0 % to 100 % in whole percent
 constexpr float kFloorDb = -100.0f;
@@ -25,16 +24,10 @@ float ToScalar(pa_volume_t volume) {
     return std::min(1.0f, static_cast<float>(volume) / static_cast<float>(PA_VOLUME_NORM));
 }
 
-class EndpointVolume final : public IAudioEndpointVolume, private ComObject {
+class EndpointVolume final : public Implements<IAudioEndpointVolume> {
 public:
     EndpointVolume(std::shared_ptr<Connection> connection, Endpoint endpoint)
         : m_connection(std::move(connection)), m_endpoint(std::move(endpoint)) {}
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        return AnswerQuery<IAudioEndpointVolume>(this, riid, ppv);
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return AddRefImpl(); }
-    ULONG STDMETHODCALLTYPE Release() override { return ReleaseImpl(); }
 
     HRESULT STDMETHODCALLTYPE RegisterControlChangeNotify(IAudioEndpointVolumeCallback*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE UnregisterControlChangeNotify(IAudioEndpointVolumeCallback*) override { return E_NOTIMPL; }
@@ -177,11 +170,7 @@ private:
 }  // namespace
 
 HRESULT CreateEndpointVolume(std::shared_ptr<Connection> connection, const Endpoint& endpoint, REFIID riid, void** ppv) {
-    auto* volume = new (std::nothrow) EndpointVolume(std::move(connection), endpoint);
-    if (volume == nullptr) return E_OUTOFMEMORY;
-    const HRESULT hr = volume->QueryInterface(riid, ppv);
-    volume->Release();
-    return hr;
+    return coreaudio::MakeAs<EndpointVolume>(riid, ppv, std::move(connection), endpoint);
 }
 
 }  // namespace zqplatform::pulse

@@ -89,14 +89,13 @@ void Stream::Detach() {
 }
 
 HRESULT Stream::Check() const {
-    if (!Initialized()) return AUDCLNT_E_NOT_INITIALIZED;
+    if (!m_initialized.load(std::memory_order_acquire)) return AUDCLNT_E_NOT_INITIALIZED;
     if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
     return S_OK;
 }
 
 HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFERENCE_TIME bufferDuration,
-                           const WAVEFORMATEX* format) {
-    if (format == nullptr) return E_POINTER;
+                           REFERENCE_TIME /*periodicity: the server's*/, const WAVEFORMATEX* format) {
     if (Initialized()) return AUDCLNT_E_ALREADY_INITIALIZED;
     if (!Valid()) return AUDCLNT_E_DEVICE_INVALIDATED;
     // A desktop server mixes every stream: there is no exclusive mode to give.
@@ -210,15 +209,13 @@ void Stream::Attach(uint8_t channels) {
     m_session->AddStream(m_serverIndex, channels);
 }
 
-HRESULT Stream::BufferSize(UINT32* frames) const {
-    if (frames == nullptr) return E_POINTER;
+HRESULT Stream::BufferSize(UINT32* frames) {
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     *frames = m_bufferFrames;
     return S_OK;
 }
 
-HRESULT Stream::Padding(UINT32* frames) const {
-    if (frames == nullptr) return E_POINTER;
+HRESULT Stream::Padding(UINT32* frames) {
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     const auto queued = static_cast<uint32_t>(m_ring.Filled() / m_blockAlign);
     // Render: what the server holds too, as a desktop engine counts what it holds for the
@@ -236,7 +233,6 @@ uint32_t Stream::ServerHeldFrames() const {
 }
 
 HRESULT Stream::Latency(REFERENCE_TIME* latency) {
-    if (latency == nullptr) return E_POINTER;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     Connection::Locked lock(*m_link);
     pa_usec_t usec = 0;
@@ -251,14 +247,13 @@ HRESULT Stream::Latency(REFERENCE_TIME* latency) {
 }
 
 HRESULT Stream::SetEventHandle(HANDLE event) {
-    if (event == nullptr || event == INVALID_HANDLE_VALUE) return E_INVALIDARG;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     if (!m_eventDriven) return AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED;
     if (m_started.load(std::memory_order_acquire)) return AUDCLNT_E_NOT_STOPPED;
     // Our own handle keeps the event alive even if the client closes its handle first.
     HANDLE duplicate = nullptr;
     if (!DuplicateHandle(GetCurrentProcess(), event, GetCurrentProcess(), &duplicate, 0, FALSE, DUPLICATE_SAME_ACCESS))
-        return E_HANDLE;
+        return HRESULT_FROM_WIN32(GetLastError());  // what went wrong, for the caller's report
     Connection::Locked lock(*m_link);  // the loop's thread reads it
     if (m_event != nullptr) CloseHandle(m_event);
     m_event = duplicate;
@@ -304,7 +299,6 @@ HRESULT Stream::Reset() {
 
 HRESULT Stream::CaptureGetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition,
                                  UINT64* qpcPosition) {
-    if (data == nullptr || frames == nullptr || flags == nullptr) return E_POINTER;
     *data = nullptr;
     *frames = 0;
     *flags = 0;
@@ -357,8 +351,7 @@ HRESULT Stream::CaptureReleaseBuffer(UINT32 frames) {
     return S_OK;
 }
 
-HRESULT Stream::NextPacketSize(UINT32* frames) const {
-    if (frames == nullptr) return E_POINTER;
+HRESULT Stream::NextPacketSize(UINT32* frames) {
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     *frames = std::min(static_cast<uint32_t>(m_ring.Filled() / m_blockAlign), m_packetFrames);
     return S_OK;
@@ -367,7 +360,6 @@ HRESULT Stream::NextPacketSize(UINT32* frames) const {
 // ---- render thread -------------------------------------------------------------------------
 
 HRESULT Stream::RenderGetBuffer(UINT32 frames, BYTE** data) {
-    if (data == nullptr) return E_POINTER;
     *data = nullptr;
     if (const HRESULT hr = Check(); FAILED(hr)) return hr;
     if (m_requestHeld) return AUDCLNT_E_OUT_OF_ORDER;

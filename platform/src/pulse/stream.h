@@ -43,6 +43,7 @@
 #include <memory>
 #include <vector>
 
+#include "../coreaudio/backend.h"
 #include "byte_ring.h"
 #include "connection.h"
 #include "loop_kick.h"
@@ -50,7 +51,7 @@
 
 namespace zqplatform::pulse {
 
-class Stream {
+class Stream final : public coreaudio::Stream {
 public:
     static constexpr REFERENCE_TIME kDevicePeriod = 100000;  // 10 ms
     static constexpr REFERENCE_TIME kMinimumPeriod = 30000;
@@ -58,36 +59,31 @@ public:
     static constexpr REFERENCE_TIME kMinimumCaptureRing = 2000000;  // 200 ms
 
     Stream(std::shared_ptr<Connection> connection, Endpoint endpoint, std::shared_ptr<Session> session);
-    ~Stream();
-    Stream(const Stream&) = delete;
-    Stream& operator=(const Stream&) = delete;
+    ~Stream() override;
 
-    const Endpoint& Device() const { return m_endpoint; }
-    const std::shared_ptr<Session>& SessionOfStream() const { return m_session; }
-    const std::shared_ptr<Connection>& ConnectionOfStream() const { return m_connection; }
-    bool Valid() const {
-        return !m_invalid.load(std::memory_order_acquire) && m_connection->Alive() && (!m_link || m_link->Alive());
-    }
-
+    // Client threads; each takes the loop lock for what it asks of the server.
     HRESULT Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFERENCE_TIME bufferDuration,
-                       const WAVEFORMATEX* format);
-    bool Initialized() const { return m_initialized.load(std::memory_order_acquire); }
-    HRESULT BufferSize(UINT32* frames) const;
-    HRESULT Padding(UINT32* frames) const;
+                       REFERENCE_TIME periodicity, const WAVEFORMATEX* format) override;
+    // Start uncorks the server's stream and Stop corks it; Reset empties the ring.
+    HRESULT Start() override;
+    HRESULT Stop() override;
+    HRESULT Reset() override;
+    HRESULT SetEventHandle(HANDLE event) override;
     // What the server reports: the time a sample takes from the client to the speaker (render)
     // or from the microphone to the client (capture).
-    HRESULT Latency(REFERENCE_TIME* latency);
-    HRESULT SetEventHandle(HANDLE event);
-    HRESULT Start();
-    HRESULT Stop();
-    HRESULT Reset();
+    HRESULT Latency(REFERENCE_TIME* latency) override;
 
-    HRESULT CaptureGetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition, UINT64* qpcPosition);
-    HRESULT CaptureReleaseBuffer(UINT32 frames);
-    HRESULT NextPacketSize(UINT32* frames) const;
-
-    HRESULT RenderGetBuffer(UINT32 frames, BYTE** data);
-    HRESULT RenderReleaseBuffer(UINT32 frames, DWORD flags);
+    // Any thread, the capture and render threads included: atomics and the ring only.
+    bool Initialized() override { return m_initialized.load(std::memory_order_acquire); }
+    HRESULT BufferSize(UINT32* frames) override;
+    HRESULT Padding(UINT32* frames) override;
+    HRESULT CaptureGetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition,
+                             UINT64* qpcPosition) override;
+    HRESULT CaptureReleaseBuffer(UINT32 frames) override;
+    HRESULT NextPacketSize(UINT32* frames) override;
+    // A release also kicks the loop (one eventfd write), so the frames go out at once.
+    HRESULT RenderGetBuffer(UINT32 frames, BYTE** data) override;
+    HRESULT RenderReleaseBuffer(UINT32 frames, DWORD flags) override;
 
 private:
     // Loop thread.
@@ -118,6 +114,9 @@ private:
     // The backend's connection and the session no longer route volumes to the stream.
     void Detach();
     HRESULT Check() const;
+    bool Valid() const {
+        return !m_invalid.load(std::memory_order_acquire) && m_connection->Alive() && (!m_link || m_link->Alive());
+    }
 
     const std::shared_ptr<Connection> m_connection;  // the backend's
     std::shared_ptr<Connection> m_link;  // the stream's own, from Initialize on (fixed once initialized)

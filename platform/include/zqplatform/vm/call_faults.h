@@ -2,6 +2,10 @@
 // InjectFailure): COM class creation, the bridge library, the registry, waitable timers, handle
 // duplication, the scheduler's task characteristics, and event and thread creation. One
 // failure is armed at a time, so that a test can fail each call of a path in turn.
+//
+// InjectFailure (audio_machine.h), FailCall and FailEventCreations / FailThreadCreations
+// (kernel_faults.h) arm rules of one store, which every injectable call asks at its entry
+// (platform/src/faults/fault_rules.h documents it); each clears only what it armed.
 #pragma once
 
 #include <cstdint>

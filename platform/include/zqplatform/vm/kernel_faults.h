@@ -1,5 +1,6 @@
 // Failure injection for kernel object creation, so that tests can reach the paths where an
-// event or a thread cannot be created.
+// event or a thread cannot be created: several creations in a row, where FailCall("CreateEvent")
+// fails one (both arm the same store, call_faults.h).
 #pragma once
 
 #include <cstddef>

@@ -1,10 +1,12 @@
-// Injected failures.
-#include "failure_rules.h"
+// The Core Audio methods that failures can be injected into (method_faults.h).
+#include "method_faults.h"
 
 #include <algorithm>
 #include <array>
 
-namespace zqplatform::audio {
+#include "fault_rules.h"
+
+namespace zqplatform::faults {
 namespace {
 
 constexpr std::array kMethods = {
@@ -65,11 +67,6 @@ constexpr std::array kMethods = {
 
 }  // namespace
 
-FailureRules& FailureRules::Instance() {
-    static FailureRules* rules = new FailureRules;  // never destroyed: engine threads may still ask
-    return *rules;
-}
-
 namespace {
 
 // The interfaces that the requesting methods hand out, by the names rules give them.
@@ -89,7 +86,7 @@ constexpr std::string_view kRequestingMethods[] = {"IMMDevice::Activate", "IAudi
 
 }  // namespace
 
-bool FailureRules::IsKnownMethod(std::string_view method) {
+bool IsInjectableMethod(std::string_view method) {
     if (std::find(kMethods.begin(), kMethods.end(), method) != kMethods.end()) return true;
     const size_t slash = method.find('/');
     if (slash == std::string_view::npos) return false;
@@ -101,16 +98,23 @@ bool FailureRules::IsKnownMethod(std::string_view method) {
                        [&](const RequestedInterface& r) { return requested == r.name; });
 }
 
-bool FailureRules::MatchRequest(std::wstring_view endpointId, std::string_view method, REFIID requested, HRESULT& hr) {
-    if (m_count.load(std::memory_order_acquire) == 0) return false;
-    if (Match(endpointId, method, hr)) return true;
+bool MethodFails(std::wstring_view endpointId, std::string_view method, HRESULT& hr) {
+    int64_t code = 0;
+    if (!Fails(method, endpointId, code)) return false;
+    hr = static_cast<HRESULT>(code);
+    return true;
+}
+
+bool RequestFails(std::wstring_view endpointId, std::string_view method, REFIID requested, HRESULT& hr) {
+    if (!AnyArmed()) return false;  // before the name below is made
+    if (MethodFails(endpointId, method, hr)) return true;
     for (const RequestedInterface& r : kRequested) {
-        if (*r.iid == requested) return Match(endpointId, std::string(method) + "/" + r.name, hr);
+        if (*r.iid == requested) return MethodFails(endpointId, std::string(method) + "/" + r.name, hr);
     }
     return false;
 }
 
-std::vector<std::string> FailureRules::Methods() {
+std::vector<std::string> InjectableMethodNames() {
     std::vector<std::string> methods(kMethods.begin(), kMethods.end());
     for (std::string_view base : kRequestingMethods) {
         for (const RequestedInterface& r : kRequested) methods.push_back(std::string(base) + "/" + r.name);
@@ -118,36 +122,4 @@ std::vector<std::string> FailureRules::Methods() {
     return methods;
 }
 
-void FailureRules::Add(std::wstring endpointId, std::string method, HRESULT hr, bool once, uint32_t skip) {
-    std::lock_guard lock(m_lock);
-    m_rules.push_back(Rule{std::move(endpointId), std::move(method), hr, once, skip});
-    m_count.store(m_rules.size(), std::memory_order_release);
-}
-
-void FailureRules::Clear() {
-    std::lock_guard lock(m_lock);
-    m_rules.clear();
-    m_count.store(0, std::memory_order_release);
-}
-
-bool FailureRules::Match(std::wstring_view endpointId, std::string_view method, HRESULT& hr) {
-    if (m_count.load(std::memory_order_acquire) == 0) return false;
-    std::lock_guard lock(m_lock);
-    for (auto it = m_rules.begin(); it != m_rules.end(); ++it) {
-        if (it->method != method) continue;
-        if (!it->endpointId.empty() && it->endpointId != endpointId) continue;
-        if (it->skip > 0) {
-            --it->skip;
-            return false;
-        }
-        hr = it->hr;
-        if (it->once) {
-            m_rules.erase(it);
-            m_count.store(m_rules.size(), std::memory_order_release);
-        }
-        return true;
-    }
-    return false;
-}
-
-}  // namespace zqplatform::audio
+}  // namespace zqplatform::faults

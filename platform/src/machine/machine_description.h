@@ -1,5 +1,6 @@
-// The machine description file: what endpoints and bridges the virtual machine has. Internal to the
-// platform library; the format is documented in machine_description.cpp.
+// The machine description file: what endpoints and bridges the machine has (the bridges bring
+// their registry values and sysfs paths). Internal to the platform library; the format is
+// documented in machine_description.cpp.
 #pragma once
 
 #include <string>
@@ -8,7 +9,7 @@
 #include "zqplatform/vm/audio_machine.h"
 #include "zqplatform/vm/bridges.h"
 
-namespace zqplatform::audio {
+namespace zqplatform::machine {
 
 struct MachineParts {
     std::vector<zqvm::EndpointSpec> endpoints;
@@ -20,4 +21,4 @@ struct MachineParts {
 bool ParseMachineDescription(const std::string& xml, const std::string& baseDir, MachineParts& machine,
                              std::string& error);
 
-}  // namespace zqplatform::audio
+}  // namespace zqplatform::machine

@@ -59,9 +59,12 @@
 #include <sstream>
 
 #include "../usb/usb_container.h"
-#include "text.h"
+#include "../audio/text.h"
 
-namespace zqplatform::audio {
+namespace zqplatform::machine {
+
+using audio::ParseGuid;
+using audio::WideFromUtf8;
 namespace {
 
 class Parser {
@@ -354,4 +357,4 @@ bool ParseMachineDescription(const std::string& xml, const std::string& baseDir,
     return Parser(xml, baseDir).Parse(machine.endpoints, machine.bridges, error);
 }
 
-}  // namespace zqplatform::audio
+}  // namespace zqplatform::machine
