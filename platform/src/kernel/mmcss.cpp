@@ -12,6 +12,7 @@
 #include <new>
 
 #include "../faults/call_faults.h"
+#include "audio_priority.h"
 #include "handle_table.h"
 #include "zqplatform/win/avrt.h"
 #include "zqplatform/win/kernel.h"
@@ -41,7 +42,7 @@ struct TaskClass {
 
 // The task classes a Windows installation defines; the audio ones run in real time.
 constexpr TaskClass kTaskClasses[] = {
-    {L"Audio", true, 10},          {L"Pro Audio", true, 20}, {L"Capture", true, 10},
+    {L"Audio", true, kAudioPriorityOffset},          {L"Pro Audio", true, 20}, {L"Capture", true, 10},
     {L"Playback", true, 10},       {L"Games", false, 0},     {L"Distribution", false, 0},
     {L"Window Manager", false, 0},
 };
@@ -62,6 +63,13 @@ const TaskClass* FindTaskClass(LPCWSTR name) {
 std::atomic<DWORD> g_nextTaskIndex{1};
 
 }  // namespace
+
+bool RaiseCallingThreadToRealTime(int priorityOffset) {
+    sched_param raised{};
+    raised.sched_priority = sched_get_priority_min(SCHED_FIFO) + priorityOffset;
+    return pthread_setschedparam(pthread_self(), SCHED_FIFO, &raised) == 0;
+}
+
 }  // namespace zqplatform::kernel
 
 using namespace zqplatform::kernel;
@@ -91,11 +99,7 @@ HANDLE AvSetMmThreadCharacteristicsW(LPCWSTR TaskName, LPDWORD TaskIndex) {
     }
     const HANDLE handle = InsertHandle(std::move(record));
     if (handle == nullptr) return nullptr;
-    if (task->realTime) {
-        sched_param raised{};
-        raised.sched_priority = sched_get_priority_min(SCHED_FIFO) + task->priority;
-        (void)pthread_setschedparam(self, SCHED_FIFO, &raised);  // EPERM: stay as we are
-    }
+    if (task->realTime) (void)zqplatform::kernel::RaiseCallingThreadToRealTime(task->priority);  // EPERM: stay as we are
     // A caller passing 0 joins a new task; a caller passing an index keeps it.
     if (TaskIndex != nullptr && *TaskIndex == 0) *TaskIndex = g_nextTaskIndex.fetch_add(1, std::memory_order_relaxed);
     return handle;

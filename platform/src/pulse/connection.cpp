@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "../audio/text.h"
+#include "../kernel/audio_priority.h"
 #include "../usb/usb_container.h"
-#include "zqplatform/win/avrt.h"
 #include "zqplatform/win/debugapi.h"
 #include "session.h"
 
@@ -234,8 +234,7 @@ void Connection::OnContextState(pa_context* context, void* self) {
         // where the system allows it, so that a busy machine does not starve it into gaps. Kept
         // until the thread ends.
         connection->m_loopPriority = true;
-        DWORD taskIndex = 0;
-        AvSetMmThreadCharacteristicsW(L"Audio", &taskIndex);
+        zqplatform::kernel::RaiseCallingThreadToRealTime(zqplatform::kernel::kAudioPriorityOffset);
     }
     connection->m_state = pa_context_get_state(context);
     if ((connection->m_state == PA_CONTEXT_FAILED || connection->m_state == PA_CONTEXT_TERMINATED) &&
