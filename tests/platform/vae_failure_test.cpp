@@ -1,5 +1,7 @@
 // Failure injection and device loss in the virtual audio engine: chosen results per method
 // and endpoint, and an endpoint invalidated while its streams run.
+#include <algorithm>
+
 #include "vae_event_sinks.h"
 #include "vae_fixture.h"
 
@@ -54,6 +56,46 @@ TEST_F(FailureTest, AnInjectedResultIsReturnedOnceOrAlwaysForTheChosenEndpointOn
     PropVariantClear(&value);
 
     EXPECT_FALSE(zqvm::InjectFailure(mic, "IAudioClient::Intialize", E_FAIL)) << "a misspelt method was accepted";
+}
+
+// The call trace sees what failure injection sees: every method at its entry, in order, with the
+// endpoint of its object; an injected failure is still traced; nothing is traced while it is off.
+TEST_F(FailureTest, TheCallTraceListsEveryMethodInOrderWithItsEndpointOnlyWhileOn) {
+    const std::wstring mic = Add(eCapture, 48000, 1, SampleFormat::Int16);
+    const std::string micUtf8(mic.begin(), mic.end());  // the test endpoints' ids are ASCII
+    zqvm::ClearCoreAudioCalls();
+    {
+        TestStream untraced(mic);
+    }
+    EXPECT_TRUE(zqvm::CoreAudioCalls().empty()) << "traced while off";
+
+    zqvm::TraceCoreAudioCalls(true);
+    ASSERT_TRUE(zqvm::InjectFailure(mic, "IAudioClient::GetDevicePeriod", E_FAIL, /*once=*/true));
+    CComPtr<IMMDeviceCollection> devices;
+    ASSERT_EQ(Enumerator()->EnumAudioEndpoints(eCapture, DEVICE_STATE_ACTIVE, &devices), S_OK);
+    CComPtr<IMMDevice> device = Device(mic);
+    CComPtr<IAudioClient> client;
+    ASSERT_EQ(device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client)), S_OK);
+    REFERENCE_TIME period = 0;
+    EXPECT_EQ(client->GetDevicePeriod(&period, nullptr), E_FAIL);
+    zqvm::TraceCoreAudioCalls(false);
+    EXPECT_EQ(client->GetDevicePeriod(&period, nullptr), S_OK);
+    zqvm::ClearFailures();
+
+    const std::vector<std::string> calls = zqvm::CoreAudioCalls();
+    const std::vector<std::string> expected = {"IMMDeviceEnumerator::EnumAudioEndpoints",
+                                               "IMMDevice::Activate on " + micUtf8,
+                                               "IAudioClient::GetDevicePeriod on " + micUtf8};
+    // In this order, other calls (the fixture's own GetDevice) in between.
+    auto at = calls.begin();
+    for (const std::string& call : expected) {
+        at = std::find(at, calls.end(), call);
+        ASSERT_NE(at, calls.end()) << "no " << call << " (in order) among " << calls.size() << " calls";
+    }
+    EXPECT_EQ(1, std::count(calls.begin(), calls.end(), "IAudioClient::GetDevicePeriod on " + micUtf8))
+        << "the call after the trace was turned off";
+    zqvm::ClearCoreAudioCalls();
+    EXPECT_TRUE(zqvm::CoreAudioCalls().empty());
 }
 
 TEST_F(FailureTest, APulledDeviceInvalidatesItsStreamsStopsItsClockAndIsReported) {

@@ -110,7 +110,7 @@ public:
         if (ppv == nullptr) return E_POINTER;
         *ppv = nullptr;
         HRESULT hr;
-        if (faults::RequestFails(m_endpoint->Id(), "IAudioClient::GetService", riid, hr)) return hr;
+        if (InjectedRequest(m_endpoint->Id(), "IAudioClient::GetService", riid, hr)) return hr;
         if (Intercepted(*m_endpoint, "IAudioClient::GetService", hr)) return hr;
         if (!m_stream->Initialized()) return AUDCLNT_E_NOT_INITIALIZED;
         const bool capture = m_endpoint->Flow() == eCapture;

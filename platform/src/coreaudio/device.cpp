@@ -28,7 +28,7 @@ public:
         if (ppInterface == nullptr) return E_POINTER;
         *ppInterface = nullptr;
         HRESULT hr;
-        if (faults::RequestFails(m_device->Id(), "IMMDevice::Activate", iid, hr)) return hr;
+        if (InjectedRequest(m_device->Id(), "IMMDevice::Activate", iid, hr)) return hr;
         const bool known = iid == IID_IAudioClient || iid == IID_IAudioMeterInformation ||
                            iid == IID_IAudioSessionManager ||
                            (iid == IID_IAudioEndpointVolume && m_device->HasEndpointVolume());

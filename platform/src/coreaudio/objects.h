@@ -9,6 +9,7 @@
 
 #include "../faults/method_faults.h"
 #include "backend.h"
+#include "call_trace.h"
 
 namespace zqplatform::coreaudio {
 
@@ -33,8 +34,16 @@ HRESULT CreateSessionControl(std::shared_ptr<Endpoint> endpoint, void** ppv);
 
 // A failure injected for method on an object of endpointId (empty: the enumerator's and the
 // collections' own); true and its code in hr when the call is to fail.
+// Every method's entry: the call traced, then asked about.
 inline bool Injected(std::wstring_view endpointId, const char* method, HRESULT& hr) {
+    TraceCall(endpointId, method);
     return faults::MethodFails(endpointId, method, hr);
+}
+
+// The same for a method that hands out the interface requested (faults::RequestFails).
+inline bool InjectedRequest(std::wstring_view endpointId, const char* method, REFIID requested, HRESULT& hr) {
+    TraceCall(endpointId, method);
+    return faults::RequestFails(endpointId, method, requested, hr);
 }
 
 // What every audio object checks first: an injected failure, then (unless checkValid is false)

@@ -203,6 +203,12 @@ ZQPLATFORM_API size_t PendingFailures();
 // out interfaces.
 ZQPLATFORM_API std::vector<std::string> InjectableMethods();
 ZQPLATFORM_API void ClearFailures();
+// The Core Audio call trace, whatever the backend: while on, every method call of an enumerator,
+// collection, device or audio object, in order, as "Interface::Method" with " on <endpoint id>"
+// for the objects of an endpoint (e.g. "IAudioClient::Start on mic"). Off by default.
+ZQPLATFORM_API void TraceCoreAudioCalls(bool on);
+ZQPLATFORM_API std::vector<std::string> CoreAudioCalls();
+ZQPLATFORM_API void ClearCoreAudioCalls();
 // References held on the endpoint's IMMDevice objects (every object GetDevice, Item or
 // GetDefaultAudioEndpoint handed out); 0 when nobody holds one.
 ZQPLATFORM_API long EndpointRefCount(const std::wstring& id);
