@@ -6,6 +6,7 @@
 // Control-change callbacks are not offered (E_NOTIMPL): nothing in the system registers one.
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "com_object.h"
 #include "objects.h"
@@ -14,7 +15,8 @@ namespace zqplatform::coreaudio {
 namespace {
 
 constexpr UINT kSteps = 101;
-constexpr UINT kEveryChannel = ~0u;  // the master level rather than one channel's
+// The master level rather than one channel's (every UINT is a channel the caller may ask for).
+constexpr std::optional<UINT> kEveryChannel;
 
 bool IsScalar(float level) { return level >= 0.0f && level <= 1.0f; }  // NaN fails both
 bool IsDb(float db) { return db >= kDeviceFloorDb && db <= 0.0f; }
@@ -125,17 +127,17 @@ private:
         return E_NOTIMPL;
     }
 
-    bool IsChannel(UINT channel) const { return channel == kEveryChannel || channel < m_endpoint->Channels(); }
+    bool IsChannel(std::optional<UINT> channel) const { return !channel || *channel < m_endpoint->Channels(); }
 
     // One channel's level or the master level (kEveryChannel), as a scalar or in dB.
-    HRESULT GetLevel(const char* method, UINT channel, float* out, bool inDb) {
+    HRESULT GetLevel(const char* method, std::optional<UINT> channel, float* out, bool inDb) {
         if (out == nullptr) return E_POINTER;
         HRESULT hr;
         if (Intercepted(*m_endpoint, method, hr)) return hr;
         if (!IsChannel(channel)) return E_INVALIDARG;
         DeviceVolume now;
         if (!m_endpoint->ReadDeviceVolume(now)) return AUDCLNT_E_DEVICE_INVALIDATED;
-        const float scalar = channel == kEveryChannel ? Master(now) : now.levels[channel];
+        const float scalar = channel ? now.levels[*channel] : Master(now);
         *out = inDb ? m_endpoint->DbOfScalar(scalar) : scalar;
         return S_OK;
     }
@@ -143,14 +145,14 @@ private:
     // Every channel to one level (kEveryChannel), or one channel with the others as they are now;
     // scalar() converts the caller's level once inRange has passed it.
     template <typename Scalar>
-    HRESULT SetLevel(const char* method, UINT channel, bool inRange, Scalar scalar) {
+    HRESULT SetLevel(const char* method, std::optional<UINT> channel, bool inRange, Scalar scalar) {
         HRESULT hr;
         if (Intercepted(*m_endpoint, method, hr)) return hr;
         if (!inRange || !IsChannel(channel)) return E_INVALIDARG;
-        if (channel == kEveryChannel) return Taken(m_endpoint->WriteDeviceLevels(Levels(scalar())));
+        if (!channel) return Taken(m_endpoint->WriteDeviceLevels(Levels(scalar())));
         DeviceVolume now;
         if (!m_endpoint->ReadDeviceVolume(now)) return AUDCLNT_E_DEVICE_INVALIDATED;
-        now.levels[channel] = scalar();
+        now.levels[*channel] = scalar();
         return Taken(m_endpoint->WriteDeviceLevels(now.levels));
     }
 
