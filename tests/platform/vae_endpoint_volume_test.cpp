@@ -296,12 +296,13 @@ TEST_F(EndpointVolumeTest, EveryMethodTakesAnInjectedFailureForItsEndpointAndIsT
     CComPtr<IMMDevice> device = Device(speaker);
     CComPtr<IAudioClient> client;
     EXPECT_EQ(device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&client)), S_OK);
+    const auto activate = [&](CComPtr<IAudioEndpointVolume>& out) {
+        return device->Activate(IID_IAudioEndpointVolume, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&out));
+    };
     CComPtr<IAudioEndpointVolume> refused;
-    EXPECT_EQ(device->Activate(IID_IAudioEndpointVolume, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&refused)),
-              E_OUTOFMEMORY);
+    EXPECT_EQ(activate(refused), E_OUTOFMEMORY);
     EXPECT_EQ(refused, nullptr);
-    EXPECT_EQ(device->Activate(IID_IAudioEndpointVolume, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&refused)),
-              S_OK);
+    EXPECT_EQ(activate(refused), S_OK) << "a once-failure must be used up";
 }
 
 TEST_F(EndpointVolumeTest, AVolumeOfADeviceThatHasGoneIsInvalidatedForGood) {
