@@ -25,7 +25,8 @@ float Master(const DeviceVolume& volume) {
     return volume.levels.empty() ? 0.0f : *std::max_element(volume.levels.begin(), volume.levels.end());
 }
 
-// A backend answers false when the device has gone between the front end's check and its call.
+// A backend answers false when the device has gone since the front end checked (or its server
+// would not take the change).
 HRESULT Taken(bool taken) { return taken ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED; }
 
 class EndpointVolume final : public Implements<IAudioEndpointVolume> {
