@@ -137,5 +137,37 @@ TEST_F(PulseEndpoints, EndpointVolumeAndMuteAreTheDevicesOwnOnTheServer) {
     }
 }
 
+// One channel's level goes to the server as that channel of the sink's own volume, the others
+// kept; a level in dB is the server's cubic software scale (-12 dB is 63 %).
+TEST_F(PulseEndpoints, EndpointVolumeSetsOneChannelAndLevelsInDbOnTheServersScale) {
+    CComPtr<IAudioEndpointVolume> volume;
+    ASSERT_EQ(S_OK, Device(L"speaker44")->Activate(IID_IAudioEndpointVolume, CLSCTX_ALL, nullptr,
+                                                   reinterpret_cast<void**>(&volume)));
+    ASSERT_EQ(S_OK, volume->SetMasterVolumeLevelScalar(0.8f, nullptr));
+    ASSERT_EQ(S_OK, volume->SetChannelVolumeLevelScalar(1, 0.3f, nullptr));
+    const std::optional<std::string> channels = Pactl("get-sink-volume speaker44");
+    ASSERT_TRUE(channels);
+    const size_t left = channels->find("80%");
+    EXPECT_NE(std::string::npos, left) << *channels;
+    EXPECT_NE(std::string::npos, channels->find("30%", left)) << "the right channel after the left: " << *channels;
+    float scalar = 0.0f;
+    EXPECT_EQ(S_OK, volume->GetMasterVolumeLevelScalar(&scalar));
+    EXPECT_NEAR(0.8f, scalar, 0.005f) << "the loudest channel";
+    EXPECT_EQ(S_OK, volume->GetChannelVolumeLevelScalar(1, &scalar));
+    EXPECT_NEAR(0.3f, scalar, 0.005f);
+
+    ASSERT_EQ(S_OK, volume->SetMasterVolumeLevel(-12.0f, nullptr));
+    const std::optional<std::string> inDb = Pactl("get-sink-volume speaker44");
+    ASSERT_TRUE(inDb);
+    const size_t first = inDb->find("63%");
+    EXPECT_NE(std::string::npos, first) << *inDb;
+    EXPECT_NE(std::string::npos, inDb->find("63%", first + 1)) << "every channel: " << *inDb;
+    float db = 0.0f;
+    EXPECT_EQ(S_OK, volume->GetChannelVolumeLevel(0, &db));
+    EXPECT_NEAR(-12.0f, db, 0.01f);
+    EXPECT_EQ(E_INVALIDARG, volume->GetChannelVolumeLevel(2, &db));
+    EXPECT_TRUE(Pactl("set-sink-volume speaker44 100%"));
+}
+
 }  // namespace
 }  // namespace zqtest::pulse

@@ -28,7 +28,8 @@ EndpointState::EndpointState(std::wstring id_, EDataFlow flow_, MixFormat format
       container(container_),
       session(std::make_shared<Session>(sessionEvents)),
       state(state_),
-      sink(format_.Rate(), format_.Channels(), keepSeconds) {}
+      sink(format_.Rate(), format_.Channels(), keepSeconds),
+      deviceVolume(format_.Channels()) {}
 
 void EndpointState::SetSource(const ResolvedSource& source) {
     std::lock_guard lock(m_sourceLock);

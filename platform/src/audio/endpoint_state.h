@@ -14,6 +14,7 @@
 
 #include "audio_format.h"
 #include "capture_source.h"
+#include "device_volume.h"
 #include "render_sink.h"
 #include "session.h"
 #include "zqplatform/vm/audio_machine.h"
@@ -47,6 +48,9 @@ public:
 
     // Render.
     RenderSink sink;
+
+    // The device's own volume, kept across a disable and enable as a device keeps it.
+    DeviceVolumeState deviceVolume;
 
     // The device clock: rate error in parts per billion and period phase in 100-ns units, read
     // by the streams' clocks (the error every period, the phase at Start).

@@ -48,6 +48,23 @@ public:
         return true;
     }
 
+    // The device's volume lives with the endpoint (its state outlives the objects made on it).
+    bool ReadDeviceVolume(coreaudio::DeviceVolume& now) override {
+        now.levels = m_binding->deviceVolume.Levels();
+        now.mute = m_binding->deviceVolume.Muted();
+        return true;
+    }
+    bool WriteDeviceLevels(const std::vector<float>& levels) override {
+        m_binding->deviceVolume.SetLevels(levels);
+        return true;
+    }
+    bool WriteDeviceMute(bool mute) override {
+        m_binding->deviceVolume.SetMuted(mute);
+        return true;
+    }
+    float DbOfScalar(float scalar) const override { return DeviceVolumeState::DbOfScalar(scalar); }
+    float ScalarOfDb(float db) const override { return DeviceVolumeState::ScalarOfDb(db); }
+
 private:
     const EndpointBinding m_binding;
 };

@@ -5,8 +5,8 @@
 // The front end owns everything COM: interface queries, reference counts, the live-object count
 // of the control API, argument checks, injected failures (faults/method_faults.h, checked before
 // anything else in every method) and the invalidation check. A backend answers in plain C++ and
-// is never handed an argument the front end has already refused. (The one COM object a backend
-// may make itself is IAudioEndpointVolume, which only the pulse backend has.)
+// is never handed an argument the front end has already refused. No backend makes a COM object
+// of its own.
 //
 // What the front end has checked before it calls a backend:
 // - every pointer the COM method requires is non-null (the stream's format and event too; the
@@ -17,13 +17,19 @@
 //   endpoint, then Endpoint::Valid() (except for IAudioClient::Stop and session
 //   unregistration, which work on a device that has gone); levels are within 0..1 (NaN refused);
 //   a meter is asked for exactly Endpoint::Channels() values; session stream flags hold nothing
-//   but AUDCLNT_STREAMFLAGS_CROSSPROCESS.
+//   but AUDCLNT_STREAMFLAGS_CROSSPROCESS;
+// - the device's own volume (IAudioEndpointVolume): levels are within 0..1 or -100..0 dB (NaN
+//   refused), a channel is below Endpoint::Channels(), levels are written for every channel at
+//   once (one channel's change is read, changed and written whole); the steps (101, of 1/100
+//   each), the range in dB and the hardware support (none) are the front end's.
 //
 // What a backend must still do:
 // - keep its own state consistent under its own locks (lists, defaults, streams);
 // - Stream: everything that depends on the stream's state (not initialised, already started,
 //   buffer sizes, packet bookkeeping) and the checks that need it (formats, flags, durations);
 //   Stop stops a stream of a device that has gone and then answers AUDCLNT_E_DEVICE_INVALIDATED;
+// - the device's volume: keep it per endpoint, and answer false when the device has gone since
+//   (or the server would not take the change);
 // - tell the registered notification clients (Backend::Clients()) on a thread of its own, never
 //   with one of its locks held, and keep the order of the changes.
 //
@@ -78,6 +84,14 @@ public:
     virtual HRESULT RenderReleaseBuffer(UINT32 frames, DWORD flags) = 0;
 };
 
+// The device's own volume as a backend reads it (Endpoint::ReadDeviceVolume).
+struct DeviceVolume {
+    std::vector<float> levels;  // one scalar 0..1 per channel
+    bool mute = false;
+};
+// The quietest level in dB of the device's volume, a scalar of 0 on every backend's scale.
+constexpr float kDeviceFloorDb = -100.0f;
+
 // An active endpoint as its audio objects see it, from IMMDevice::Activate on. The audio
 // objects keep it; once the device leaves the active state or the machine (or the server goes),
 // Valid() answers false for good and the front end answers AUDCLNT_E_DEVICE_INVALIDATED.
@@ -113,12 +127,17 @@ public:
     virtual bool SetSessionVolume(float level, const GUID* context) = 0;
     virtual bool SetSessionMute(bool mute, const GUID* context) = 0;
 
-    // IAudioEndpointVolume, for a backend that has the device's own volume; E_NOINTERFACE else.
-    virtual HRESULT CreateEndpointVolume(REFIID riid, void** ppv) {
-        (void)riid;
-        (void)ppv;
-        return E_NOINTERFACE;
-    }
+    // The device's own volume (IAudioEndpointVolume), client threads: what every process
+    // hears, as the backend keeps it; false when the device has gone (or the change was not
+    // taken). Levels are scalars 0..1 on the backend's own scale, one per channel
+    // (levels.size() == Channels()); 1 is the device's full volume.
+    virtual bool ReadDeviceVolume(DeviceVolume& now) = 0;
+    virtual bool WriteDeviceLevels(const std::vector<float>& levels) = 0;
+    virtual bool WriteDeviceMute(bool mute) = 0;
+    // The backend's scale in dB of those scalars, any thread, no lock: 1 is 0 dB, 0 is
+    // kDeviceFloorDb, rising in between; and back, for dB within kDeviceFloorDb..0.
+    virtual float DbOfScalar(float scalar) const = 0;
+    virtual float ScalarOfDb(float db) const = 0;
 };
 
 // One endpoint of the machine as IMMDevice presents it: its identity and properties, read at
@@ -133,7 +152,6 @@ public:
     virtual GUID Container() const = 0;
     // The state now (DEVICE_STATE_*).
     virtual DWORD State() const = 0;
-    virtual bool HasEndpointVolume() const { return false; }
     // The endpoint for new audio objects, as it is now; null when it is not active.
     virtual std::shared_ptr<Endpoint> Activate() = 0;
     // The IMMDevice objects' references changed by delta (for a backend that counts them).

@@ -1,5 +1,5 @@
 // Reference counting and interface queries shared by every COM object of the Core Audio front
-// end (and the pulse backend's endpoint volume). Internal to the platform library.
+// end. Internal to the platform library.
 #pragma once
 
 #include <atomic>

@@ -30,15 +30,14 @@ public:
         HRESULT hr;
         if (InjectedRequest(m_device->Id(), "IMMDevice::Activate", iid, hr)) return hr;
         const bool known = iid == IID_IAudioClient || iid == IID_IAudioMeterInformation ||
-                           iid == IID_IAudioSessionManager ||
-                           (iid == IID_IAudioEndpointVolume && m_device->HasEndpointVolume());
+                           iid == IID_IAudioSessionManager || iid == IID_IAudioEndpointVolume;
         if (!known) return E_NOINTERFACE;
         // Audio objects exist only for a device that is there and enabled.
         std::shared_ptr<Endpoint> endpoint = m_device->Activate();
         if (!endpoint) return AUDCLNT_E_DEVICE_INVALIDATED;
         if (iid == IID_IAudioClient) return CreateAudioClient(std::move(endpoint), iid, ppInterface);
         if (iid == IID_IAudioMeterInformation) return CreateMeter(std::move(endpoint), iid, ppInterface);
-        if (iid == IID_IAudioEndpointVolume) return endpoint->CreateEndpointVolume(iid, ppInterface);
+        if (iid == IID_IAudioEndpointVolume) return CreateEndpointVolume(std::move(endpoint), iid, ppInterface);
         return CreateSessionManager(std::move(endpoint), iid, ppInterface);
     }
 

@@ -23,7 +23,7 @@ HRESULT CreatePropertyStore(std::shared_ptr<Device> device, IPropertyStore** out
 // The audio objects of an active endpoint: IAudioClient (audio_client.cpp), IAudioCaptureClient
 // and IAudioRenderClient on its stream (stream_clients.cpp), IAudioMeterInformation (meter.cpp),
 // ISimpleAudioVolume and IAudioSessionManager (session_objects.cpp), IAudioSessionControl
-// (session_control.cpp).
+// (session_control.cpp), IAudioEndpointVolume, the device's own volume (endpoint_volume.cpp).
 HRESULT CreateAudioClient(std::shared_ptr<Endpoint> endpoint, REFIID riid, void** ppv);
 HRESULT CreateCaptureClient(std::shared_ptr<Endpoint> endpoint, std::shared_ptr<Stream> stream, void** ppv);
 HRESULT CreateRenderClient(std::shared_ptr<Endpoint> endpoint, std::shared_ptr<Stream> stream, void** ppv);
@@ -31,6 +31,7 @@ HRESULT CreateMeter(std::shared_ptr<Endpoint> endpoint, REFIID riid, void** ppv)
 HRESULT CreateSimpleVolume(std::shared_ptr<Endpoint> endpoint, void** ppv);
 HRESULT CreateSessionManager(std::shared_ptr<Endpoint> endpoint, REFIID riid, void** ppv);
 HRESULT CreateSessionControl(std::shared_ptr<Endpoint> endpoint, void** ppv);
+HRESULT CreateEndpointVolume(std::shared_ptr<Endpoint> endpoint, REFIID riid, void** ppv);
 
 // A failure injected for method on an object of endpointId (empty: the enumerator's and the
 // collections' own); true and its code in hr when the call is to fail.

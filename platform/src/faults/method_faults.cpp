@@ -63,6 +63,24 @@ constexpr std::array kMethods = {
     "IAudioSessionControl::SetGroupingParam",
     "IAudioSessionControl::RegisterAudioSessionNotification",
     "IAudioSessionControl::UnregisterAudioSessionNotification",
+    "IAudioEndpointVolume::RegisterControlChangeNotify",
+    "IAudioEndpointVolume::UnregisterControlChangeNotify",
+    "IAudioEndpointVolume::GetChannelCount",
+    "IAudioEndpointVolume::SetMasterVolumeLevel",
+    "IAudioEndpointVolume::SetMasterVolumeLevelScalar",
+    "IAudioEndpointVolume::GetMasterVolumeLevel",
+    "IAudioEndpointVolume::GetMasterVolumeLevelScalar",
+    "IAudioEndpointVolume::SetChannelVolumeLevel",
+    "IAudioEndpointVolume::SetChannelVolumeLevelScalar",
+    "IAudioEndpointVolume::GetChannelVolumeLevel",
+    "IAudioEndpointVolume::GetChannelVolumeLevelScalar",
+    "IAudioEndpointVolume::SetMute",
+    "IAudioEndpointVolume::GetMute",
+    "IAudioEndpointVolume::GetVolumeStepInfo",
+    "IAudioEndpointVolume::VolumeStepUp",
+    "IAudioEndpointVolume::VolumeStepDown",
+    "IAudioEndpointVolume::QueryHardwareSupport",
+    "IAudioEndpointVolume::GetVolumeRange",
 };
 
 }  // namespace
@@ -81,6 +99,7 @@ const RequestedInterface kRequested[] = {
     {"IAudioCaptureClient", &IID_IAudioCaptureClient},
     {"IAudioRenderClient", &IID_IAudioRenderClient},
     {"ISimpleAudioVolume", &IID_ISimpleAudioVolume},
+    {"IAudioEndpointVolume", &IID_IAudioEndpointVolume},
 };
 constexpr std::string_view kRequestingMethods[] = {"IMMDevice::Activate", "IAudioClient::GetService"};
 

@@ -57,9 +57,15 @@ public:
         return m_session->SetMute(*m_connection, mute, context);
     }
 
-    HRESULT CreateEndpointVolume(REFIID riid, void** ppv) override {
-        return pulse::CreateEndpointVolume(m_connection, m_endpoint, riid, ppv);
+    bool ReadDeviceVolume(coreaudio::DeviceVolume& now) override {
+        return pulse::ReadDeviceVolume(*m_connection, m_endpoint, now);
     }
+    bool WriteDeviceLevels(const std::vector<float>& levels) override {
+        return pulse::WriteDeviceLevels(*m_connection, m_endpoint, levels);
+    }
+    bool WriteDeviceMute(bool mute) override { return pulse::WriteDeviceMute(*m_connection, m_endpoint, mute); }
+    float DbOfScalar(float scalar) const override { return pulse::DbOfScalar(scalar); }
+    float ScalarOfDb(float db) const override { return pulse::ScalarOfDb(db); }
 
 private:
     const std::shared_ptr<Connection> m_connection;
@@ -81,7 +87,6 @@ public:
         const std::optional<Endpoint> now = Now();
         return now ? now->state : DEVICE_STATE_NOTPRESENT;
     }
-    bool HasEndpointVolume() const override { return true; }
     std::shared_ptr<coreaudio::Endpoint> Activate() override {
         std::optional<Endpoint> now = Now();
         if (!now || now->state != DEVICE_STATE_ACTIVE) return nullptr;
