@@ -158,7 +158,7 @@ HRESULT Stream::OpenOnLink(const pa_sample_spec& sampleSpec) {
     attributes.tlength = m_capture ? any : 2 * periodBytes;
     attributes.prebuf = m_capture ? any : m_blockAlign;
     attributes.minreq = m_capture ? any : std::max<uint32_t>(1, m_packetFrames / 2) * m_blockAlign;
-    attributes.fragsize = m_capture ? periodBytes : any;
+    attributes.fragsize = m_capture ? std::max<uint32_t>(1, m_packetFrames / 2) * m_blockAlign : any;
     // Started by Start; never moved to another device; latency as asked, not the server's default.
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE |
                                                       PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE);

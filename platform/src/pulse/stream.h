@@ -26,7 +26,11 @@
 // latency of about half a period and its own queue; a client that queues more keeps the rest in
 // the ring (counted all the same). prebuf is one frame: like a desktop engine, the stream plays
 // what it is given as soon as it has any, also after an underrun, instead of waiting for a full
-// buffer (which would add its length to the latency for good). Capture: fragments of one period.
+// buffer (which would add its length to the latency for good). Capture: fragments of half a
+// period. A server that runs its graph in cycles hands a fragment over at the first cycle's end
+// that completes it: PipeWire, cycling every 5.3 ms under our render stream, held a whole
+// period's fragment for two cycles (10.7 ms), and a packet's last frame waited that long; half
+// a period goes at every cycle. (The ring still hands the capture thread whole packets.)
 //
 // Each stream talks to the server over a link of its own (Connection::OpenLink, made at
 // Initialize): its pa_stream, callbacks, timer and loop thread are the link's, and the loop lock
