@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cmath>
 #include <functional>
+#include <limits>
 
 #include "tone_pitch.h"
 #include "zqplatform/vm/message_pump.h"
@@ -72,6 +73,7 @@ void TimedRecorder::Run(double seconds) {
         const size_t total = static_cast<size_t>(seconds * rate);
         m_recording.frames.reserve(total * channels);
         std::vector<double> origins;
+        double latestOrigin = std::numeric_limits<double>::infinity();
         while (!m_stop.load() && m_recording.Count() < total && until([&] { return !ready() || pa_stream_readable_size(stream) > 0; }) &&
                ready()) {
             const void* data = nullptr;
@@ -85,6 +87,7 @@ void TimedRecorder::Run(double seconds) {
                 m_recording.frames.insert(m_recording.frames.end(), frames * channels, 0.0f);  // a hole: kept
             }
             pa_stream_drop(stream);
+            latestOrigin = std::min(latestOrigin, SteadySeconds() - static_cast<double>(m_recording.Count()) / rate);
             pa_usec_t latency = 0;
             int negative = 0;
             if (pa_stream_get_latency(stream, &latency, &negative) == 0) {
@@ -101,6 +104,7 @@ void TimedRecorder::Run(double seconds) {
                              origins.end());
             m_recording.origin = origins[origins.size() / 2];
         }
+        m_recording.arrivalOrigin = std::isfinite(latestOrigin) ? latestOrigin : m_recording.origin;
     }
     if (stream != nullptr) {
         pa_stream_disconnect(stream);

@@ -26,8 +26,15 @@ struct TimedRecording {
     uint16_t channels = 0;
     uint32_t rate = 0;
     double origin = 0.0;
+    // The same dating without the server's word: the latest origin the reads allow, as no frame
+    // is read before it reached the source. Late by the server's delivery delay, which is about
+    // the same for two recordings on one server, so a difference of two such datings holds where
+    // the server's own timing does not (PipeWire's PulseAudio front end reports a record latency
+    // that moves by a 5.3 ms graph cycle from one stream to the next).
+    double arrivalOrigin = 0.0;
     size_t Count() const { return channels == 0 ? 0 : frames.size() / channels; }
     double TimeOf(size_t frame) const { return origin + static_cast<double>(frame) / rate; }
+    double ArrivalTimeOf(size_t frame) const { return arrivalOrigin + static_cast<double>(frame) / rate; }
 };
 
 // Records a source on a thread of its own, in 10 ms reads, for the duration (stopped early
