@@ -152,13 +152,14 @@ HRESULT Stream::OpenOnLink(const pa_sample_spec& sampleSpec) {
     // What each side needs for 10 ms periods and no more (see stream.h): the server's latency
     // is part of the depth the client keeps, so every millisecond asked for here is heard.
     const uint32_t periodBytes = m_packetFrames * m_blockAlign;
+    const uint32_t halfPeriodBytes = std::max<uint32_t>(1, m_packetFrames / 2) * m_blockAlign;
     const uint32_t any = static_cast<uint32_t>(-1);
     pa_buffer_attr attributes;
     attributes.maxlength = any;
     attributes.tlength = m_capture ? any : 2 * periodBytes;
     attributes.prebuf = m_capture ? any : m_blockAlign;
-    attributes.minreq = m_capture ? any : std::max<uint32_t>(1, m_packetFrames / 2) * m_blockAlign;
-    attributes.fragsize = m_capture ? std::max<uint32_t>(1, m_packetFrames / 2) * m_blockAlign : any;
+    attributes.minreq = m_capture ? any : halfPeriodBytes;
+    attributes.fragsize = m_capture ? halfPeriodBytes : any;
     // Started by Start; never moved to another device; latency as asked, not the server's default.
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE |
                                                       PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE);
