@@ -1,11 +1,17 @@
 // Streams on the server's devices through IAudioClient and the capture and render clients:
 // sound both ways, the latency the server reports, formats the server offers, device loss.
+#include <unistd.h>
+
 #include <atomic>
 #include <cmath>
+#include <memory>
+#include <set>
+#include <string>
 #include <thread>
 
 #include "pulse_fixture.h"
 #include "pulse_player.h"
+#include "zqplatform/vm/message_pump.h"
 
 namespace zqtest::pulse {
 namespace {
@@ -174,6 +180,58 @@ TEST_F(PulseStreams, UnloadingTheSinkInvalidatesItsStreamAndIsHeardAsARemoval) {
               sink->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void**>(&another)));
     for (const DeviceEvent& event : client.Events()) EXPECT_NE(event.thread, std::this_thread::get_id());
     EXPECT_EQ(S_OK, enumerator->UnregisterEndpointNotificationCallback(&client));
+}
+
+// The server's clients that this process's pulse backend opened (its connection and the
+// streams' links), by their indices, which the server never gives out twice.
+std::set<uint32_t> BackendClients() {
+    std::set<uint32_t> clients;
+    const std::optional<std::string> list = Pactl("list clients");
+    if (!list) return clients;
+    const std::string process = "application.process.id = \"" + std::to_string(getpid()) + "\"";
+    const std::string marker = "Client #";
+    for (size_t at = list->find(marker); at != std::string::npos;) {
+        const size_t next = list->find(marker, at + 1);
+        const std::string block = list->substr(at, next == std::string::npos ? std::string::npos : next - at);
+        if (block.find("application.name = \"zqCoreAudio\"") != std::string::npos &&
+            block.find(process) != std::string::npos)
+            clients.insert(static_cast<uint32_t>(std::stoul(block.substr(marker.size()))));
+        at = next;
+    }
+    return clients;
+}
+
+// A device switch closes the render stream while the capture stream runs on, then opens another:
+// the new stream takes the closed one's link instead of making the server a new client, and the
+// links go once the last stream of ours has.
+TEST_F(PulseStreams, AClosedStreamsLinkServesTheNextStreamAndGoesWithTheLast) {
+    const std::set<uint32_t> backendAlone = BackendClients();
+    ASSERT_FALSE(backendAlone.empty()) << "the backend's own connection is a client";
+    const auto becomes = [](const std::set<uint32_t>& expected) {
+        return zqvm::PumpUntil([&] { return BackendClients() == expected; }, 3000);
+    };
+    auto microphone = std::make_unique<EventStream>(Device(L"kv1_mic"));
+    ASSERT_EQ(S_OK, microphone->opened);
+    auto speaker = std::make_unique<EventStream>(Device(L"speaker48"));
+    ASSERT_EQ(S_OK, speaker->opened);
+    const std::set<uint32_t> withStreams = BackendClients();
+    EXPECT_EQ(backendAlone.size() + 2, withStreams.size()) << "a link for each stream";
+
+    speaker.reset();
+    auto next = std::make_unique<EventStream>(Device(L"speaker44"));
+    ASSERT_EQ(S_OK, next->opened);
+    EXPECT_TRUE(becomes(withStreams)) << "the new stream runs on the closed one's link";
+    {
+        StreamPlayer player(*next, StreamPlayer::Sine(440.0, 0.5f));
+        ASSERT_EQ(S_OK, next->client->Start());
+        const ToneReading heard = Analyse(Record("speaker44.monitor", 44100, 2, 0.5), 2, 0, 44100, 0.2);
+        EXPECT_NEAR(440.0, heard.frequency, 1.0) << "and plays on it";
+        EXPECT_EQ(S_OK, next->client->Stop());
+    }
+
+    next.reset();
+    microphone.reset();
+    EXPECT_TRUE(becomes(backendAlone)) << "no link left open without a stream";
 }
 
 }  // namespace

@@ -75,6 +75,37 @@ std::shared_ptr<Connection> Connection::OpenLink(std::string* why) {
     return connection;
 }
 
+std::shared_ptr<Connection> Connection::TakeLink(std::string* why) {
+    std::shared_ptr<Connection> spare;
+    {
+        std::lock_guard lock(m_linkLock);
+        ++m_linksOut;
+        spare = std::move(m_spareLink);
+    }
+    if (spare && spare->Alive()) return spare;
+    spare.reset();  // its server went: closed here, outside the lock (it joins its loop's thread)
+    std::shared_ptr<Connection> link = OpenLink(why);
+    if (!link) {
+        std::lock_guard lock(m_linkLock);
+        --m_linksOut;
+    }
+    return link;
+}
+
+void Connection::ReturnLink(std::shared_ptr<Connection> link) {
+    std::shared_ptr<Connection> closing;
+    {
+        std::lock_guard lock(m_linkLock);
+        --m_linksOut;
+        if (m_linksOut > 0 && !m_spareLink && link->Alive()) {
+            m_spareLink = std::move(link);
+        } else if (m_linksOut == 0) {
+            closing = std::move(m_spareLink);
+        }
+    }
+    // Whatever is not kept closes here, outside the lock.
+}
+
 bool Connection::Connect(std::string* why, bool link) {
     m_link = link;
     m_loop = pa_threaded_mainloop_new();

@@ -55,8 +55,11 @@ Stream::Stream(std::shared_ptr<Connection> connection, Endpoint endpoint, std::s
 
 Stream::~Stream() {
     if (m_link) {
-        Connection::Locked lock(*m_link);
-        CloseLocked();
+        {
+            Connection::Locked lock(*m_link);
+            CloseLocked();
+        }
+        m_connection->ReturnLink(std::move(m_link));
     }
     Detach();
     if (m_event != nullptr) CloseHandle(m_event);
@@ -118,7 +121,7 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
     pa_sample_spec sampleSpec = m_endpoint.sampleSpec;
     sampleSpec.format = PA_SAMPLE_FLOAT32LE;
     if (const HRESULT hr = OpenOnLink(sampleSpec); FAILED(hr)) {
-        m_link.reset();
+        if (m_link) m_connection->ReturnLink(std::move(m_link));
         return hr;
     }
     Attach(sampleSpec.channels);
@@ -128,7 +131,7 @@ HRESULT Stream::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags, REFER
 
 HRESULT Stream::OpenOnLink(const pa_sample_spec& sampleSpec) {
     std::string why;
-    m_link = Connection::OpenLink(&why);
+    m_link = m_connection->TakeLink(&why);
     if (!m_link) {
         Report(m_endpoint, "cannot connect a stream", why.c_str());
         return AUDCLNT_E_DEVICE_INVALIDATED;

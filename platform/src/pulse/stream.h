@@ -32,8 +32,8 @@
 // period's fragment for two cycles (10.7 ms), and a packet's last frame waited that long; half
 // a period goes at every cycle. (The ring still hands the capture thread whole packets.)
 //
-// Each stream talks to the server over a link of its own (Connection::OpenLink, made at
-// Initialize): its pa_stream, callbacks, timer and loop thread are the link's, and the loop lock
+// Each stream talks to the server over a link of its own (Connection::TakeLink at Initialize:
+// a new one, or the one a closed stream handed back): its pa_stream, callbacks, timer and loop thread are the link's, and the loop lock
 // a stream's calls take is the link's. The backend's connection keeps what is shared: the
 // endpoints, the sessions, and which of our streams a volume change of the server's belongs to.
 // The two locks are never held together.
