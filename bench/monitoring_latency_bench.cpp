@@ -144,9 +144,17 @@ public:
     // Latencies, in ms, of the impulses the speaker played from `fromSeconds` on, as far as the
     // speaker keeps them.
     std::vector<double> Latencies(double fromSeconds) const {
-        const std::vector<float> played = zqvm::RenderedFrames(m_speaker);
+        // On the real clock the speaker plays on while its frames are copied: they are taken
+        // again until no period ended meanwhile, or the count would date them a period late.
+        std::vector<float> played;
+        uint64_t count = 0;
+        for (int tries = 0; tries < 100; ++tries) {
+            count = zqvm::RenderedFrameCount(m_speaker);
+            played = zqvm::RenderedFrames(m_speaker);
+            if (zqvm::RenderedFrameCount(m_speaker) == count) break;
+        }
         const size_t kept = played.size() / 2;
-        const uint64_t firstKept = zqvm::RenderedFrameCount(m_speaker) - kept;
+        const uint64_t firstKept = count - kept;
         const double firstPlayed = m_phaseMs / 1000.0 + 0.010;  // the first period's frames
         std::vector<double> latencies;
         const size_t skip = static_cast<size_t>(m_speakerRate * 0.1);
