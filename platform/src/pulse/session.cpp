@@ -2,6 +2,7 @@
 #include "session.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "connection.h"
 
@@ -26,23 +27,24 @@ bool Session::SendLocked(Connection& connection) {
     // While our own change is on its way, what the server reports may predate it: ServerVolume
     // ignores it (the server reports our change afterwards, and anyone else's after that).
     ++m_pending;
-    bool sent = true;
+    // Every request first, then their answers: the server answers a connection's requests in
+    // order, so the changes of all streams cost one round trip (a device switch waits for it).
+    std::vector<pa_operation*> operations;
+    operations.reserve(2 * m_streams.size());
+    pa_context* context = connection.Context();
     for (const StreamRef& stream : m_streams) {
         pa_cvolume volume;
         pa_cvolume_set(&volume, stream.channels, m_applied);
-        pa_context* context = connection.Context();
         if (flow == eRender) {
-            sent = connection.Complete(pa_context_set_sink_input_volume(context, stream.index, &volume, nullptr, nullptr)) &&
-                   connection.Complete(pa_context_set_sink_input_mute(context, stream.index, m_appliedMute, nullptr, nullptr)) &&
-                   sent;
+            operations.push_back(pa_context_set_sink_input_volume(context, stream.index, &volume, nullptr, nullptr));
+            operations.push_back(pa_context_set_sink_input_mute(context, stream.index, m_appliedMute, nullptr, nullptr));
         } else {
-            sent = connection.Complete(
-                       pa_context_set_source_output_volume(context, stream.index, &volume, nullptr, nullptr)) &&
-                   connection.Complete(
-                       pa_context_set_source_output_mute(context, stream.index, m_appliedMute, nullptr, nullptr)) &&
-                   sent;
+            operations.push_back(pa_context_set_source_output_volume(context, stream.index, &volume, nullptr, nullptr));
+            operations.push_back(pa_context_set_source_output_mute(context, stream.index, m_appliedMute, nullptr, nullptr));
         }
     }
+    bool sent = true;
+    for (pa_operation* operation : operations) sent = connection.Complete(operation) && sent;
     --m_pending;
     return sent;
 }
