@@ -4,28 +4,21 @@
 #include <algorithm>
 #include <cmath>
 
-#include "../coreaudio/backend.h"
-
 namespace zqplatform::audio {
 
-std::vector<float> DeviceVolumeState::Levels() const {
+coreaudio::DeviceVolume DeviceVolumeState::Now() const {
     std::lock_guard lock(m_lock);
-    return m_levels;
-}
-
-bool DeviceVolumeState::Muted() const {
-    std::lock_guard lock(m_lock);
-    return m_muted;
+    return m_volume;
 }
 
 void DeviceVolumeState::SetLevels(const std::vector<float>& levels) {
     std::lock_guard lock(m_lock);
-    m_levels = levels;
+    m_volume.levels = levels;
 }
 
 void DeviceVolumeState::SetMuted(bool muted) {
     std::lock_guard lock(m_lock);
-    m_muted = muted;
+    m_volume.mute = muted;
 }
 
 float DeviceVolumeState::DbOfScalar(float scalar) {

@@ -7,15 +7,16 @@
 #include <mutex>
 #include <vector>
 
+#include "../coreaudio/backend.h"
+
 namespace zqplatform::audio {
 
 class DeviceVolumeState {
 public:
-    explicit DeviceVolumeState(size_t channels) : m_levels(channels, 1.0f) {}
+    explicit DeviceVolumeState(size_t channels) : m_volume{std::vector<float>(channels, 1.0f), false} {}
 
-    // Client threads; a copy as it is now.
-    std::vector<float> Levels() const;
-    bool Muted() const;
+    // Client threads; levels and mute as they are now, read together.
+    coreaudio::DeviceVolume Now() const;
     // levels: one per channel (the front end checked the count and the range).
     void SetLevels(const std::vector<float>& levels);
     void SetMuted(bool muted);
@@ -27,8 +28,7 @@ public:
 
 private:
     mutable std::mutex m_lock;  // leaf
-    std::vector<float> m_levels;
-    bool m_muted = false;
+    coreaudio::DeviceVolume m_volume;
 };
 
 }  // namespace zqplatform::audio

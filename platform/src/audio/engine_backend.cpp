@@ -50,8 +50,7 @@ public:
 
     // The device's volume lives with the endpoint (its state outlives the objects made on it).
     bool ReadDeviceVolume(coreaudio::DeviceVolume& now) override {
-        now.levels = m_binding->deviceVolume.Levels();
-        now.mute = m_binding->deviceVolume.Muted();
+        now = m_binding->deviceVolume.Now();
         return true;
     }
     bool WriteDeviceLevels(const std::vector<float>& levels) override {

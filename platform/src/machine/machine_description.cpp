@@ -76,7 +76,7 @@ public:
         pugi::xml_document doc;
         const pugi::xml_parse_result result = doc.load_buffer(m_xml.data(), m_xml.size());
         if (!result) {
-            error = "line " + std::to_string(LineOf(result.offset)) + ": " + result.description();
+            error = AtLine(result.offset, result.description());
             return false;
         }
         const pugi::xml_node machine = doc.child("machine");
@@ -87,7 +87,7 @@ public:
         for (const pugi::xml_node node : machine.children("endpoint")) {
             zqvm::EndpointSpec endpointSpec;
             if (!Endpoint(node, endpointSpec)) {
-                error = "line " + std::to_string(LineOf(m_at.offset_debug())) + ": " + m_error;
+                error = AtLine(m_at.offset_debug(), m_error);
                 return false;
             }
             endpoints.push_back(std::move(endpointSpec));
@@ -95,7 +95,7 @@ public:
         for (const pugi::xml_node node : machine.children("bridge")) {
             zqvm::BridgeDescription bridge;
             if (!Bridge(node, bridge)) {
-                error = "line " + std::to_string(LineOf(m_at.offset_debug())) + ": " + m_error;
+                error = AtLine(m_at.offset_debug(), m_error);
                 return false;
             }
             bridges.push_back(std::move(bridge));
@@ -104,12 +104,15 @@ public:
     }
 
 private:
-    int LineOf(ptrdiff_t offset) const {
-        if (offset < 0) return 0;
-        int line = 1;
-        for (ptrdiff_t i = 0; i < offset && static_cast<size_t>(i) < m_xml.size(); ++i)
-            if (m_xml[static_cast<size_t>(i)] == '\n') ++line;
-        return line;
+    // "line N: what", N the line of the description that the byte offset falls on.
+    std::string AtLine(ptrdiff_t offset, const std::string& what) const {
+        int line = 0;
+        if (offset >= 0) {
+            line = 1;
+            for (ptrdiff_t i = 0; i < offset && static_cast<size_t>(i) < m_xml.size(); ++i)
+                if (m_xml[static_cast<size_t>(i)] == '\n') ++line;
+        }
+        return "line " + std::to_string(line) + ": " + what;
     }
 
     bool Fail(const pugi::xml_node& at, std::string why) {
