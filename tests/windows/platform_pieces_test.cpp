@@ -5,9 +5,11 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdio>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "windows_test_support.h"
 #include "zqCoreAudio.h"
@@ -64,6 +66,28 @@ TEST(WindowsZqLog, WritesItsFileInOrderAsUtf8) {
               "2026-11-26 12:34:56.789 WARN  second \xc3\xa9\xf0\x9f\x8e\xa4\r\n"
               "2026-11-26 12:34:56.789 ERROR third\r\n",
               text);
+}
+
+// The writer sleeps between lines: every line and every flush after it must wake it again,
+// also while other threads log (a lost wake-up shows as a flush that times out).
+TEST(WindowsZqLog, WakesItsWriterForEveryLineAfterItSlept) {
+    CZqLog log;
+    std::atomic<int> written{0};
+    ASSERT_TRUE(log.OpenSink(L"test", [&written](const _ZQ_LOG_EVENT&) { written.fetch_add(1); }));
+    constexpr int kRounds = 20000;
+    std::thread other([&log] {
+        for (int i = 0; i < kRounds; ++i) log.Log(zqLogEventInfo, 0, L"other");
+    });
+    int timedOut = 0;
+    for (int i = 0; i < kRounds; ++i) {
+        log.Log(zqLogEventInfo, 0, L"line");
+        if (!log.Flush(2000)) ++timedOut;
+    }
+    other.join();
+    EXPECT_EQ(0, timedOut);
+    ASSERT_TRUE(log.Flush(5000));
+    EXPECT_EQ(2 * kRounds, written.load());
+    log.Close();
 }
 
 TEST(WindowsSecurityAttributes, GuardAKernelObjectWithARealDescriptor) {

@@ -1,6 +1,8 @@
 // CZqLog: a queue that any thread can log into without waiting, drained by a writer thread.
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
 #include <thread>
 
 #include "zqplatform/zqSystem.h"
@@ -51,6 +53,29 @@ struct CZqLog::Writer {
     std::atomic<uint32_t> wake{0};
     std::atomic<bool> stop{false};
     std::thread thread;
+    // The writer's sleep. Not std::atomic::wait: MinGW-w64's libstdc++ (GCC 12) implements it
+    // without a futex and loses a wake-up now and then, which left a flush waiting out its time
+    // and Close joining forever. Producers take the mutex only while the writer sleeps.
+    std::mutex sleepMutex;
+    std::condition_variable sleepEnded;
+    std::atomic<bool> sleeping{false};
+
+    // Sequentially consistent on both sides: either the producer sees the writer asleep and
+    // notifies under the mutex, or the writer sees the new count and does not sleep.
+    void Wake() {
+        wake.fetch_add(1);
+        if (sleeping.load()) {
+            std::lock_guard<std::mutex> lock(sleepMutex);
+            sleepEnded.notify_one();
+        }
+    }
+
+    void SleepUntilWokenSince(uint32_t seen) {
+        std::unique_lock<std::mutex> lock(sleepMutex);
+        sleeping.store(true);
+        sleepEnded.wait(lock, [this, seen] { return wake.load() != seen; });
+        sleeping.store(false, std::memory_order_relaxed);
+    }
 
     void Write(const _ZQ_LOG_EVENT& event) {
         const int level = static_cast<int>(event.eType);
@@ -84,7 +109,7 @@ struct CZqLog::Writer {
 
     void Run() {
         for (;;) {
-            const uint32_t seen = wake.load(std::memory_order_acquire);
+            const uint32_t seen = wake.load();
             const int n = Drain();
             if (stop.load(std::memory_order_acquire)) {
                 if (log->m_queue.empty()) break;
@@ -92,7 +117,7 @@ struct CZqLog::Writer {
             }
             if (n == 0) {
                 if (file != nullptr) std::fflush(file);
-                wake.wait(seen, std::memory_order_acquire);
+                SleepUntilWokenSince(seen);
             }
         }
         if (file != nullptr) std::fflush(file);
@@ -128,10 +153,7 @@ void CZqLog::Log(zqLogEventType eType, __int64 nTime, CStringW strText) {
     auto* event = new _ZQ_LOG_EVENT{eType, nTime, std::move(strText), {1}, false};
     m_queue.push(event);
     m_nQueued.fetch_add(1, std::memory_order_release);
-    if (Writer* writer = m_pWriter.load(std::memory_order_acquire)) {
-        writer->wake.fetch_add(1, std::memory_order_release);
-        writer->wake.notify_one();
-    }
+    if (Writer* writer = m_pWriter.load(std::memory_order_acquire)) writer->Wake();
 }
 
 bool CZqLog::StartWriter(zqLogType type, const wchar_t* name, const wchar_t* path, Sink sink, std::FILE* file,
@@ -177,8 +199,7 @@ void CZqLog::Close() {
     if (writer == nullptr) return;
     m_bLogEnabled = FALSE;
     writer->stop.store(true, std::memory_order_release);
-    writer->wake.fetch_add(1, std::memory_order_release);
-    writer->wake.notify_one();
+    writer->Wake();
     writer->thread.join();
     m_pWriter.store(nullptr, std::memory_order_release);
     if (writer->ownsFile) std::fclose(writer->file);
@@ -193,8 +214,7 @@ bool CZqLog::Flush(DWORD timeoutMs) {
     // whichever of the two comes last frees it (also when the wait timed out).
     auto* marker = new _ZQ_LOG_EVENT{zqLogEventInfo, 0, {}, {2}, true};
     m_queue.push(marker);
-    writer->wake.fetch_add(1, std::memory_order_release);
-    writer->wake.notify_one();
+    writer->Wake();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     bool reached = false;
     while (!(reached = std::atomic_ref<__int64>(marker->nTime).load(std::memory_order_acquire) != 0) &&
