@@ -34,7 +34,6 @@ struct TimedRecording {
     double arrivalOrigin = 0.0;
     size_t Count() const { return channels == 0 ? 0 : frames.size() / channels; }
     double TimeOf(size_t frame) const { return origin + static_cast<double>(frame) / rate; }
-    double ArrivalTimeOf(size_t frame) const { return arrivalOrigin + static_cast<double>(frame) / rate; }
 };
 
 // Records a source on a thread of its own, in 10 ms reads, for the duration (stopped early

@@ -17,6 +17,15 @@ float ToScalar(pa_volume_t volume) {
     return std::min(1.0f, static_cast<float>(volume) / static_cast<float>(PA_VOLUME_NORM));
 }
 
+// One request to the sink or source by its name, its answer awaited; request(context, name,
+// whether the endpoint is a sink) makes the operation.
+template <typename Request>
+bool SendToDevice(Connection& connection, const Endpoint& endpoint, Request request) {
+    if (!connection.Alive()) return false;
+    Connection::Locked lock(connection);
+    return connection.Complete(request(connection.Context(), endpoint.name.c_str(), endpoint.flow == eRender));
+}
+
 }  // namespace
 
 bool ReadDeviceVolume(Connection& connection, const Endpoint& endpoint, coreaudio::DeviceVolume& now) {
@@ -31,26 +40,20 @@ bool ReadDeviceVolume(Connection& connection, const Endpoint& endpoint, coreaudi
 }
 
 bool WriteDeviceLevels(Connection& connection, const Endpoint& endpoint, const std::vector<float>& levels) {
-    if (!connection.Alive()) return false;
     pa_cvolume volume{};
     volume.channels = static_cast<uint8_t>(std::min<size_t>(levels.size(), PA_CHANNELS_MAX));
     std::transform(levels.begin(), levels.begin() + volume.channels, volume.values, FromScalar);
-    Connection::Locked lock(connection);
-    pa_context* context = connection.Context();
-    const char* name = endpoint.name.c_str();
-    return connection.Complete(endpoint.flow == eRender
-                                   ? pa_context_set_sink_volume_by_name(context, name, &volume, nullptr, nullptr)
-                                   : pa_context_set_source_volume_by_name(context, name, &volume, nullptr, nullptr));
+    return SendToDevice(connection, endpoint, [&volume](pa_context* context, const char* name, bool sink) {
+        return sink ? pa_context_set_sink_volume_by_name(context, name, &volume, nullptr, nullptr)
+                    : pa_context_set_source_volume_by_name(context, name, &volume, nullptr, nullptr);
+    });
 }
 
 bool WriteDeviceMute(Connection& connection, const Endpoint& endpoint, bool mute) {
-    if (!connection.Alive()) return false;
-    Connection::Locked lock(connection);
-    pa_context* context = connection.Context();
-    const char* name = endpoint.name.c_str();
-    return connection.Complete(endpoint.flow == eRender
-                                   ? pa_context_set_sink_mute_by_name(context, name, mute, nullptr, nullptr)
-                                   : pa_context_set_source_mute_by_name(context, name, mute, nullptr, nullptr));
+    return SendToDevice(connection, endpoint, [mute](pa_context* context, const char* name, bool sink) {
+        return sink ? pa_context_set_sink_mute_by_name(context, name, mute, nullptr, nullptr)
+                    : pa_context_set_source_mute_by_name(context, name, mute, nullptr, nullptr);
+    });
 }
 
 float DbOfScalar(float scalar) {

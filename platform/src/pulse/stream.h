@@ -33,10 +33,10 @@
 // a period goes at every cycle. (The ring still hands the capture thread whole packets.)
 //
 // Each stream talks to the server over a link of its own (Connection::TakeLink at Initialize:
-// a new one, or the one a closed stream handed back): its pa_stream, callbacks, timer and loop thread are the link's, and the loop lock
-// a stream's calls take is the link's. The backend's connection keeps what is shared: the
-// endpoints, the sessions, and which of our streams a volume change of the server's belongs to.
-// The two locks are never held together.
+// a new one, or the one a closed stream handed back): its pa_stream, callbacks, timer and loop
+// thread are the link's, and the loop lock a stream's calls take is the link's. The backend's
+// connection keeps what is shared: the endpoints, the sessions, and which of our streams a
+// volume change of the server's belongs to. The two locks are never held together.
 //
 // The stream opens on its own device and does not follow the server's moves (a stream whose
 // device goes is killed, not moved); from then on, or once the server has gone, every call
