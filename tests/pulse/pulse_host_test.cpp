@@ -281,6 +281,17 @@ TEST_F(PulseHost, ANewDefaultSinkIsRebuiltOntoAndWhenItIsUnloadedTheRebuildPlays
     core->Stop();
 }
 
+// The host's own part of a switch (the message, the rebuild's objects, the new stream's set-up)
+// runs at about half speed under AddressSanitizer. Measured on PulseAudio: the new sink sounded
+// 22 to 25 ms after the switch there on a quiet machine, and 31.5 ms once with both cores busy;
+// in the plain build 9 to 26 ms over 50 runs, most 12 to 15. The plain build holds the host to
+// 30 ms; the sanitized one, which runs for its memory checks, to twice that.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr double kSwitchToSoundBound = 0.060;
+#else
+constexpr double kSwitchToSoundBound = 0.030;
+#endif
+
 // A default speaker switched under a running host: the host rebuilds on the message, and the
 // new sink plays the microphone within 30 ms of the server's switch.
 TEST_F(PulseHost, ANewDefaultSinkPlaysTheMicrophoneWithin30MsOfTheSwitch) {
@@ -323,7 +334,7 @@ TEST_F(PulseHost, ANewDefaultSinkPlaysTheMicrophoneWithin30MsOfTheSwitch) {
     std::printf("the new default sink sounds %.1f ms after the switch (the switch took %.1f ms)\n", delay * 1e3,
                 (after - before) * 1e3);
     RecordProperty("switch_to_sound_ms", std::to_string(delay * 1e3));
-    EXPECT_LE(delay, 0.030);
+    EXPECT_LE(delay, kSwitchToSoundBound);
     EXPECT_GT(delay, 0.0) << "sound before the switch: the datings are off";
     core->Stop();
     EXPECT_TRUE(UnloadModule(*module));
